@@ -16,6 +16,9 @@ install(FILES "${CMAKE_CURRENT_BINARY_DIR}/QVX_CommonConfig.cmake"
               "${CMAKE_CURRENT_BINARY_DIR}/QVX_CommonConfigVersion.cmake"
   DESTINATION "${package_dir}" COMPONENT development)
 
+# The prefix is told relative to the file, so that an installed tree can be moved.
+cmake_path(SET pkgconfig_dir NORMALIZE "${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+file(RELATIVE_PATH QVX_PC_PREFIX "${pkgconfig_dir}" "${CMAKE_INSTALL_PREFIX}")
 configure_file(cmake/qvx_common.pc.in qvx_common.pc @ONLY)
 install(FILES "${CMAKE_CURRENT_BINARY_DIR}/qvx_common.pc"
   DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)
