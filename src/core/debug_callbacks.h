@@ -1,0 +1,18 @@
+// The table of debug output callbacks. The lock and the table are two of the library's global
+// objects and belong to the module entry; what is done with them stands in debug_output.cpp.
+#pragma once
+
+#include <qvx/ptr_ctrl.h>
+#include <qvx/sync.h>
+
+namespace qvx::core {
+
+// The two global objects, defined by the module entry.
+CBaseLock& CallbackLock() noexcept;
+CPtrCtrl& CallbackTable() noexcept;
+
+// The module entry tells when both objects are built, and again before they go. In between the
+// callback functions use them; outside it they do nothing.
+void SetCallbacksUsable(bool usable) noexcept;
+
+}  // namespace qvx::core

@@ -1,0 +1,32 @@
+// Conversions between UTF-16, UTF-8 and the process's ANSI code page, which is UTF-8 unless
+// SetAnsiCodePage chose a single- or double-byte page. Thread-safe and without locks.
+//
+// From UTF-8 and the code page, each byte that can't be decoded becomes U+FFFD. To UTF-8, a
+// surrogate without its partner becomes U+FFFD; to a code page, what it lacks becomes '?'.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace qvx::platform {
+
+// 65001 or a page as said above; false, without any change, for all others.
+bool SetAnsiCodePage(unsigned int code_page);
+unsigned int AnsiCodePage() noexcept;
+
+// All of text into out, or nothing where it needs more than capacity units. Returns the units
+// written; no terminator.
+int AnsiToWide(std::string_view text, char16_t* out, int capacity) noexcept;
+int WideToAnsi(std::u16string_view text, char* out, int capacity) noexcept;
+
+// How many bytes (units) at the start of a text, which ends at its NUL or earlier, make at most
+// max_units units (max_bytes bytes) of the other width without splitting a character. Reads no
+// byte behind the last one that it needs.
+int AnsiPrefixForWide(const char* text, int max_units) noexcept;
+int WidePrefixForAnsi(const char16_t* text, int max_bytes) noexcept;
+
+// Without any limit. *exact, where given, tells whether the text was well formed.
+std::u16string Utf8ToUtf16(std::string_view text, bool* exact = nullptr);
+std::string Utf16ToUtf8(std::u16string_view text, bool* exact = nullptr);
+
+}  // namespace qvx::platform
