@@ -99,7 +99,7 @@ class QVX_API CSocketClient : public IThreadFuncInterface {
   // SendData of several parts as one packet, or in raw mode one after the other, without
   // copying. Unlike SendData waits for room from the first byte on, so that a sender that runs
   // ahead of the peer does not fail. At most 63 parts; those of size 0 are left out.
-  int SendDataParts(std::uint64_t nCode, const tagSOCKETPART* pParts, int nCount);
+  int SendDataParts(std::uint64_t nCode, const tagSOCKETSENDPART* pParts, int nCount);
 
   // One packet (or in raw mode one block) of a head and a range of an open regular file, which
   // goes out without passing through memory of ours. Waits for room as SendDataParts does. 1 if
@@ -132,7 +132,7 @@ class QVX_API CSocketClient : public IThreadFuncInterface {
                std::uint64_t nUserData, std::uint64_t* pSocketFD);
   bool IsOfParent() const;
   void SendHello(std::uint64_t nSocketFD);
-  int SendParts(std::uint64_t nSocketFD, std::uint64_t nCode, const tagSOCKETPART* pParts,
+  int SendParts(std::uint64_t nSocketFD, std::uint64_t nCode, const tagSOCKETSENDPART* pParts,
                 int nCount, bool bWait);
   bool RecvClientSocketData(std::uint64_t nSocketFD);
   bool RecvRawData(std::uint64_t nSocketFD);

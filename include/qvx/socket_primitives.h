@@ -11,6 +11,7 @@
 // Reasons of failures go to the debug output.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "qvx/types.h"
@@ -67,9 +68,9 @@ struct tagTCPPACKETRECV {
 };
 
 // A piece of data that is sent together with others, without copying.
-struct tagSOCKETPART {
+struct tagSOCKETSENDPART {
   const void* pData;
-  std::uint32_t nSize;
+  std::size_t nSize;
 };
 
 extern "C" {

@@ -93,12 +93,6 @@ class QVX_API ISocketSendFile {
   virtual int GetSendDescriptor() const = 0;
 };
 
-// A piece of a payload, for a send that gathers.
-struct tagSOCKETSENDPART {
-  const void* pData;
-  std::size_t nSize;
-};
-
 class QVX_API CSocketServer : public IThreadFuncInterface {
  public:
   CSocketServer();
