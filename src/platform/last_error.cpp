@@ -1,0 +1,24 @@
+#include "platform/last_error.h"
+
+#include <string.h>
+
+namespace qvx::platform {
+namespace {
+
+thread_local std::uint32_t last_error = 0;
+
+}  // namespace
+
+void SetLastErrorCode(std::uint32_t code) noexcept {
+  last_error = code;
+}
+
+std::uint32_t LastErrorCode() noexcept {
+  return last_error;
+}
+
+}  // namespace qvx::platform
+
+unsigned int GetLastErrorCode() {
+  return qvx::platform::LastErrorCode();
+}
