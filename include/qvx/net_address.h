@@ -4,9 +4,8 @@
 
 #include <cstdint>
 
+#include "qvx/base_string.h"
 #include "qvx/types.h"
-
-class CBaseStringA;
 
 // One address of an adapter as dotted texts, in a chain.
 struct IP_ADDR_STRING {

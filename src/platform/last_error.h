@@ -1,5 +1,4 @@
-// The code that a failed call leaves for GetLastErrorCode, one for each thread, and the system's
-// own texts for its error numbers.
+// The code that a failed call leaves for GetLastErrorCode, one for each thread.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +7,5 @@ namespace qvx::platform {
 
 void SetLastErrorCode(std::uint32_t code) noexcept;
 std::uint32_t LastErrorCode() noexcept;
-
-// In English, whatever the host's locale; lives as long as the process.
-const char* SystemErrorText(int error) noexcept;
 
 }  // namespace qvx::platform

@@ -1,0 +1,32 @@
+// Every public header of the library, for callers who don't choose.
+#pragma once
+
+#include <qvx/base_buffer.h>
+#include <qvx/base_string.h>
+#include <qvx/base_thread.h>
+#include <qvx/copy_progress.h>
+#include <qvx/debug_output.h>
+#include <qvx/delay_message.h>
+#include <qvx/file_data.h>
+#include <qvx/folder_list.h>
+#include <qvx/hex_text.h>
+#include <qvx/md5.h>
+#include <qvx/message_queue.h>
+#include <qvx/net_address.h>
+#include <qvx/path_name.h>
+#include <qvx/platform.h>
+#include <qvx/ptr_array.h>
+#include <qvx/ptr_ctrl.h>
+#include <qvx/ptr_list.h>
+#include <qvx/socket_client.h>
+#include <qvx/socket_file_client.h>
+#include <qvx/socket_file_copy.h>
+#include <qvx/socket_file_protocol.h>
+#include <qvx/socket_file_server.h>
+#include <qvx/socket_primitives.h>
+#include <qvx/socket_server.h>
+#include <qvx/string_split.h>
+#include <qvx/sync.h>
+#include <qvx/text_search.h>
+#include <qvx/types.h>
+#include <qvx/udp_socket.h>
