@@ -25,6 +25,7 @@ struct OpenMode {
 
   static OpenMode Read() { return {true, false, false, false, false, false}; }
   static OpenMode Write() { return {false, true, false, true, true, false}; }
+  static OpenMode Append() { return {true, true, true, true, false, false}; }
   static OpenMode WriteNew() { return {false, true, false, true, false, true}; }
 };
 
@@ -53,6 +54,9 @@ class File {
   // The same relative to an open folder; with follow false a link as last element fails.
   bool OpenAt(int folder, const std::string& name, const OpenMode& mode, mode_t permissions,
               bool follow);
+  // A library path, which may be null (EINVAL).
+  bool Open(const char* path, const OpenMode& mode);
+  bool Open(const char16_t* path, const OpenMode& mode);
   // A library path and a mode text, either of which may be wrong or null (EINVAL).
   bool Open(const char* path, const char* mode);
   bool Open(const char16_t* path, const char16_t* mode);
@@ -60,6 +64,9 @@ class File {
   bool IsOpen() const { return descriptor_ >= 0; }
   // For sendfile and the like; -1 when closed. The object goes on owning it.
   int Descriptor() const { return descriptor_; }
+
+  // Whether the library path leads to this very file.
+  bool IsAlso(const char* path) const;
 
   // Bytes, or -1.
   std::int64_t Size() const;
@@ -106,6 +113,9 @@ bool RemoveEmptyFolder(const std::string& path);
 // and move. Across file systems a file is copied through a temporary and then deleted, a link
 // made anew, and a folder fails (EXDEV).
 bool MoveWithoutOverwrite(const std::string& from, const std::string& to);
+
+// Renames a file or link within one file system, over what stands there.
+bool MoveOver(const std::string& from, const std::string& to);
 
 // A name in a folder that is open, or a path where folder is AT_FDCWD.
 struct Place {

@@ -50,6 +50,9 @@ std::optional<EntryKind> FindFirst(std::string_view search);
 // Whether a name in library form fits a pattern.
 bool MatchesPattern(std::u16string_view name, std::u16string_view pattern);
 
+// Makes a folder and those above it that are missing, as far as that works.
+void MakeFolders(const std::string& path);
+
 enum class SkipReason { kSpecial, kFailed };
 
 struct TreeActions {
@@ -65,11 +68,12 @@ struct TreeActions {
 void RemoveFolderContent(const std::string& folder, bool remove_folders, bool recursive,
                          const TreeActions& actions);
 
-// Copies what a folder holds, with all below it, into a folder that exists. Files replace
-// files of the same name; a link to a file becomes a file, other links stay links; a link that
-// stands in the target where a folder should be is not written through. A target inside the
-// source is not copied into itself.
+// Copies what a folder holds, with all below it. make_target is called once the source has been
+// read, also where it can't be read, and the target is opened then. Files replace files of the
+// same name; a link to a file becomes a file, other links stay links; a link that stands in the
+// target where a folder should be is not written through. A target inside the source is not
+// copied into itself.
 void CopyFolderContent(const std::string& source, const std::string& target,
-                       const TreeActions& actions);
+                       const std::function<void()>& make_target, const TreeActions& actions);
 
 }  // namespace qvx::platform
