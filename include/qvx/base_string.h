@@ -51,7 +51,7 @@ class QVX_API CBaseStringT {
   // be part of this string. A null string object has no effect.
   void Set(const char* text, int len = -1);
   void Set(const WCHAR* text, int len = -1);
-  void Set(std::nullptr_t, int = -1) { Free(); }
+  void Set(std::nullptr_t, int = -1) { SetText(static_cast<const T*>(nullptr), 0); }
   void Set(char character);
   void Set(WCHAR character);
   void Set(const CBaseStringT<char>* source);
@@ -70,10 +70,10 @@ class QVX_API CBaseStringT {
   // Builds a text of any length in the width of the format, then works as Set or as Append. The
   // language is that of the C library's printf in the C locale, and beyond it: %s and %c take
   // text of the format's own width, %S and %C the other width, %ls and %lc always wide, %hs and
-  // %hc always narrow text; %p prints 16 upper-case hexadecimal digits; %I64d and its kin take 64
-  // bits; a null text prints as "(null)". %n, an unknown conversion, and a format that ends
-  // inside one are errors: Format then empties the string and AppendFormat leaves it as it was.
-  // Arguments may point into this string.
+  // %hc always narrow text; %p prints 16 upper-case hexadecimal digits; %I64d takes 64 bits; a null
+  // text prints as "(null)". %n, an unknown conversion, and a format that ends inside one are
+  // errors: Format then empties the string and AppendFormat leaves it as it was. Arguments may
+  // point into this string.
   void Format(const char* format, ...) QVX_PRINTF(2, 3);
   void Format(const WCHAR* format, ...);
   void AppendFormat(const char* format, ...) QVX_PRINTF(2, 3);
@@ -107,7 +107,7 @@ class QVX_API CBaseStringT {
   // 1 if the texts are equal, else 0. A null text counts as empty; a null string object gives 0.
   int Equal(const char* text, int len = -1, int ignoreCase = 0) const;
   int Equal(const WCHAR* text, int len = -1, int ignoreCase = 0) const;
-  int Equal(std::nullptr_t, int len, int ignoreCase) const;
+  int Equal(std::nullptr_t, int, int) const { return mLength == 0 ? 1 : 0; }
   int Equal(char character, int ignoreCase = 0) const;
   int Equal(WCHAR character, int ignoreCase = 0) const;
   int Equal(const CBaseStringT<char>* other, int ignoreCase = 0) const;
@@ -117,7 +117,7 @@ class QVX_API CBaseStringT {
   // only; a null string object gives 0.
   int StartWith(const char* text, int len = -1, int ignoreCase = 0) const;
   int StartWith(const WCHAR* text, int len = -1, int ignoreCase = 0) const;
-  int StartWith(std::nullptr_t, int len, int ignoreCase) const;
+  int StartWith(std::nullptr_t, int, int) const { return mLength == 0 ? 1 : 0; }
   int StartWith(char character, int ignoreCase = 0) const;
   int StartWith(WCHAR character, int ignoreCase = 0) const;
   int StartWith(const CBaseStringT<char>* other, int ignoreCase = 0) const;
@@ -140,7 +140,9 @@ class QVX_API CBaseStringT {
   void AppendGrowing(const T* text, int len);
   void SetText(const T* text, int len);
   void SetText(const Other* text, int len);
-  bool OwnsAddress(const T* text) const;
+  void SetBuilt(CBaseStringT& built);
+  bool EqualsButForCase(const T* text, std::size_t length) const;
+  bool IsSame(const void* other) const { return other == this; }
   int EqualText(const T* text, int len, int ignoreCase) const;
   int EqualText(const Other* text, int len, int ignoreCase) const;
   int StartWithText(const T* text, int len, int ignoreCase) const;

@@ -5,6 +5,7 @@
 // surrogate without its partner becomes U+FFFD; to a code page, what it lacks becomes '?'.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -13,6 +14,7 @@ namespace qvx::platform {
 // 65001 or a page as said above; false, without any change, for all others.
 bool SetAnsiCodePage(unsigned int code_page);
 unsigned int AnsiCodePage() noexcept;
+bool AnsiIsUtf8() noexcept;
 
 // All of text into out, or nothing where it needs more than capacity units. Returns the units
 // written; no terminator.
@@ -24,6 +26,10 @@ int WideToAnsi(std::u16string_view text, char* out, int capacity) noexcept;
 // byte behind the last one that it needs.
 int AnsiPrefixForWide(const char* text, int max_units) noexcept;
 int WidePrefixForAnsi(const char16_t* text, int max_bytes) noexcept;
+
+// Without any limit; nothing where a character is not well formed or has no counterpart.
+std::optional<std::u16string> WideFromAnsi(std::string_view text);
+std::optional<std::string> AnsiFromWide(std::u16string_view text);
 
 // Without any limit. *exact, where given, tells whether the text was well formed.
 std::u16string Utf8ToUtf16(std::string_view text, bool* exact = nullptr);

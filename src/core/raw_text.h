@@ -1,0 +1,126 @@
+// Searches and tests on raw text, for both widths. Only ASCII letters have case.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <string>
+#include <type_traits>
+
+#include <qvx/types.h>
+
+namespace qvx::core {
+
+constexpr unsigned int kCaseBit = 0x20;
+
+// The value of a character as an unsigned number.
+template <typename T>
+constexpr unsigned int Code(T character) {
+  return std::is_same_v<T, char> ? static_cast<unsigned char>(character)
+                                 : static_cast<unsigned int>(character);
+}
+
+template <typename T>
+constexpr bool IsAsciiDigit(T character) {
+  return character >= '0' && character <= '9';
+}
+
+template <typename T>
+constexpr bool IsAsciiLetter(T character) {
+  const unsigned int upper = Code(character) & ~kCaseBit;
+  return upper >= 'A' && upper <= 'Z';
+}
+
+template <typename T>
+constexpr bool Matches(T left, T right) {
+  if (left == right) return true;
+  return (Code(left) ^ Code(right)) == kCaseBit && IsAsciiLetter(left);
+}
+
+template <typename T>
+std::size_t TextLength(const T* text) {
+  return std::char_traits<T>::length(text);
+}
+
+// A length argument of the interface: a negative one is measured, and a null text is empty.
+template <typename T>
+std::size_t GivenLength(const T* text, int length) {
+  if (text == nullptr) return 0;
+  return length < 0 ? TextLength(text) : static_cast<std::size_t>(length);
+}
+
+template <typename T>
+bool MatchAll(const T* left, const T* right, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) {
+    if (!Matches(left[i], right[i])) return false;
+  }
+  return true;
+}
+
+// Compares count characters, or fewer where both texts end before.
+template <typename T>
+bool EqualUpToNul(const T* left, const T* right, std::size_t count, bool ignore_case) {
+  for (std::size_t i = 0; i < count; ++i) {
+    if (ignore_case ? !Matches(left[i], right[i]) : left[i] != right[i]) return false;
+    if (left[i] == T()) return true;
+  }
+  return true;
+}
+
+template <typename T>
+const T* FindCharacter(const T* text, std::size_t count, T character) {
+  return text != nullptr ? std::char_traits<T>::find(text, count, character) : nullptr;
+}
+
+template <typename T>
+const T* FindText(const T* text, const T* pattern) {
+  if constexpr (std::is_same_v<T, char>) {
+    return std::strstr(text, pattern);
+  } else {
+    const std::size_t at = std::basic_string_view<T>(text).find(pattern);
+    return at != std::basic_string_view<T>::npos ? text + at : nullptr;
+  }
+}
+
+template <typename T>
+const T* FindIgnoringCase(const T* text, std::size_t text_length, const T* pattern,
+                          std::size_t pattern_length) {
+  if (text == nullptr || pattern == nullptr || text_length == 0) return nullptr;
+  if (pattern_length > text_length) return nullptr;
+  const T* last = text + (text_length - pattern_length);
+  for (const T* start = text; start <= last; ++start) {
+    if (MatchAll(start, pattern, pattern_length)) return start;
+  }
+  return nullptr;
+}
+
+template <typename T>
+const T* FindIgnoringCase(const T* text, const T* pattern) {
+  return FindIgnoringCase(text, GivenLength(text, -1), pattern, GivenLength(pattern, -1));
+}
+
+template <typename T>
+bool AllDigits(const T* text, std::size_t length) {
+  return std::all_of(text, text + length, IsAsciiDigit<T>);
+}
+
+template <typename T>
+bool AllLetters(const T* text, std::size_t length) {
+  return std::all_of(text, text + length, IsAsciiLetter<T>);
+}
+
+template <typename T>
+void FoldToLower(T* text, std::size_t length) {
+  for (T* end = text + length; text != end; ++text) {
+    if (IsAsciiLetter(*text)) *text = static_cast<T>(Code(*text) | kCaseBit);
+  }
+}
+
+template <typename T>
+void FoldToUpper(T* text, std::size_t length) {
+  for (T* end = text + length; text != end; ++text) {
+    if (IsAsciiLetter(*text)) *text = static_cast<T>(Code(*text) & ~kCaseBit);
+  }
+}
+
+}  // namespace qvx::core
