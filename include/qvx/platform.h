@@ -23,6 +23,24 @@ QVX_API unsigned int GetAnsiCodePage();
 QVX_API int WideToUtf8(const WCHAR* text, int len, CBaseStringA* result);
 QVX_API int Utf8ToWide(const char* text, int len, CBaseStringW* result);
 
+// Paths --------------------------------------------------------------------------------------
+
+// The library writes C:\a\b for the native /a/b; it accepts / beside \, a drive in either case
+// and paths without a drive, which stand against the working directory. C: alone is the root,
+// and there is no other drive. Every native name has a library form, so that going there and
+// back gives the same bytes: in names \ : * ? are U+F05C U+F03A U+F02A U+F03F, a byte that is no
+// UTF-8 is a lone surrogate U+DC80 to U+DCFF (in narrow UTF-8 the three bytes of that number),
+// and a name that really holds one of those four code points has its bytes written so.
+//
+// *result gets the path, of any length, in place of what it held, and is empty after a failure.
+// The return value is 1, or 0: for a null or empty path or a null result; to native, for a drive
+// that does not exist, a colon or wildcard where none can stand, and a text that is not valid; to
+// the narrow form, where the code page has no form of it. Thread-safe. Throws std::bad_alloc.
+QVX_API int NativePathToLibraryA(const char* native, CBaseStringA* result);
+QVX_API int NativePathToLibraryW(const char* native, CBaseStringW* result);
+QVX_API int LibraryPathToNativeA(const char* path, CBaseStringA* result);
+QVX_API int LibraryPathToNativeW(const WCHAR* path, CBaseStringA* result);
+
 // Errors -------------------------------------------------------------------------------------
 
 // The code that the last failed call on this thread left, where a function says that it leaves
