@@ -28,8 +28,9 @@
 struct tagSOCKETFILEWAITER;
 
 namespace qvx::netfile {
-class Requests;
-}
+class Copy;
+class Exchange;
+}  // namespace qvx::netfile
 
 class QVX_API CSocketFileClient : public CTCPSocketClient, public IClientSocketListener {
  public:
@@ -96,8 +97,19 @@ class QVX_API CSocketFileClient : public CTCPSocketClient, public IClientSocketL
                           const unsigned char* data, int size) override;
   void OnClientDisconnectFromServer(std::uint64_t userData, std::uint64_t nSocketFD) override;
 
+ protected:
+  unsigned char* OnPlacePayload(const unsigned char* pHead, std::uint32_t nLength,
+                                std::uint32_t nOffset, std::uint32_t* pRoom) override;
+  void OnPayloadPlaced(std::uint32_t nOffset, std::uint32_t nSize) override;
+  int OnPlacedPacket(const unsigned char* pHead, std::uint32_t nLength) override;
+
  private:
-  friend class qvx::netfile::Requests;
+  friend class qvx::netfile::Copy;
+  friend class qvx::netfile::Exchange;
+
+  int SendPathRequest(std::uint32_t nCommand, const WCHAR* path);
+  tagSOCKETFILEWAITER* FindWaiter(std::uint32_t nSerial);
+  tagSOCKETFILEWAITER* FindReader(const unsigned char* pHead, std::uint32_t nLength);
 
   std::atomic<std::uint64_t> mOpenFile{0};
   CBaseLock mWaiterLock;

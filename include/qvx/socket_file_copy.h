@@ -36,6 +36,7 @@ enum SOCKETFILECOPYRESULT : std::int32_t {
   SOCKET_FILE_COPY_SPECIAL = 9,        // left out: neither file nor folder (told by uploads only)
   SOCKET_FILE_COPY_NO_FOLDER = 10,     // a folder could not be made or listed
   SOCKET_FILE_COPY_DISCONNECTED = 11,  // the connection ended before or during the copy
+  SOCKET_FILE_COPY_CANCELLED = 12,     // the listener asked for the end
 };
 
 // Options of the functions with a report.
@@ -89,7 +90,8 @@ QVX_API void SocketFolderCopyToServer(CSocketFileClient* client, const WCHAR* lo
                                       std::uint64_t userData);
 
 // As SocketFileCopyFromServer, but the result is a SOCKETFILECOPYRESULT, flags may ask for
-// overwriting, and no temporary file stays in any case.
+// overwriting, no temporary file stays in any case, and a 0 from OnNetFileCopyProgress ends
+// the copy; the connection then goes on.
 QVX_API std::int32_t SocketFileCopyFromServerEx(CSocketFileClient* client, const WCHAR* remotePath,
                                                 const WCHAR* localPath, std::uint64_t timeoutMs,
                                                 std::uint32_t flags,
@@ -105,8 +107,9 @@ QVX_API std::int32_t SocketFileCopyToServerEx(CSocketFileClient* client, const W
                                               std::uint64_t userData);
 
 // As SocketFolderCopyFromServer, with the rules of the Ex functions for each file, and a
-// report of every file and of every entry that was left out. The result is 1 if every file
-// was copied and every folder made.
+// report of every file and of every entry that was left out. Once the listener has asked for
+// the end no further file begins. The result is 1 if every file was copied and every folder
+// made.
 QVX_API int SocketFolderCopyFromServerEx(CSocketFileClient* client, const WCHAR* remoteFolder,
                                          const WCHAR* localFolder, std::uint64_t timeoutMs,
                                          std::uint32_t flags,
@@ -114,7 +117,8 @@ QVX_API int SocketFolderCopyFromServerEx(CSocketFileClient* client, const WCHAR*
                                          ISocketFileCopyReport* report, std::uint64_t userData);
 
 // The same for SocketFolderCopyToServer. Hidden and special entries are reported too; they
-// don't change the result.
+// don't change the result. The calling thread's listener for skipped entries (folder_list.h)
+// is taken for this, and is none afterwards.
 QVX_API int SocketFolderCopyToServerEx(CSocketFileClient* client, const WCHAR* localFolder,
                                        const WCHAR* remoteFolder, std::uint64_t timeoutMs,
                                        std::uint32_t flags,

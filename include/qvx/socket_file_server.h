@@ -10,6 +10,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "qvx/ptr_list.h"
 #include "qvx/socket_file_protocol.h"
@@ -27,7 +28,9 @@ class QVX_API IServerFolderPathInterface {
   virtual void OnGetFolderPath(std::int32_t nFolderID, WCHAR* szPath, std::uint64_t context);
 };
 
-struct tagCLIENTOPENFILE;
+namespace qvx::netfile {
+class OpenFile;
+}
 
 class QVX_API CSocketFileServer : public CTCPSocketServer, public IServerSocketListener {
  public:
@@ -76,11 +79,17 @@ class QVX_API CSocketFileServer : public CTCPSocketServer, public IServerSocketL
   void Dispatch(std::uint64_t nSocketFD, std::uint32_t nCommand, const unsigned char* data,
                 std::uint32_t size);
   void AnswerFailure(std::uint64_t nSocketFD, const tagSOCKETFILEHEADER& request);
+  void AnswerCopiedRead(std::uint64_t nSocketFD, const tagSOCKETFILEREQREAD& request,
+                        const qvx::netfile::OpenFile& file, std::uint32_t bytes);
   void AnswerResult(std::uint64_t nSocketFD, const tagSOCKETFILEHEADER& request,
                     std::uint32_t nResult);
-  bool AddClientOpenFileToList(std::uint32_t nSocketFD, tagCLIENTOPENFILE* openFile);
-  tagCLIENTOPENFILE* FindClientOpenFile(std::uint32_t nSocketFD, std::uint64_t nFileHandle);
-  tagCLIENTOPENFILE* DelClientOpenFileFromList(std::uint32_t nSocketFD, std::uint64_t nFileHandle);
+  // The handle that the client gets: never given twice, never 0.
+  std::uint64_t AddClientOpenFileToList(std::uint32_t nSocketFD,
+                                        std::shared_ptr<qvx::netfile::OpenFile> pFile);
+  // Null for a handle that this client did not get, or that is closed.
+  std::shared_ptr<qvx::netfile::OpenFile> FindClientOpenFile(std::uint32_t nSocketFD,
+                                                             std::uint64_t nFileHandle);
+  void DelClientOpenFileFromList(std::uint32_t nSocketFD, std::uint64_t nFileHandle);
   // All ones closes the files of all clients.
   void CloseAllClientOpenFile(std::uint32_t nSocketFD);
 
