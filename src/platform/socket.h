@@ -239,7 +239,7 @@ int PollSocket(SocketValue socket, std::uint16_t wanted, int milliseconds) noexc
 // What poll or epoll reported of a socket (POLLIN, POLLOUT, POLLERR, POLLHUP, POLLRDHUP and
 // POLLNVAL), as the bits above and by their rules: looks whether something is left to read
 // where the peer has closed.
-std::uint16_t TranslateReadiness(const SocketUse& use, std::uint32_t native) noexcept;
+std::uint16_t TranslateReadiness(SocketValue socket, std::uint32_t native) noexcept;
 // What poll or epoll must be asked for.
 std::uint32_t NativeWanted(std::uint16_t wanted) noexcept;
 

@@ -1,0 +1,294 @@
+#include <errno.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <string.h>
+#include <sys/ioctl.h>
+#include <sys/sendfile.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
+#include <time.h>
+
+#include <algorithm>
+
+#include "platform/seam.h"
+#include "platform/socket.h"
+
+namespace qvx::platform {
+namespace {
+
+constexpr int kSendPatienceMilliseconds = 60000;
+// What one call moves at most, so that a count always fits what the system counts with.
+constexpr std::size_t kMaxTransfer = std::size_t{1} << 30;
+
+struct Vector {
+  iovec parts[kMaxParts];
+  std::size_t count = 0;
+};
+
+// The first size bytes of the parts.
+template <typename Bytes>
+Vector ToVector(const Bytes* parts, std::size_t count, std::size_t size) {
+  Vector vector;
+  for (std::size_t i = 0; i < std::min(count, kMaxParts) && size > 0; ++i) {
+    const std::size_t piece = std::min(parts[i].size, size);
+    if (piece == 0) continue;
+    vector.parts[vector.count++] = iovec{const_cast<void*>(parts[i].data), piece};
+    size -= piece;
+  }
+  return vector;
+}
+
+template <typename Bytes>
+std::size_t TotalSize(const Bytes* parts, std::size_t count) {
+  std::size_t total = 0;
+  for (std::size_t i = 0; i < std::min(count, kMaxParts); ++i) {
+    total += std::min(parts[i].size, kMaxTransfer - total);
+  }
+  return total;
+}
+
+template <typename Call>
+IoResult Repeat(Operation operation, std::size_t size, Call call) {
+  for (;;) {
+    std::size_t allowed = size;
+    const ssize_t moved = SeamFailsOrShortens(operation, allowed) ? -1 : call(allowed);
+    if (moved >= 0) return {static_cast<std::size_t>(moved), 0};
+    if (errno != EINTR) return {0, errno};
+  }
+}
+
+// Keeps the signal of a broken pipe from the thread while it lives; one that was raised in
+// between is taken back.
+class NoPipeSignal {
+ public:
+  NoPipeSignal() {
+    sigemptyset(&pipe_);
+    sigaddset(&pipe_, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe_, &before_);
+  }
+  ~NoPipeSignal() {
+    if (sigismember(&before_, SIGPIPE) == 0) pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  }
+  NoPipeSignal(const NoPipeSignal&) = delete;
+  NoPipeSignal& operator=(const NoPipeSignal&) = delete;
+
+  void TakeBack() {
+    if (sigismember(&before_, SIGPIPE) != 0) return;
+    const timespec at_once{};
+    while (sigtimedwait(&pipe_, nullptr, &at_once) < 0 && errno == EINTR) {
+    }
+  }
+
+ private:
+  sigset_t pipe_;
+  sigset_t before_;
+};
+
+bool IsBlocking(SocketValue socket) {
+  const SocketUse use(socket);
+  const int flags = fcntl(use.Descriptor(), F_GETFL);
+  return flags >= 0 && (flags & O_NONBLOCK) == 0;
+}
+
+// False once a minute went by without room.
+bool WaitForRoom(SocketValue socket) {
+  const int happened = PollSocket(socket, kPollWrite, kSendPatienceMilliseconds);
+  if (happened == 0) errno = ETIMEDOUT;
+  return happened > 0;
+}
+
+// A list of parts of which the front is gone already.
+class Remaining {
+ public:
+  Remaining(const ConstBytes* parts, std::size_t count) : parts_(parts), count_(count) { Skip(0); }
+
+  bool Empty() const { return count_ == 0; }
+
+  IoResult SendSome(SocketValue socket) const {
+    ConstBytes batch[kMaxParts];
+    const std::size_t count = std::min(count_, kMaxParts);
+    std::copy_n(parts_, count, batch);
+    batch[0] = ConstBytes{static_cast<const char*>(batch[0].data) + gone_, batch[0].size - gone_};
+    return SendParts(socket, batch, count);
+  }
+
+  void Skip(std::size_t bytes) {
+    gone_ += bytes;
+    while (count_ > 0 && gone_ >= parts_->size) {
+      gone_ -= parts_->size;
+      ++parts_;
+      --count_;
+    }
+  }
+
+ private:
+  const ConstBytes* parts_;
+  std::size_t count_;
+  std::size_t gone_ = 0;
+};
+
+sockaddr_in NativePeer(const Ipv4Endpoint& peer) {
+  sockaddr_in native{};
+  native.sin_family = AF_INET;
+  native.sin_port = htons(peer.port);
+  native.sin_addr.s_addr = htonl(peer.address);
+  return native;
+}
+
+struct alignas(cmsghdr) PacketControl {
+  char bytes[CMSG_SPACE(sizeof(in_pktinfo))];
+};
+
+void ReadControl(msghdr& message, DatagramPath* path) {
+  for (cmsghdr* item = CMSG_FIRSTHDR(&message); item != nullptr;
+       item = CMSG_NXTHDR(&message, item)) {
+    if (item->cmsg_level != IPPROTO_IP || item->cmsg_type != IP_PKTINFO) continue;
+    in_pktinfo info{};
+    memcpy(&info, CMSG_DATA(item), sizeof(info));
+    path->local_address = ntohl(info.ipi_addr.s_addr);
+    path->interface_index = static_cast<std::uint32_t>(info.ipi_ifindex);
+  }
+}
+
+void WriteControl(msghdr& message, PacketControl& control, const DatagramPath& path) {
+  if (path.local_address == 0 && path.interface_index == 0) return;
+  message.msg_control = control.bytes;
+  message.msg_controllen = sizeof(control.bytes);
+  cmsghdr* item = CMSG_FIRSTHDR(&message);
+  item->cmsg_level = IPPROTO_IP;
+  item->cmsg_type = IP_PKTINFO;
+  item->cmsg_len = CMSG_LEN(sizeof(in_pktinfo));
+  in_pktinfo info{};
+  info.ipi_spec_dst.s_addr = htonl(path.local_address);
+  info.ipi_ifindex = static_cast<int>(path.interface_index);
+  memcpy(CMSG_DATA(item), &info, sizeof(info));
+}
+
+}  // namespace
+
+bool IoResult::WouldBlock() const noexcept {
+  return error == EAGAIN;
+}
+
+IoResult SendParts(SocketValue socket, const ConstBytes* parts, std::size_t count) noexcept {
+  const SocketUse use(socket);
+  if (use.Descriptor() < 0) return {0, EBADF};
+  return Repeat(Operation::kSend, TotalSize(parts, count), [&](std::size_t allowed) {
+    Vector vector = ToVector(parts, count, allowed);
+    msghdr message{};
+    message.msg_iov = vector.parts;
+    message.msg_iovlen = vector.count;
+    return sendmsg(use.Descriptor(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+  });
+}
+
+IoResult SendFileRange(SocketValue socket, int file, std::uint64_t offset,
+                       std::size_t size) noexcept {
+  const SocketUse use(socket);
+  if (use.Descriptor() < 0) return {0, EBADF};
+  if (offset > static_cast<std::uint64_t>(INT64_MAX)) return {0, EINVAL};
+  if (IsBlocking(socket)) SetNonBlocking(socket, true);
+  NoPipeSignal guard;
+  const IoResult result =
+      Repeat(Operation::kSend, std::min(size, kMaxTransfer), [&](std::size_t allowed) {
+        off_t position = static_cast<off_t>(offset);
+        return sendfile(use.Descriptor(), file, &position, allowed);
+      });
+  if (result.error == EPIPE) guard.TakeBack();
+  return result;
+}
+
+IoResult Receive(SocketValue socket, void* data, std::size_t size) noexcept {
+  const MutableBytes part{data, size};
+  return ReceiveParts(socket, &part, 1);
+}
+
+IoResult ReceiveParts(SocketValue socket, const MutableBytes* parts, std::size_t count) noexcept {
+  const SocketUse use(socket);
+  if (use.Descriptor() < 0) return {0, EBADF};
+  if (use.IsShut()) return {0, ESHUTDOWN};
+  return Repeat(Operation::kReceive, TotalSize(parts, count), [&](std::size_t allowed) {
+    Vector vector = ToVector(parts, count, allowed);
+    msghdr message{};
+    message.msg_iov = vector.parts;
+    message.msg_iovlen = vector.count;
+    return recvmsg(use.Descriptor(), &message, MSG_DONTWAIT);
+  });
+}
+
+std::size_t PendingBytes(SocketValue socket) noexcept {
+  const SocketUse use(socket);
+  int waiting = 0;
+  if (use.Descriptor() < 0 || use.IsShut()) return 0;
+  if (ioctl(use.Descriptor(), FIONREAD, &waiting) != 0 || waiting < 0) return 0;
+  return static_cast<std::size_t>(waiting);
+}
+
+bool SendWhole(SocketValue socket, const ConstBytes* parts, std::size_t count,
+               FullSocket when_full) noexcept {
+  Remaining remaining(parts, count);
+  bool may_wait = when_full == FullSocket::kWait;
+  while (!remaining.Empty()) {
+    const IoResult result = remaining.SendSome(socket);
+    if (result.error == 0) {
+      remaining.Skip(result.bytes);
+      may_wait = true;
+      continue;
+    }
+    errno = result.error;
+    if (!result.WouldBlock()) return false;
+    if (!may_wait && !IsBlocking(socket)) {
+      errno = EAGAIN;
+      return false;
+    }
+    if (!WaitForRoom(socket)) return false;
+  }
+  return true;
+}
+
+IoResult ReceiveDatagram(SocketValue socket, void* data, std::size_t size,
+                         DatagramPath* path) noexcept {
+  const SocketUse use(socket);
+  if (use.Descriptor() < 0) return {0, EBADF};
+  if (use.IsShut()) return {0, ESHUTDOWN};
+  *path = DatagramPath{};
+  return Repeat(Operation::kReceive, size, [&](std::size_t allowed) {
+    iovec part{data, allowed};
+    sockaddr_in peer{};
+    PacketControl control{};
+    msghdr message{};
+    message.msg_name = &peer;
+    message.msg_namelen = sizeof(peer);
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control.bytes;
+    message.msg_controllen = sizeof(control.bytes);
+    const ssize_t moved = recvmsg(use.Descriptor(), &message, MSG_DONTWAIT);
+    if (moved < 0) return moved;
+    path->peer = Ipv4Endpoint{ntohl(peer.sin_addr.s_addr), ntohs(peer.sin_port)};
+    ReadControl(message, path);
+    return moved;
+  });
+}
+
+IoResult SendDatagram(SocketValue socket, const void* data, std::size_t size,
+                      const DatagramPath& path) noexcept {
+  const SocketUse use(socket);
+  if (use.Descriptor() < 0) return {0, EBADF};
+  return Repeat(Operation::kSend, size, [&](std::size_t allowed) {
+    iovec part{const_cast<void*>(data), allowed};
+    sockaddr_in peer = NativePeer(path.peer);
+    PacketControl control{};
+    msghdr message{};
+    message.msg_name = &peer;
+    message.msg_namelen = sizeof(peer);
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    WriteControl(message, control, path);
+    return sendmsg(use.Descriptor(), &message, MSG_NOSIGNAL);
+  });
+}
+
+}  // namespace qvx::platform
