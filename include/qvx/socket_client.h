@@ -3,8 +3,9 @@
 // introduces itself to the server when it connects. A client never reconnects by itself: call
 // Create again.
 //
-// Threads: the calls below may come from any thread, also at the same time, but Create and
-// Close not from a listener call, since they wait for the thread that makes it. Objects are
+// Threads: the calls below may come from any thread, also at the same time. From a listener
+// call on the receiving thread, which they would have to wait for, Create fails and Close only
+// asks for the end. Objects are
 // used in place. In a child after fork a client counts as closed; the parent's connection
 // lives on, whatever the child does with the object.
 #pragma once
@@ -117,28 +118,31 @@ class QVX_API CSocketClient : public IThreadFuncInterface {
   std::atomic<IClientSocketListener*> mListener;
   std::atomic<std::uint64_t> mUserData;
   CBaseThread mThread;
-  std::atomic<std::uint64_t> mSendBytes;
+  std::uint64_t mSendBytes;
   std::atomic<int> mSendRate;
-  std::atomic<std::uint32_t> mSendStart;
-  std::atomic<std::uint64_t> mRecvBytes;
+  std::uint32_t mSendStart;
+  std::uint64_t mRecvBytes;
   std::atomic<int> mRecvRate;
-  std::atomic<std::uint32_t> mRecvStart;
+  std::uint32_t mRecvStart;
 
  private:
   struct Inner;
   struct Receiver;
 
+  bool IsOfParent() const;
+  bool IsReceivingThread() const;
   bool Connect(const char* szHost, std::uint16_t nPort, IClientSocketListener* pListener,
                std::uint64_t nUserData, std::uint64_t* pSocketFD);
-  bool IsOfParent() const;
+  bool Start(std::uint64_t nSocketFD, int bRaw, int bCheck, IClientSocketListener* pListener,
+             std::uint64_t nUserData, const char* szThreadName);
   void SendHello(std::uint64_t nSocketFD);
-  int SendParts(std::uint64_t nSocketFD, std::uint64_t nCode, const tagSOCKETSENDPART* pParts,
-                int nCount, bool bWait);
-  bool RecvClientSocketData(std::uint64_t nSocketFD);
+  void GiveUpSending(std::uint64_t nSocketFD);
+  int RunPass(std::uint64_t nSocketFD);
+  void RecvClientSocketData(std::uint64_t nSocketFD);
+  bool RecvPackets(std::uint64_t nSocketFD);
   bool RecvRawData(std::uint64_t nSocketFD);
-  void EndConnection(std::uint64_t nSocketFD);
   void ReportDisconnect(std::uint64_t nSocketFD);
-  void FreeReceiveState();
+  void EndConnection(std::uint64_t nSocketFD);
 
   std::unique_ptr<Inner> mInner;
 };

@@ -65,6 +65,7 @@ struct tagTCPPACKETRECV {
   std::int32_t bComplete;       // 1 when the last payload byte has come
   unsigned char* pPayload;      // nLength bytes once complete, less room before
   std::uint32_t nPayloadRoom;   // bytes allocated; the library's own
+  std::uint32_t nPlacing;       // where the payload goes; the library's own
 };
 
 // A piece of data that is sent together with others, without copying.

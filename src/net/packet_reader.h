@@ -46,6 +46,7 @@ class PacketReader {
   class Pass;
   static constexpr std::size_t kBufferSize = 32 * 1024;
   std::unique_ptr<unsigned char[]> buffer_;
+  bool large_ = false;  // the last payload was
 };
 
 // Releases the payload and fills the record with zeros.

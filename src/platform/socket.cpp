@@ -62,26 +62,6 @@ ConnectOutcome ConnectError(int error) {
   return ConnectOutcome::kFailed;
 }
 
-AcceptOutcome AcceptError(int error) {
-  switch (error) {
-    case EAGAIN:
-      return AcceptOutcome::kNothing;
-    case EMFILE:
-    case ENFILE:
-    case ENOBUFS:
-    case ENOMEM:
-      return AcceptOutcome::kNoResources;
-    case EBADF:
-    case EINVAL:
-    case ENOTSOCK:
-    case EOPNOTSUPP:
-    case EFAULT:
-      return AcceptOutcome::kClosed;
-    default:
-      return AcceptOutcome::kRetry;
-  }
-}
-
 int AcceptNative(int listener) {
   if (SeamFails(Operation::kAccept)) return -1;
   return accept4(listener, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
@@ -151,6 +131,14 @@ bool SetPacketInformation(SocketValue socket) noexcept {
   return SetOption(socket, IPPROTO_IP, IP_PKTINFO, 1);
 }
 
+std::array<unsigned char, 16> NativeAddress(const Ipv4Endpoint& endpoint) noexcept {
+  const sockaddr_in native = ToNative(endpoint);
+  std::array<unsigned char, 16> bytes{};
+  static_assert(sizeof(native) == sizeof(bytes));
+  memcpy(bytes.data(), &native, sizeof(native));
+  return bytes;
+}
+
 void FormatIpv4(std::uint32_t address, char* text, std::size_t size) noexcept {
   snprintf(text, size, "%u.%u.%u.%u", address >> 24, (address >> 16) & 0xFF, (address >> 8) & 0xFF,
            address & 0xFF);
@@ -205,6 +193,26 @@ bool ListenSocket(SocketValue socket) noexcept {
   return SetNonBlocking(socket, true) && listen(use.Descriptor(), INT_MAX) == 0;
 }
 
+AcceptOutcome AcceptOutcomeOf(int error) noexcept {
+  switch (error) {
+    case EAGAIN:
+      return AcceptOutcome::kNothing;
+    case EMFILE:
+    case ENFILE:
+    case ENOBUFS:
+    case ENOMEM:
+      return AcceptOutcome::kNoResources;
+    case EBADF:
+    case EINVAL:
+    case ENOTSOCK:
+    case EOPNOTSUPP:
+    case EFAULT:
+      return AcceptOutcome::kClosed;
+    default:
+      return AcceptOutcome::kRetry;
+  }
+}
+
 AcceptResult AcceptSocket(SocketValue listener) noexcept {
   const SocketUse use(listener);
   if (use.Descriptor() < 0 || use.IsShut()) return {AcceptOutcome::kClosed, kNoSocket};
@@ -212,12 +220,16 @@ AcceptResult AcceptSocket(SocketValue listener) noexcept {
   do {
     descriptor = AcceptNative(use.Descriptor());
   } while (descriptor < 0 && errno == EINTR);
-  if (descriptor < 0) return {AcceptError(errno), kNoSocket};
+  if (descriptor < 0) return {AcceptOutcomeOf(errno), kNoSocket};
   const SocketValue value = AdoptSocket(static_cast<SocketValue>(descriptor));
   if (value != kNoSocket) return {AcceptOutcome::kAccepted, value};
   close(descriptor);
   return {AcceptOutcome::kNoResources, kNoSocket};
 }
+
+const int kErrorCancelled = ECANCELED;
+const int kErrorTimedOut = ETIMEDOUT;
+const int kErrorNoHost = EHOSTUNREACH;
 
 int LastSocketError() noexcept {
   return errno;

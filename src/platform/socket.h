@@ -10,6 +10,7 @@
 // connection alone, since the parent still uses it.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -87,6 +88,9 @@ struct Ipv4Endpoint {
   std::uint16_t port = 0;
 };
 
+// The system's form of an address: family, then port and address in network order.
+std::array<unsigned char, 16> NativeAddress(const Ipv4Endpoint& endpoint) noexcept;
+
 // Dotted text into a buffer of at least 16 characters.
 void FormatIpv4(std::uint32_t address, char* text, std::size_t size) noexcept;
 // Plain dotted text, four decimal numbers.
@@ -121,6 +125,8 @@ struct AcceptResult {
   SocketValue socket;  // kNoSocket unless accepted; non-blocking
 };
 
+// What an errno of accept means.
+AcceptOutcome AcceptOutcomeOf(int error) noexcept;
 // Takes a waiting connection; does not block. The options of the listener carry over.
 AcceptResult AcceptSocket(SocketValue listener) noexcept;
 
@@ -148,11 +154,14 @@ struct MutableBytes {
 inline constexpr std::size_t kMaxParts = 64;
 
 // One gathering send of what the socket takes at once. Never blocks, whatever the socket's
-// mode. At most kMaxParts parts are looked at.
-IoResult SendParts(SocketValue socket, const ConstBytes* parts, std::size_t count) noexcept;
+// mode. At most kMaxParts parts are looked at. With more, what follows at once shall leave in the
+// same segments.
+IoResult SendParts(SocketValue socket, const ConstBytes* parts, std::size_t count,
+                   bool more = false) noexcept;
 
 // Sends a range of a regular file straight from the page cache, as much as is taken at once;
-// never blocks on the socket. 0 bytes without an error means that the file ends before offset.
+// never blocks on the socket, which it makes non-blocking. 0 bytes without an error means that the
+// file ends before offset.
 IoResult SendFileRange(SocketValue socket, int file, std::uint64_t offset,
                        std::size_t size) noexcept;
 
@@ -170,8 +179,12 @@ enum class FullSocket {
 
 // Sends all the parts. Blocks while the peer makes no room, at most 60 s without progress;
 // a shutdown by another thread ends it. False leaves the reason in errno.
-bool SendWhole(SocketValue socket, const ConstBytes* parts, std::size_t count,
-               FullSocket when_full) noexcept;
+bool SendWhole(SocketValue socket, const ConstBytes* parts, std::size_t count, FullSocket when_full,
+               bool more = false) noexcept;
+// The same for a range of a file, from the first byte on. *sent is below size, with a true
+// result, where the file ends early or can't be read.
+bool SendWholeFile(SocketValue socket, int file, std::uint64_t offset, std::size_t size,
+                   std::size_t* sent) noexcept;
 
 // --- Datagrams --------------------------------------------------------------------------
 
@@ -246,7 +259,11 @@ std::uint32_t NativeWanted(std::uint16_t wanted) noexcept;
 // The errno of the last failed call of this thread, and a way to leave one for a caller.
 int LastSocketError() noexcept;
 void SetLastSocketError(int error) noexcept;
-// The system's text for it.
+// What this layer's callers report by themselves.
+extern const int kErrorCancelled;
+extern const int kErrorTimedOut;
+extern const int kErrorNoHost;
+// The system's text for an error.
 const char* SocketErrorText(int error) noexcept;
 
 }  // namespace qvx::platform

@@ -9,6 +9,7 @@
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 
@@ -106,12 +107,12 @@ class Remaining {
 
   bool Empty() const { return count_ == 0; }
 
-  IoResult SendSome(SocketValue socket) const {
+  IoResult SendSome(SocketValue socket, bool more) const {
     ConstBytes batch[kMaxParts];
     const std::size_t count = std::min(count_, kMaxParts);
     std::copy_n(parts_, count, batch);
     batch[0] = ConstBytes{static_cast<const char*>(batch[0].data) + gone_, batch[0].size - gone_};
-    return SendParts(socket, batch, count);
+    return SendParts(socket, batch, count, more);
   }
 
   void Skip(std::size_t bytes) {
@@ -129,12 +130,30 @@ class Remaining {
   std::size_t gone_ = 0;
 };
 
-sockaddr_in NativePeer(const Ipv4Endpoint& peer) {
-  sockaddr_in native{};
-  native.sin_family = AF_INET;
-  native.sin_port = htons(peer.port);
-  native.sin_addr.s_addr = htonl(peer.address);
-  return native;
+// For file systems that can't hand their pages to a socket.
+IoResult SendThroughMemory(SocketValue socket, int file, std::uint64_t offset, std::size_t size) {
+  char block[64 * 1024];
+  const ssize_t read =
+      pread(file, block, std::min(size, sizeof(block)), static_cast<off_t>(offset));
+  if (read < 0) return {0, errno};
+  if (read == 0) return {0, 0};
+  const ConstBytes part{block, static_cast<std::size_t>(read)};
+  return SendParts(socket, &part, 1);
+}
+
+// Failures of a connection, as against those of reading a file.
+bool IsConnectionError(int error) {
+  switch (error) {
+    case EIO:
+    case EINVAL:
+    case EISDIR:
+    case EOVERFLOW:
+    case ENOSYS:
+    case ESPIPE:
+      return false;
+    default:
+      return true;
+  }
 }
 
 struct alignas(cmsghdr) PacketControl {
@@ -172,15 +191,17 @@ bool IoResult::WouldBlock() const noexcept {
   return error == EAGAIN;
 }
 
-IoResult SendParts(SocketValue socket, const ConstBytes* parts, std::size_t count) noexcept {
+IoResult SendParts(SocketValue socket, const ConstBytes* parts, std::size_t count,
+                   bool more) noexcept {
   const SocketUse use(socket);
   if (use.Descriptor() < 0) return {0, EBADF};
+  const int flags = MSG_NOSIGNAL | MSG_DONTWAIT | (more ? MSG_MORE : 0);
   return Repeat(Operation::kSend, TotalSize(parts, count), [&](std::size_t allowed) {
     Vector vector = ToVector(parts, count, allowed);
     msghdr message{};
     message.msg_iov = vector.parts;
     message.msg_iovlen = vector.count;
-    return sendmsg(use.Descriptor(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+    return sendmsg(use.Descriptor(), &message, flags);
   });
 }
 
@@ -197,7 +218,8 @@ IoResult SendFileRange(SocketValue socket, int file, std::uint64_t offset,
         return sendfile(use.Descriptor(), file, &position, allowed);
       });
   if (result.error == EPIPE) guard.TakeBack();
-  return result;
+  const bool unable = result.error == EINVAL || result.error == ENOSYS;
+  return unable ? SendThroughMemory(socket, file, offset, std::min(size, kMaxTransfer)) : result;
 }
 
 IoResult Receive(SocketValue socket, void* data, std::size_t size) noexcept {
@@ -226,12 +248,12 @@ std::size_t PendingBytes(SocketValue socket) noexcept {
   return static_cast<std::size_t>(waiting);
 }
 
-bool SendWhole(SocketValue socket, const ConstBytes* parts, std::size_t count,
-               FullSocket when_full) noexcept {
+bool SendWhole(SocketValue socket, const ConstBytes* parts, std::size_t count, FullSocket when_full,
+               bool more) noexcept {
   Remaining remaining(parts, count);
   bool may_wait = when_full == FullSocket::kWait;
   while (!remaining.Empty()) {
-    const IoResult result = remaining.SendSome(socket);
+    const IoResult result = remaining.SendSome(socket, more);
     if (result.error == 0) {
       remaining.Skip(result.bytes);
       may_wait = true;
@@ -244,6 +266,24 @@ bool SendWhole(SocketValue socket, const ConstBytes* parts, std::size_t count,
       return false;
     }
     if (!WaitForRoom(socket)) return false;
+  }
+  return true;
+}
+
+bool SendWholeFile(SocketValue socket, int file, std::uint64_t offset, std::size_t size,
+                   std::size_t* sent) noexcept {
+  *sent = 0;
+  while (*sent < size) {
+    const IoResult result = SendFileRange(socket, file, offset + *sent, size - *sent);
+    *sent += result.bytes;
+    if (result.WouldBlock()) {
+      if (!WaitForRoom(socket)) return false;
+    } else if (result.error != 0) {
+      errno = result.error;
+      return !IsConnectionError(result.error);
+    } else if (result.bytes == 0) {
+      return true;
+    }
   }
   return true;
 }
@@ -279,11 +319,11 @@ IoResult SendDatagram(SocketValue socket, const void* data, std::size_t size,
   if (use.Descriptor() < 0) return {0, EBADF};
   return Repeat(Operation::kSend, size, [&](std::size_t allowed) {
     iovec part{const_cast<void*>(data), allowed};
-    sockaddr_in peer = NativePeer(path.peer);
+    std::array<unsigned char, 16> peer = NativeAddress(path.peer);
     PacketControl control{};
     msghdr message{};
-    message.msg_name = &peer;
-    message.msg_namelen = sizeof(peer);
+    message.msg_name = peer.data();
+    message.msg_namelen = peer.size();
     message.msg_iov = &part;
     message.msg_iovlen = 1;
     WriteControl(message, control, path);

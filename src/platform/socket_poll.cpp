@@ -15,18 +15,16 @@
 namespace qvx::platform {
 namespace {
 
-constexpr std::int64_t kNanosecondsPerMillisecond = 1000000;
-
 // poll with the rest of the time after an interruption.
 int PollAgain(pollfd* entries, std::size_t count, int milliseconds) {
-  const std::int64_t start = milliseconds > 0 ? MonotonicNanoseconds() : 0;
+  const Deadline deadline =
+      milliseconds > 0 ? DeadlineAfterMilliseconds(static_cast<std::uint64_t>(milliseconds))
+                       : kNoDeadline;
   int wait = milliseconds;
   for (;;) {
     const int result = SeamFails(Operation::kPoll) ? -1 : poll(entries, count, wait);
     if (result >= 0 || errno != EINTR) return result;
-    if (milliseconds <= 0) continue;
-    const auto gone = (MonotonicNanoseconds() - start) / kNanosecondsPerMillisecond;
-    wait = gone >= milliseconds ? 0 : milliseconds - static_cast<int>(gone);
+    if (milliseconds > 0) wait = PollMilliseconds(deadline);
   }
 }
 
