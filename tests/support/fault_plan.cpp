@@ -47,6 +47,7 @@ void Answer(SeamCall& call) {
   const auto index = static_cast<std::size_t>(call.operation);
   const Rule& rule = state.rules[index];
   AnswerTime(state, call);
+  if (call.operation == Operation::kAllocate && rule.times == 0) return;
   if (!rule.Covers(++state.calls[index])) return;
   call.error = rule.error;
   call.limit = rule.limit;
