@@ -31,7 +31,6 @@ class QVX_API MD5 {
   void final();
   void transform(const unsigned char* blocks, std::uint64_t count);
   static void encode(const std::uint32_t* words, unsigned char* bytes, std::uint64_t byteCount);
-  static void decode(const unsigned char* bytes, std::uint32_t* words, std::uint64_t byteCount);
 
   std::uint32_t mState[4];
   std::uint32_t mCount[2];  // message length in bits, low word first

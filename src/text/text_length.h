@@ -1,0 +1,14 @@
+// The length of a text argument: as given, or up to its NUL if it is negative.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace qvx::text {
+
+template <typename T>
+std::size_t Length(const T* text, int length) {
+  return length < 0 ? std::char_traits<T>::length(text) : static_cast<std::size_t>(length);
+}
+
+}  // namespace qvx::text
