@@ -1,0 +1,146 @@
+#include "qvx/md5.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <string>
+
+#include "support/fault_plan.h"
+#include "support/temp_folder.h"
+
+namespace qvx::test {
+namespace {
+
+const unsigned char* Data(const std::string& text) {
+  return reinterpret_cast<const unsigned char*>(text.data());
+}
+
+std::string Hex(const unsigned char* digest) {
+  std::string text;
+  for (int i = 0; i < 16; ++i) {
+    text += MD5::HEX[digest[i] >> 4];
+    text += MD5::HEX[digest[i] & 15];
+  }
+  return text;
+}
+
+std::string Digest(const std::string& text) {
+  return Hex(MD5(Data(text), text.size()).digest());
+}
+
+std::string RandomText(std::size_t size) {
+  std::mt19937 random(102);
+  std::string text(size, '\0');
+  for (char& c : text) c = static_cast<char>(random());
+  return text;
+}
+
+// The digest by the system's own program.
+std::string SystemDigest(const std::string& path) {
+  const std::string command = "md5sum < '" + path + "'";
+  std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), &pclose);
+  std::array<char, 33> line{};
+  if (pipe == nullptr || std::fgets(line.data(), line.size(), pipe.get()) == nullptr) return "";
+  return line.data();
+}
+
+std::string FileDigest(const std::string& native_path) {
+  std::u16string path(native_path.begin(), native_path.end());
+  unsigned char digest[16];
+  std::memset(digest, 0xEE, sizeof(digest));
+  GetFileMD5(path.c_str(), digest);
+  return Hex(digest);
+}
+
+const char* const kNone = "00000000000000000000000000000000";
+
+// The suite of RFC 1321, appendix A.5.
+TEST(Md5, GivesTheDigestsOfTheStandard) {
+  const char* const suite[][2] = {
+      {"", "d41d8cd98f00b204e9800998ecf8427e"},
+      {"a", "0cc175b9c0f1b6a831c399e269772661"},
+      {"abc", "900150983cd24fb0d6963f7d28e17f72"},
+      {"message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
+      {"abcdefghijklmnopqrstuvwxyz", "c3fcd3d76192e4007dfb496cca67e13b"},
+      {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789",
+       "d174ab98d277d9f5a5611c2c9f419d9f"},
+      {"12345678901234567890123456789012345678901234567890123456789012345678901234567890",
+       "57edf4a22be3c955ac49da2e2107b67a"}};
+  for (const auto& one : suite) EXPECT_EQ(Digest(one[0]), one[1]) << one[0];
+  EXPECT_EQ(Hex(MD5().digest()), suite[0][1]);
+}
+
+// Every length around the block, whole and in random pieces, asked for on the way.
+TEST(Md5, DoesNotDependOnThePieces) {
+  const std::string text = RandomText(1000);
+  std::mt19937 random(7);
+  for (std::size_t length = 0; length <= text.size(); length += length < 200 ? 1 : 97) {
+    const std::string whole = Digest(text.substr(0, length));
+    MD5 pieces;
+    for (std::size_t done = 0; done < length;) {
+      const std::size_t piece = std::min<std::size_t>(random() % 150, length - done);
+      pieces.update(Data(text) + done, piece);
+      done += piece;
+      if (random() % 3 == 0) ASSERT_EQ(Hex(pieces.digest()), Digest(text.substr(0, done)));
+    }
+    ASSERT_EQ(Hex(pieces.digest()), whole) << length;
+    ASSERT_EQ(Hex(pieces.digest()), whole) << length;
+    pieces.reset();
+    ASSERT_EQ(Hex(pieces.digest()), Digest(""));
+  }
+}
+
+TEST(Md5, AgreesWithTheSystemsProgramOnFiles) {
+  TempFolder folder;
+  const std::string text = RandomText(0x100000 + 1);
+  for (std::size_t size : {1u, 55u, 56u, 63u, 64u, 65u, 0x100000u, 0x100000u + 1}) {
+    const std::string path = folder.Write("file", text.substr(0, size));
+    EXPECT_EQ(FileDigest(path), SystemDigest(path)) << size;
+    EXPECT_EQ(FileDigest(path), Digest(text.substr(0, size))) << size;
+  }
+}
+
+TEST(Md5, GivesZerosForWhatIsNoFileWithContent) {
+  TempFolder folder;
+  EXPECT_EQ(FileDigest(folder.Write("empty", "")), kNone);
+  EXPECT_EQ(FileDigest(folder.Path("missing")), kNone);
+  EXPECT_EQ(FileDigest(folder.Path()), kNone);
+  EXPECT_EQ(FileDigest("/dev/zero"), kNone);
+  ASSERT_EQ(mkfifo(folder.Path("fifo").c_str(), 0600), 0);
+  EXPECT_EQ(FileDigest(folder.Path("fifo")), kNone);
+  EXPECT_NO_FATAL_FAILURE(GetFileMD5(u"x", nullptr));
+  unsigned char digest[16] = {1};
+  GetFileMD5(nullptr, digest);
+  EXPECT_EQ(Hex(digest), kNone);
+}
+
+TEST(Md5, CoversWhatCouldBeRead) {
+  TempFolder folder;
+  const std::string text = RandomText(3 * 0x100000);
+  const std::string path = folder.Write("file", text);
+  {
+    FaultPlan plan;
+    plan.Shorten(platform::Operation::kFileRead, 1, 1000, 5);
+    EXPECT_EQ(FileDigest(path), Digest(text));
+  }
+  FaultPlan plan;
+  plan.Fail(platform::Operation::kFileRead, 2, EIO, 100);
+  EXPECT_EQ(FileDigest(path), Digest(text.substr(0, 0x100000)));
+}
+
+TEST(Md5, ExportsItsConstants) {
+  EXPECT_EQ(MD5::PADDING[0], 0x80);
+  EXPECT_EQ(MD5::PADDING[63], 0);
+  EXPECT_EQ(std::string(MD5::HEX, 16), "0123456789abcdef");
+  EXPECT_EQ(MD5::BUFFER_SIZE, 1024u);
+}
+
+}  // namespace
+}  // namespace qvx::test

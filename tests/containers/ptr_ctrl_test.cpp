@@ -1,0 +1,386 @@
+// What holds of both containers, and of one beside the other.
+#include "qvx/ptr_ctrl.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <new>
+#include <random>
+#include <string>
+
+#include "containers/ptr_support.h"
+#include "qvx/base_buffer.h"
+#include "qvx/debug_output.h"
+#include "qvx/ptr_array.h"
+#include "qvx/ptr_list.h"
+#include "support/failing_new.h"
+#include "support/fault_plan.h"
+
+namespace qvx::test {
+namespace {
+
+template <class Container>
+class PtrCtrl : public testing::Test {
+ protected:
+  Container container_;
+};
+
+using Both = testing::Types<CPtrArrayCtrl, CPtrListCtrl>;
+TYPED_TEST_SUITE(PtrCtrl, Both);
+
+TYPED_TEST(PtrCtrl, AnswersBadIndicesWithNothing) {
+  CPtrCtrl& c = this->container_;
+  EXPECT_TRUE(c.IsEmpty());
+  EXPECT_EQ(c.GetHead(), nullptr);
+  EXPECT_EQ(c.GetTail(), nullptr);
+  EXPECT_EQ(c.DeleteHead(), nullptr);
+  EXPECT_EQ(c.DeleteTail(), nullptr);
+  EXPECT_EQ(c.FindFirst(Entry(1), nullptr), -1);
+  EXPECT_EQ(c.FindNext(Entry(1), nullptr), -1);
+  Fill(c, {1, 2, 3});
+  for (int index : {-1, 3, 1000000, -1000000}) {
+    EXPECT_EQ(c.GetAt(index), nullptr);
+    EXPECT_EQ(c.Set(index, Entry(9)), -1);
+    EXPECT_FALSE(c.IsDataAvailable(index));
+    EXPECT_EQ(c.DeleteAt(index, 1), nullptr);
+  }
+  EXPECT_EQ(Content(c), (Numbers{1, 2, 3}));
+}
+
+TYPED_TEST(PtrCtrl, InsertsAtTheEndForPositionsOutside) {
+  CPtrCtrl& c = this->container_;
+  Fill(c, {1, 2, 3});
+  EXPECT_EQ(c.AddData(Entry(4), 100), 3);
+  EXPECT_EQ(c.AddData(Entry(5), -5), 4);
+  EXPECT_EQ(c.AddData(Entry(6), 5), 5);
+  EXPECT_EQ(c.AddData(Entry(0), 0), 0);
+  EXPECT_EQ(c.AddData(Entry(7), 3), 3);
+  EXPECT_EQ(Content(c), (Numbers{0, 1, 2, 7, 3, 4, 5, 6}));
+}
+
+TYPED_TEST(PtrCtrl, CopiesAndCompares) {
+  CPtrCtrl& c = this->container_;
+  CPtrArrayCtrl array;
+  CPtrListCtrl list;
+  EXPECT_TRUE(c.Compare(&array, nullptr));
+  Fill(array, {11, 12, 13});
+  EXPECT_EQ(c.CopyPtrCtrl(nullptr), 0);
+  EXPECT_EQ(c.CopyPtrCtrl(&array), 3);
+  EXPECT_EQ(list.CopyPtrCtrl(&c), 3);
+  EXPECT_EQ(Content(list), (Numbers{11, 12, 13}));
+  EXPECT_TRUE(c.Compare(&list, nullptr));
+  list.Set(1, Entry(22));
+  EXPECT_FALSE(c.Compare(&list, nullptr));
+  EXPECT_TRUE(c.Compare(&list, &EqualDigit));
+  list.AddData(Entry(4), -1);
+  EXPECT_FALSE(c.Compare(&list, &EqualDigit));
+  EXPECT_EQ(Content(*std::make_unique<TypeParam>(&list)), (Numbers{11, 22, 13, 4}));
+  EXPECT_TRUE(std::make_unique<TypeParam>(static_cast<CPtrCtrl*>(nullptr))->IsEmpty());
+  EXPECT_EQ(c.CopyPtrCtrl(&c), 0);
+  EXPECT_TRUE(c.IsEmpty());
+}
+
+TYPED_TEST(PtrCtrl, MovesBlocks) {
+  struct Case {
+    int from, count, to;
+    bool moved;
+    Numbers result;
+  };
+  const Case cases[] = {
+      {1, 2, 3, true, {1, 4, 5, 2, 3}},  {3, 2, 0, true, {4, 5, 1, 2, 3}},
+      {0, 1, 99, true, {2, 3, 4, 5, 1}}, {99, 1, 0, true, {5, 1, 2, 3, 4}},
+      {0, 4, 3, true, {5, 1, 2, 3, 4}},  {3, 99, 4, true, {1, 2, 3, 4, 5}},
+      {2, 1, 2, false, {1, 2, 3, 4, 5}}, {-1, 1, 2, false, {1, 2, 3, 4, 5}},
+      {0, 0, 2, false, {1, 2, 3, 4, 5}}, {99, 1, 99, false, {1, 2, 3, 4, 5}},
+  };
+  for (const Case& one : cases) {
+    Fill(this->container_, {1, 2, 3, 4, 5});
+    EXPECT_EQ(this->container_.MoveData(one.from, one.count, one.to), one.moved)
+        << one.from << " " << one.count << " " << one.to;
+    EXPECT_EQ(Content(this->container_), one.result);
+    EXPECT_EQ(this->container_.GetTail(), Entry(one.result.back()));
+  }
+  Fill(this->container_, {1});
+  EXPECT_FALSE(this->container_.MoveData(0, 1, 5));
+}
+
+TYPED_TEST(PtrCtrl, SortsTheRangeInItsBounds) {
+  struct Case {
+    int start, end;
+    Numbers result;
+  };
+  const Case cases[] = {
+      {0, -1, {1, 2, 3, 4, 5}},  {-7, 99, {1, 2, 3, 4, 5}}, {1, 3, {5, 1, 2, 4, 3}},
+      {99, 99, {5, 4, 1, 2, 3}}, {4, 1, {5, 4, 1, 2, 3}},
+  };
+  for (const Case& one : cases) {
+    Fill(this->container_, {5, 4, 1, 2, 3});
+    this->container_.QuickSort(one.start, one.end, &Order);
+    EXPECT_EQ(Content(this->container_), one.result) << one.start << " to " << one.end;
+  }
+}
+
+// Data that is hard on a sort, and answers that contradict themselves.
+TYPED_TEST(PtrCtrl, SortsAnyInputAndSurvivesAnyCompare) {
+  constexpr int kCount = 3000;
+  std::mt19937 random(20);
+  for (int kind = 0; kind < 5; ++kind) {
+    Numbers numbers;
+    for (int i = 0; i < kCount; ++i) {
+      const int organ_pipe = i < kCount / 2 ? i : kCount - i;
+      const int values[] = {static_cast<int>(random() % 100000), i, kCount - i,
+                            static_cast<int>(random() % 3), organ_pipe};
+      numbers.push_back(values[kind] + 1);
+    }
+    Fill(this->container_, numbers);
+    this->container_.QuickSort(0, -1, &Order);
+    std::sort(numbers.begin(), numbers.end());
+    EXPECT_EQ(Content(this->container_), numbers) << "kind " << kind;
+    using Compare = int (*)(void*&, void*&);
+    const Compare liars[] = {
+        [](void*&, void*&) { return -1; }, [](void*&, void*&) { return 1; },
+        [](void*& a, void*& b) { return static_cast<int>((Number(a) * 31 + Number(b)) % 5) - 2; }};
+    for (Compare liar : liars) {
+      this->container_.QuickSort(0, -1, liar);
+      Numbers after = Content(this->container_);
+      std::sort(after.begin(), after.end());
+      EXPECT_EQ(after, numbers) << "kind " << kind;
+    }
+  }
+}
+
+int calls_of_counting_order;
+int CountingOrder(void*& left, void*& right) {
+  ++calls_of_counting_order;
+  return Order(left, right);
+}
+
+TYPED_TEST(PtrCtrl, SortsInLogarithmicTimeWhateverTheInput) {
+  // Numbers placed so that a median of few samples is always close to an end.
+  constexpr int kCount = 1 << 13;
+  Numbers killer(kCount, 1);
+  for (int i = 0; i < kCount; ++i)
+    killer[static_cast<std::size_t>(i)] = i % 2 == 0 ? i + 1 : kCount;
+  Fill(this->container_, killer);
+  calls_of_counting_order = 0;
+  this->container_.QuickSort(0, -1, &CountingOrder);
+  EXPECT_LT(calls_of_counting_order, 6 * 13 * kCount);
+}
+
+TYPED_TEST(PtrCtrl, FindsAllIndices) {
+  TypeParam& c = this->container_;
+  CPtrListCtrl result;
+  Fill(c, {1, 2, 13, 4, 5, 23});
+  c.FindAll(&result, Entry(3), &SameDigit);
+  EXPECT_EQ(Content(result), (Numbers{2, 5}));
+  c.FindAll(&result, Entry(99), &SameDigit);
+  EXPECT_TRUE(result.IsEmpty());
+  c.FindAll(nullptr, Entry(3), &SameDigit);
+  c.FindAll(&c, Entry(3), &SameDigit);
+  EXPECT_TRUE(c.IsEmpty());
+}
+
+// Random operations against a plain vector.
+template <class Container>
+class Model {
+ public:
+  explicit Model(unsigned seed) : random_(seed) {}
+
+  void Step() {
+    switch (Pick(8)) {
+      case 0:
+      case 1:
+      case 2:
+        return Add();
+      case 3:
+        return Delete(Pick(4));
+      case 4:
+        return AddOther();
+      case 5:
+        return Move();
+      case 6:
+        return Overwrite();
+      default:
+        return Pick(40) == 0 ? Clear() : Search();
+    }
+  }
+
+  void Check() {
+    ASSERT_EQ(container_.GetCount(), static_cast<int>(model_.size()));
+    ASSERT_EQ(Content(container_), model_);
+    ASSERT_EQ(Number(container_.GetTail()), model_.empty() ? 0 : model_.back());
+  }
+
+ private:
+  int Pick(int below) { return static_cast<int>(random_() % static_cast<unsigned>(below)); }
+  int Size() const { return static_cast<int>(model_.size()); }
+  std::size_t Place(int position) const {
+    return static_cast<std::size_t>(position < 0 || position > Size() ? Size() : position);
+  }
+  Numbers::iterator At(std::size_t place) {
+    return model_.begin() + static_cast<std::ptrdiff_t>(place);
+  }
+
+  void Add() {
+    const int position = Pick(Size() + 3) - 1;
+    const std::intptr_t value = Pick(50) + 1;
+    EXPECT_EQ(container_.AddData(Entry(value), position), static_cast<int>(Place(position)));
+    model_.insert(At(Place(position)), value);
+  }
+
+  void Delete(int count) {
+    const int index = Pick(Size() + 2) - 1;
+    const bool valid = index >= 0 && index < Size();
+    const bool answers = valid && (count > 0 || Container().GetPtrCtrlName()[0] == 'A');
+    const void* expected = answers ? Entry(model_[static_cast<std::size_t>(index)]) : nullptr;
+    EXPECT_EQ(container_.DeleteAt(index, count), expected);
+    if (valid) model_.erase(At(Place(index)), At(Place(index + std::min(count, Size() - index))));
+  }
+
+  void AddOther() {
+    if (Size() > 400) return;
+    Numbers more = model_;
+    CPtrArrayCtrl array;
+    CPtrListCtrl list;
+    CPtrCtrl* const sources[] = {&container_, &array, &list};
+    CPtrCtrl* source = sources[Pick(3)];
+    if (source != &container_) {
+      more = {7, 8, 9};
+      Fill(*source, more);
+    }
+    const int position = Pick(Size() + 3) - 1;
+    container_.AddPtrCtrl(source, position);
+    model_.insert(At(Place(position)), more.begin(), more.end());
+  }
+
+  void Move() {
+    const int from = Pick(Size() + 1);
+    const int count = Pick(5);
+    const int to = Pick(Size() + 1);
+    if (!container_.MoveData(from, count, to)) return;
+    const int first = std::min(from, Size() - 1);
+    const int length = std::min(count, Size() - first);
+    const Numbers block(At(Place(first)), At(Place(first + length)));
+    model_.erase(At(Place(first)), At(Place(first + length)));
+    model_.insert(At(Place(std::min(to, Size()))), block.begin(), block.end());
+  }
+
+  void Overwrite() {
+    if (model_.empty()) return;
+    const int index = Pick(Size());
+    EXPECT_EQ(container_.Set(index, Entry(51)), index);
+    model_[static_cast<std::size_t>(index)] = 51;
+  }
+
+  // First and next must report every hit exactly once, in whatever order.
+  void Search() {
+    const void* key = Entry(Pick(52));
+    Numbers expected;
+    for (std::size_t i = 0; i < model_.size(); ++i) {
+      if (SameDigit(Entry(model_[i]), key) != 0) expected.push_back(static_cast<std::intptr_t>(i));
+    }
+    Numbers found;
+    for (int hit = container_.FindFirst(key, &SameDigit); hit != -1;
+         hit = container_.FindNext(key, &SameDigit)) {
+      found.push_back(hit);
+    }
+    std::sort(found.begin(), found.end());
+    EXPECT_EQ(found, expected);
+  }
+
+  void Clear() {
+    container_.DeleteAll();
+    model_.clear();
+  }
+
+  Container container_;
+  Numbers model_;
+  std::mt19937 random_;
+};
+
+TYPED_TEST(PtrCtrl, AgreesWithAPlainVector) {
+  for (unsigned seed = 1; seed <= 20; ++seed) {
+    SCOPED_TRACE(seed);
+    Model<TypeParam> model(seed);
+    for (int step = 0; step < 1500; ++step) {
+      model.Step();
+      if (step % 5 != 0) continue;
+      ASSERT_NO_FATAL_FAILURE(model.Check());
+    }
+    ASSERT_NO_FATAL_FAILURE(model.Check());
+  }
+}
+
+// Fails the n-th allocation of an operation for n = 1, 2, ... until it goes through.
+template <class Operation>
+void ExpectUnchangedWithoutMemory(CPtrCtrl& container, Operation operation) {
+  const Numbers before = Content(container);
+  int n = 1;
+  for (bool through = false; n < 100; ++n) {
+    FaultPlan plan;
+    plan.Fail(platform::Operation::kAllocate, n, ENOMEM);
+    try {
+      operation();
+      through = true;
+    } catch (const std::bad_alloc&) {
+    }
+    if (through) break;
+    ASSERT_EQ(Content(container), before) << "allocation " << n;
+  }
+  EXPECT_GT(n, 1) << "no allocation failed";
+}
+
+TYPED_TEST(PtrCtrl, KeepsItsEntriesWithoutMemory) {
+  TypeParam& c = this->container_;
+  CPtrListCtrl list;
+  Fill(list, Numbers(40, 7));
+  const Numbers full(32, 1);
+  Fill(c, full);
+  ExpectUnchangedWithoutMemory(c, [&] { c.AddData(Entry(2), 5); });
+  Fill(c, full);
+  ExpectUnchangedWithoutMemory(c, [&] { c.AddPtrCtrl(&list, 5); });
+  ExpectUnchangedWithoutMemory(c, [&] { c.AddPtrCtrl(&c, 5); });
+  Fill(c, full);
+  ExpectUnchangedWithoutMemory(c, [&] { c.CopyPtrCtrl(&list); });
+  EXPECT_EQ(c.GetCount(), 40);
+  ExpectUnchangedWithoutMemory(list, [&] { c.FindAll(&list, Entry(7), &SameDigit); });
+}
+
+void CollectLine(std::string& all, const char* line, int length) {
+  const std::string text(line, static_cast<std::size_t>(length));
+  const std::size_t arrow = text.find("=> ");
+  all += arrow == text.npos ? text : text.substr(arrow + 3);
+}
+
+TYPED_TEST(PtrCtrl, DumpsItsEntries) {
+  Fill(this->container_, {7, 8, 18446});
+  std::string lines;
+  const DbgOutputCallback collect = [](void* context, int level, const char* line, int length) {
+    if (level == 2) CollectLine(*static_cast<std::string*>(context), line, length);
+    return 0;
+  };
+  DbgOutputAddCallback(collect, &lines);
+  this->container_.Dump(true);
+  this->container_.Dump(false);
+  DbgOutputDelCallback(collect);
+  EXPECT_EQ(lines,
+            "Dump, Asce\r\n7\r\n8\r\n18446\r\n"
+            "Dump, Desc\r\n18446\r\n8\r\n7\r\n");
+}
+
+TYPED_TEST(PtrCtrl, SumsBufferLengths) {
+  CBaseBuffer first;
+  CBaseBuffer second;
+  first.SetBuffer("abc", 3);
+  second.SetBuffer("defgh", 5);
+  EXPECT_EQ(GetBufferListLength(&this->container_), 0);
+  this->container_.AddData(&first, -1);
+  this->container_.AddData(nullptr, -1);
+  this->container_.AddData(&second, -1);
+  EXPECT_EQ(GetBufferListLength(&this->container_), 8);
+}
+
+}  // namespace
+}  // namespace qvx::test
