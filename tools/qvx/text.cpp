@@ -25,7 +25,7 @@ std::string WithoutTrailingSeparators(std::string path) {
 std::u16string LibraryPath(const std::string& native) {
   if (native.empty()) throw CommandError("an empty path names nothing");
   CBaseStringW path;
-  NativeToLibraryPath(WithoutTrailingSeparators(native).c_str(), &path);
+  NativePathToLibraryW(WithoutTrailingSeparators(native).c_str(), &path);
   if (path.GetLength() > kLongestPath)
     throw CommandError("the path is too long (259 characters is the most): " + native);
   return path.GetString();
@@ -33,7 +33,7 @@ std::u16string LibraryPath(const std::string& native) {
 
 std::string NativePath(std::u16string_view path) {
   CBaseStringA native;
-  LibraryToNativePath(std::u16string(path).c_str(), &native);
+  LibraryPathToNativeW(std::u16string(path).c_str(), &native);
   return native.GetString();
 }
 
