@@ -33,8 +33,7 @@
 #include "qvx/types.h"
 
 namespace qvx::net {
-class ServerState;
-struct ClientRecord;
+class ServerEngine;
 struct SendRequest;
 }  // namespace qvx::net
 
@@ -176,38 +175,13 @@ class QVX_API CSocketServer : public IThreadFuncInterface {
                     int nFileSize);
 
  private:
-  friend class qvx::net::ServerState;
+  friend class qvx::net::ServerEngine;
 
-  int StartThreads(const char* threadName);
-  int RunAccept();
-  int AcceptFailed();
-  void AddClient(std::uint64_t nSocketFD);
-  qvx::net::ClientRecord* MakeRecord(std::uint64_t nSocketFD);
-  void OfferClient(qvx::net::ClientRecord* client);
-  int RunReceive();
-  void HandleEvents(const void* events, int count);
-  void HandleEvent(std::uint64_t nSocketFD, int nEvents);
-  void ReceiveFrom(qvx::net::ClientRecord* client);
-  void ReceiveRaw(qvx::net::ClientRecord* client);
-  void ReceivePacket(qvx::net::ClientRecord* client);
-  void QueueReceived(qvx::net::ClientRecord* client, std::uint64_t nCode, unsigned char* data,
-                     int size);
-  int RunDispatch();
-  void DispatchAll();
-  void DispatchClient(qvx::net::ClientRecord* client);
-  void ProcessClientSocketData(qvx::net::ClientRecord* client, const tagCLIENTSOCKETBUFFER& item);
-  int RunClose();
-  void CloseReady();
-  void DestroyClientSocket(qvx::net::ClientRecord* client);
-  void MarkNeedClose(qvx::net::ClientRecord* client);
-  void ShutDownClient(qvx::net::ClientRecord* client);
+  void CloseLocked();
+  int SendGathered(std::uint64_t nSocketFD, const tagSOCKETSENDPART* parts, int count,
+                   const std::shared_ptr<ISocketSendFile>& file, std::uint64_t nOffset,
+                   std::size_t nFileSize);
   int SendRequestTo(std::uint64_t nSocketFD, qvx::net::SendRequest& request);
-  int SendToClient(qvx::net::ClientRecord* client, qvx::net::SendRequest& request);
-  void SendToAllBut(std::uint64_t nExceptFD, qvx::net::SendRequest& request);
-  void CountSent(int size);
-  void CountReceived(int size);
-  bool IsForeignProcess() const;
-  void AbandonAfterFork();
 
   CBaseLock mLifecycleLock;
   std::atomic<std::uint64_t> mServerSocketFD;
@@ -231,7 +205,7 @@ class QVX_API CSocketServer : public IThreadFuncInterface {
   std::uint64_t mRecvBytes;
   std::atomic<int> mRecvRate;
   std::uint32_t mRecvPeriodStart;
-  std::unique_ptr<qvx::net::ServerState> mState;
+  std::unique_ptr<qvx::net::ServerEngine> mEngine;
 };
 
 // A server over TCP. Binds all interfaces.

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 
 #include "qvx/base_thread.h"
 #include "qvx/sync.h"
@@ -54,10 +55,13 @@ class QVX_API CUDPSocket : public IThreadFuncInterface {
   int ThreadLoop(std::uint64_t context) override;
 
  private:
-  int Bind(const char* localAddress, unsigned short port);
   int CreateLocked(const char* localAddress, unsigned short port);
+  int Bind(const char* localAddress, unsigned short port);
+  int BindAddress(const char* localAddress, unsigned short port);
   void CloseLocked();
-  bool IsForUs(std::uint32_t destination, int interfaceIndex) const;
+  bool IsOpen() const;
+  bool IsForUs(std::uint32_t source, std::uint32_t destination, std::uint32_t interface) const;
+  int Broadcast(std::uint64_t socket, unsigned short port, const unsigned char* data, int size);
 
   CBaseLock mLock;
   std::atomic<std::uint64_t> mSocketFD;
@@ -65,7 +69,9 @@ class QVX_API CUDPSocket : public IThreadFuncInterface {
   std::uint64_t mUserData;
   CBaseThread mThread;
   char mLocalAddress[16];
-  std::uint32_t mLocalAddressV4;  // network byte order; 0 is all
-  int mInterfaceIndex;            // of the local address; 0 is all
-  std::uint32_t mForkGeneration;  // of the process that made the socket
+  std::uint32_t mLocalNumber;                // the address in host order; 0 is all
+  std::uint32_t mInterface;                  // its interface; 0 is none
+  std::uint32_t mBroadcastNumber;            // the broadcast address of its network
+  std::uint32_t mForkGeneration;             // of the process that made the socket
+  std::unique_ptr<unsigned char[]> mBuffer;  // one datagram
 };
