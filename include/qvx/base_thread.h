@@ -45,10 +45,11 @@ class QVX_API CBaseThread {
 
   // Starts a thread unless one runs, in which case nothing changes, not even name or worker.
   // name: null is empty, cut to 127 characters. worker: not owned, called until the end.
-  // priority: 0 is normal; -2, -1, 1, 2 and -15, 15 are steps down and up, mapped to nice
-  // values 10, 5, -5, -10 and 19, -15 where the system allows them. stackSize in bytes; 0 is
-  // the system's default. autoDetach: non-zero lets the thread release itself when its loop
-  // ends, else StopThread or the destructor must join it.
+  // priority: 0 leaves the nice value; 1, 2 and 15 lower it by 5, 10 and 15, -1, -2 and -15
+  // raise it by 5, 10 and 19, where the system allows that.
+  // stackSize in bytes, at least 64 KiB are given; 0 or less is the system's default.
+  // autoDetach: non-zero lets the thread release itself when its loop ends, else StopThread
+  // or the destructor must join it.
   // 1 if a thread runs afterwards; 0 if none could be made, which is logged.
   int StartThread(const char* name, IThreadFuncInterface* worker, std::uint64_t context,
                   int priority, int stackSize, int autoDetach);
@@ -74,19 +75,18 @@ class QVX_API CBaseThread {
   // Of this object; changes with the next StartThread.
   const char* GetThreadName();
 
-  // The body of the thread; of no use to callers. Gives null.
+  // The body of the thread runs apart from this object, so that it can be abandoned. Calling
+  // this does nothing and gives null.
   void* WrapThreadFunc();
 
  private:
   friend class qvx::core::ThreadControl;
 
   bool HasVanished() const;
-  int CreateLocked(const char* name, IThreadFuncInterface* worker, std::uint64_t context,
-                   int priority, int stackSize, int autoDetach);
   void DropVanishedLocked();
-  void JoinEndedLocked();
+  void BeginLocked(const std::shared_ptr<qvx::core::ThreadControl>& control,
+                   IThreadFuncInterface* worker, std::uint64_t context, int autoDetach);
   void JoinLocked();
-  bool IsOwnThread() const;
   void SetIdle();
 
   CBaseLock mLock;

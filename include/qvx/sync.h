@@ -11,6 +11,10 @@
 // The lock inside a CBaseLock; opaque.
 struct _RTL_CRITICAL_SECTION;
 
+namespace qvx::core {
+class EventWaitList;
+}
+
 // A re-entrant lock: the thread that holds it may lock it again and must unlock it as often.
 // In a forked child a lock is free if the thread that held it didn't come along; what the
 // thread that forked held, it still holds. Copying copies the inside as it stands, which
@@ -87,7 +91,11 @@ class QVX_API CBaseEvent {
   int IsWaiting();
 
  private:
-  friend class CEventWaitList;
+  friend class qvx::core::EventWaitList;
+
+  int WaitUntil(std::int64_t deadline);
+  bool TakeWithoutWaiting();
+  void SetWaiting(int waiting);
 
   std::atomic<int> mWaiting;
   void* mEvent;

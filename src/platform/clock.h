@@ -30,6 +30,8 @@ void SleepMilliseconds(std::uint32_t milliseconds) noexcept;
 
 // The calendar time in the process's time zone. Safe in a forked child.
 SYSTEMTIME LocalTimeNow() noexcept;
+// The same for a moment of the system's calendar clock.
+SYSTEMTIME LocalTimeOf(std::int64_t seconds, std::int32_t nanoseconds) noexcept;
 
 std::uint32_t CurrentProcessId() noexcept;
 // The system's id of the calling thread.

@@ -23,8 +23,7 @@ struct _RTL_CRITICAL_SECTION {
   bool HeldByThisThread() const noexcept;
 
  private:
-  bool TakeOver(std::uint32_t& word) noexcept;
-  bool WaitUntil(qvx::platform::Deadline deadline) noexcept;
+  bool IsAbandoned(std::uint32_t word) const noexcept;
   void Own(std::uint64_t self) noexcept;
 
   std::atomic<std::uint32_t> word_{0};

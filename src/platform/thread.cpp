@@ -1,0 +1,142 @@
+#include "platform/thread.h"
+
+#include <limits.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstring>
+
+#include "platform/clock.h"
+#include "platform/futex.h"
+#include "platform/seam.h"
+
+namespace qvx::platform {
+namespace {
+
+constexpr std::size_t kSmallestStack = 64 * 1024;
+
+// All signals blocked for as long as it lives; a thread made meanwhile keeps them blocked.
+class SignalsBlocked {
+ public:
+  SignalsBlocked() {
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &former_);
+  }
+  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &former_, nullptr); }
+
+ private:
+  sigset_t former_;
+};
+
+class Attributes {
+ public:
+  explicit Attributes(std::size_t stack_size) {
+    pthread_attr_init(&attributes_);
+    if (stack_size == 0) return;
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    const std::size_t size = std::max(stack_size, kSmallestStack);
+    pthread_attr_setstacksize(&attributes_, (size + page - 1) / page * page);
+  }
+  ~Attributes() { pthread_attr_destroy(&attributes_); }
+
+  const pthread_attr_t* get() const { return &attributes_; }
+
+ private:
+  pthread_attr_t attributes_;
+};
+
+void ChangeNice(std::uint32_t thread_id, int change) {
+  if (change == 0) return;
+  const int now = getpriority(PRIO_PROCESS, thread_id);
+  setpriority(PRIO_PROCESS, thread_id, std::clamp(now + change, -20, 19));
+}
+
+void AwaitChange(const std::atomic<std::uint32_t>& word) {
+  while (word.load(std::memory_order_acquire) == 0) FutexWait(word, 0, kNoDeadline);
+}
+
+void Announce(std::atomic<std::uint32_t>& word, std::uint32_t value) {
+  word.store(value, std::memory_order_release);
+  FutexWake(&word, 1);
+}
+
+}  // namespace
+
+// Shared by the starter and the thread until the body begins.
+struct NativeThread::Gate {
+  std::atomic<std::uint32_t> id{0};
+  std::atomic<std::uint32_t> open{0};
+  std::array<char, 16> name{};
+  Body body = nullptr;
+  void* context = nullptr;
+  std::shared_ptr<Gate> self;
+};
+
+NativeThread::NativeThread() = default;
+NativeThread::~NativeThread() = default;
+
+void* NativeThread::Enter(void* argument) {
+  const std::shared_ptr<Gate> gate = std::move(static_cast<Gate*>(argument)->self);
+  if (gate->name[0] != '\0') pthread_setname_np(pthread_self(), gate->name.data());
+  Announce(gate->id, CurrentThreadId());
+  AwaitChange(gate->open);
+  gate->body(gate->context);
+  return nullptr;
+}
+
+bool NativeThread::Create(const ThreadOptions& options, Body body, void* context) {
+  auto gate = std::make_shared<Gate>();
+  std::strncpy(gate->name.data(), options.name, gate->name.size() - 1);
+  gate->body = body;
+  gate->context = context;
+  if (SeamFails(Operation::kThreadCreate)) return false;
+  gate->self = gate;
+  const Attributes attributes(options.stack_size);
+  {
+    SignalsBlocked blocked;
+    if (pthread_create(&thread_, attributes.get(), &Enter, gate.get()) != 0) {
+      gate->self.reset();
+      return false;
+    }
+  }
+  AwaitChange(gate->id);
+  id_ = gate->id.load(std::memory_order_acquire);
+  ChangeNice(id_, options.nice_change);
+  gate_ = std::move(gate);
+  return true;
+}
+
+void NativeThread::Release() noexcept {
+  Announce(gate_->open, 1);
+  gate_.reset();
+}
+
+void NativeThread::Join() noexcept {
+  pthread_join(thread_, nullptr);
+}
+
+void NativeThread::Detach() noexcept {
+  pthread_detach(thread_);
+}
+
+ThreadEndHook::ThreadEndHook(void (*function)(void* context)) noexcept
+    : made_(pthread_key_create(&key_, function) == 0) {}
+
+ThreadEndHook::~ThreadEndHook() {
+  if (made_) pthread_key_delete(key_);
+}
+
+bool ThreadEndHook::Arm(void* context) noexcept {
+  return made_ && pthread_setspecific(key_, context) == 0;
+}
+
+void* ThreadEndHook::Context() const noexcept {
+  return made_ ? pthread_getspecific(key_) : nullptr;
+}
+
+}  // namespace qvx::platform
