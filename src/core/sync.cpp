@@ -5,7 +5,6 @@
 #include <functional>
 #include <memory>
 #include <new>
-#include <vector>
 
 #include "core/quiet_log.h"
 #include "platform/clock.h"
@@ -195,9 +194,10 @@ class EventWaitList {
   }
 
   bool HasTwins() const {
-    std::vector<Event*> sorted(handles_, handles_ + count_);
-    std::sort(sorted.begin(), sorted.end(), std::less<>());
-    return std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end();
+    const auto sorted = std::make_unique<Event*[]>(count_);
+    Event** const end = std::copy_n(handles_, count_, sorted.get());
+    std::sort(sorted.get(), end, std::less<>());
+    return std::adjacent_find(sorted.get(), end) != end;
   }
 
   unsigned long Wait(bool all, Deadline deadline) {
