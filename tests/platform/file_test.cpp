@@ -1,0 +1,328 @@
+#include "platform/file.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string>
+
+#include "platform/path.h"
+#include "support/fault_plan.h"
+#include "support/small_disk.h"
+#include "support/temp_folder.h"
+
+namespace qvx::platform {
+namespace {
+
+namespace fs = std::filesystem;
+using test::FaultPlan;
+using test::ReadWhole;
+using test::TempFolder;
+
+std::string FlagsOf(const std::string& text) {
+  const auto mode = ParseOpenMode(text);
+  if (!mode) return "none";
+  std::string flags;
+  if (mode->read) flags += 'r';
+  if (mode->write) flags += 'w';
+  if (mode->append) flags += 'a';
+  if (mode->create) flags += 'c';
+  if (mode->truncate) flags += 't';
+  if (mode->exclusive) flags += 'x';
+  return flags;
+}
+
+TEST(FileMode, Texts) {
+  const struct {
+    const char* text;
+    const char* flags;
+  } cases[] = {{"r", "r"},      {"rb", "r"},     {"r+b", "rw"},   {"rb+", "rw"},
+               {"w", "wct"},    {"wt+", "rwct"}, {"wbx", "wctx"}, {"w+x", "rwctx"},
+               {"ab+", "rwac"}, {"a", "wac"},    {"", "none"},    {"b", "none"},
+               {"rw", "none"},  {"rbt", "none"}, {"r++", "none"}, {"rx", "none"},
+               {"ax", "none"},  {"r ", "none"},  {"R", "none"},   {"rb,ccs=UTF-8", "none"}};
+  for (const auto& each : cases) EXPECT_EQ(FlagsOf(each.text), each.flags) << each.text;
+  EXPECT_TRUE(ParseOpenMode(u"ab+"));
+  EXPECT_FALSE(ParseOpenMode(u"\u4E2D"));
+}
+
+std::vector<std::string> NamesIn(const std::string& folder) {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(folder)) {
+    names.push_back(entry.path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+TEST(File, OnlyRegularFilesOpenAndNobodyWaits) {
+  TempFolder folder;
+  ASSERT_EQ(mkfifo(folder.Path("fifo").c_str(), 0600), 0);
+  ASSERT_EQ(symlink("fifo", folder.Path("to_fifo").c_str()), 0);
+  ASSERT_EQ(mkdir(folder.Path("sub").c_str(), 0700), 0);
+  const int listener = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  folder.Path("socket").copy(address.sun_path, sizeof address.sun_path - 1);
+  ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  for (const char* mode : {"rb", "wb", "ab+", "r+b"}) {
+    for (const char* name : {"fifo", "to_fifo", "sub", "socket"}) {
+      File file;
+      EXPECT_FALSE(file.OpenNative(folder.Path(name), *ParseOpenMode(mode))) << name << mode;
+      EXPECT_EQ(errno, std::string(name) == "sub" ? EISDIR : EINVAL) << name << mode;
+    }
+    File device;
+    EXPECT_FALSE(device.OpenNative("/dev/null", *ParseOpenMode(mode)));
+  }
+  close(listener);
+}
+
+// A writer that waits at a FIFO must not be let in and then left alone.
+TEST(File, LookingAtAFifoDoesNotReleaseItsWriter) {
+  TempFolder folder;
+  ASSERT_EQ(mkfifo(folder.Path("fifo").c_str(), 0600), 0);
+  FaultPlan plan;
+  File file;
+  EXPECT_FALSE(file.OpenNative(folder.Path("fifo"), OpenMode::Read()));
+  EXPECT_EQ(plan.Calls(Operation::kFileClose), 0);  // it was never opened
+}
+
+TEST(File, LibraryPathsModesAndExclusiveNames) {
+  TempFolder folder;
+  const std::string native = folder.Write("\u4E2D:\\*.bin", "abc");
+  const std::u16string wide = *FromNativePath<char16_t>(native);
+  const std::string narrow = *FromNativePath<char>(native);
+  File file;
+  ASSERT_TRUE(file.Open(wide.c_str(), u"rb"));
+  EXPECT_EQ(fcntl(file.Descriptor(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+  EXPECT_TRUE(file.Open(narrow.c_str(), "r+b"));
+  EXPECT_FALSE(file.Open(narrow.c_str(), "wbx"));
+  EXPECT_EQ(errno, EEXIST);
+  EXPECT_FALSE(file.IsOpen());
+  EXPECT_FALSE(file.Open(narrow.c_str(), "q"));
+  const char* none = nullptr;
+  EXPECT_FALSE(file.Open(none, "rb"));
+  EXPECT_FALSE(file.Open(narrow.c_str(), none));
+  EXPECT_EQ(ReadWhole(native), "abc");
+}
+
+TEST(File, TransfersGoOnAfterInterruptsAndShortSteps) {
+  TempFolder folder;
+  const std::string path = folder.Path("f");
+  std::string data(10000, '\0');
+  for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<char>(i * 7);
+  FaultPlan plan;
+  plan.Fail(Operation::kFileWrite, 1, EINTR, 2).Shorten(Operation::kFileRead, 2, 13, 50);
+  File file;
+  ASSERT_TRUE(file.OpenNative(path, *ParseOpenMode("w+b")));
+  EXPECT_EQ(file.WriteAt(0, data.data(), data.size()).count, data.size());
+  EXPECT_GE(plan.Calls(Operation::kFileWrite), 3);
+  std::string read(data.size() + 10, '\0');
+  plan.Fail(Operation::kFileRead, 1, EINTR);
+  Transfer got = file.ReadAt(0, read.data(), read.size());
+  EXPECT_EQ(got.count, data.size());
+  EXPECT_EQ(got.error, 0);
+  EXPECT_EQ(read.substr(0, data.size()), data);
+  plan.Shorten(Operation::kFileRead, 1, 13, 1000);
+  got = file.ReadAt(5000, read.data(), 3000);
+  EXPECT_EQ(got.count, 3000u);
+  EXPECT_EQ(read.substr(0, 3000), data.substr(5000, 3000));
+  plan.Fail(Operation::kFileRead, 1, EIO);
+  EXPECT_EQ(file.ReadAt(0, read.data(), 10).error, EIO);
+  plan.Fail(Operation::kFileWrite, 1, ENOSPC);
+  EXPECT_EQ(file.WriteAt(0, data.data(), 10).error, ENOSPC);
+  EXPECT_EQ(file.Size(), 10000);
+}
+
+TEST(File, AppendIgnoresOffsetsAndCloseReports) {
+  TempFolder folder;
+  const std::string path = folder.Write("f", "abc");
+  File file;
+  ASSERT_TRUE(file.OpenNative(path, *ParseOpenMode("ab+")));
+  EXPECT_EQ(file.WriteAt(0, "de", 2).count, 2u);
+  char first = 0;
+  EXPECT_EQ(file.ReadAt(0, &first, 1).count, 1u);
+  EXPECT_EQ(first, 'a');
+  FaultPlan plan;
+  plan.Fail(Operation::kFileClose, 1, ENOSPC);
+  const int descriptor = file.Descriptor();
+  EXPECT_FALSE(file.Close());
+  EXPECT_EQ(errno, ENOSPC);
+  EXPECT_EQ(fcntl(descriptor, F_GETFD), -1);
+  EXPECT_TRUE(file.Close());
+  EXPECT_EQ(ReadWhole(path), "abcde");
+}
+
+TEST(FileNames, KindsAndAttributes) {
+  TempFolder folder;
+  ASSERT_EQ(mkdir(folder.Path(".d").c_str(), 0700), 0);
+  ASSERT_EQ(symlink(".d", folder.Path("to_folder").c_str()), 0);
+  ASSERT_EQ(symlink("nowhere", folder.Path("dangling").c_str()), 0);
+  ASSERT_EQ(symlink("/dev/null", folder.Path("to_device").c_str()), 0);
+  const std::string file = folder.Write("f", "");
+  const std::string locked = folder.Write(".locked", "");
+  ASSERT_EQ(chmod(locked.c_str(), 0444), 0);
+  EXPECT_EQ(KindOf(folder.Path("to_folder")), EntryKind::kFolder);
+  EXPECT_EQ(KindAt(AT_FDCWD, folder.Path("to_folder").c_str()), EntryKind::kFile);
+  EXPECT_EQ(KindOf(folder.Path("dangling")), EntryKind::kFile);
+  EXPECT_EQ(KindAt(AT_FDCWD, folder.Path("to_device").c_str()), EntryKind::kSpecial);
+  EXPECT_EQ(AttributesOf(file), 0x20u);
+  EXPECT_EQ(AttributesOf(folder.Path(".d")), 0x12u);
+  EXPECT_EQ(AttributesOf(locked), 0x3u);
+  EXPECT_EQ(AttributesOf("/"), 0x10u);
+  EXPECT_EQ(AttributesOf(folder.Path("none")), kNoAttributes);
+  EXPECT_EQ(AttributesOf("/dev/null"), kNoAttributes);
+}
+
+TEST(FileNames, CreationIsTheEarlierOfBirthAndLastWrite) {
+  TempFolder folder;
+  const std::string path = folder.Write("f", "x");
+  const timespec old[2] = {{1000000000, 5}, {1000000000, 7}};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), old, 0), 0);
+  File file;
+  ASSERT_TRUE(file.OpenNative(path, OpenMode::Read()));
+  EXPECT_EQ(TimesOf(file)->creation.tv_sec, 1000000000);
+  const timespec later[2] = {{4000000000, 0}, {4000000000, 0}};
+  ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), later, 0), 0);
+  EXPECT_LT(TimesOf(file)->creation.tv_sec, 4000000000);
+  EXPECT_EQ(TimesOf(file)->write.tv_sec, 4000000000);
+}
+
+TEST(FileNames, DeletingTakesFilesAndLinksOnly) {
+  TempFolder folder;
+  folder.Write("target", "kept");
+  ASSERT_EQ(symlink("target", folder.Path("link").c_str()), 0);
+  ASSERT_EQ(mkdir(folder.Path("sub").c_str(), 0700), 0);
+  ASSERT_EQ(mkfifo(folder.Path("fifo").c_str(), 0600), 0);
+  EXPECT_TRUE(DeleteName(folder.Path("link")));
+  EXPECT_FALSE(DeleteName(folder.Path("sub")));
+  EXPECT_FALSE(DeleteName(folder.Path("fifo")));
+  EXPECT_FALSE(DeleteName(folder.Path("none")));
+  EXPECT_EQ(NamesIn(folder.Path()), (std::vector<std::string>{"fifo", "sub", "target"}));
+}
+
+// The ways in which a move is made; the first is what the system offers, the others are forced.
+class Move : public testing::TestWithParam<int> {
+ protected:
+  void Begin() {
+    if (GetParam() != 0) plan_.Fail(Operation::kFileRename, 1, GetParam());
+  }
+  TempFolder folder_;
+  FaultPlan plan_;
+};
+
+TEST_P(Move, NeverReplaces) {
+  const std::string from = folder_.Write("from", "new");
+  const std::string to = folder_.Write("to", "old");
+  ASSERT_EQ(symlink("nowhere", folder_.Path("dangling").c_str()), 0);
+  for (const std::string& target : {to, folder_.Path("dangling")}) {
+    Begin();
+    EXPECT_FALSE(MoveWithoutOverwrite(from, target));
+    EXPECT_EQ(errno, EEXIST);
+  }
+  EXPECT_EQ(ReadWhole(to), "old");
+  EXPECT_EQ(ReadWhole(from), "new");
+  EXPECT_EQ(NamesIn(folder_.Path()).size(), 3u);
+}
+
+TEST_P(Move, TakesContentModeAndTime) {
+  const std::string from = folder_.Write("from", "new");
+  ASSERT_EQ(chmod(from.c_str(), 0640), 0);
+  const timespec old[2] = {{1000000000, 0}, {1000000000, 0}};
+  ASSERT_EQ(utimensat(AT_FDCWD, from.c_str(), old, 0), 0);
+  Begin();
+  EXPECT_TRUE(MoveWithoutOverwrite(from, folder_.Path("to")));
+  EXPECT_EQ(ReadWhole(folder_.Path("to")), "new");
+  EXPECT_EQ(NamesIn(folder_.Path()), (std::vector<std::string>{"to"}));
+  struct stat status;
+  ASSERT_EQ(stat(folder_.Path("to").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0640u);
+  EXPECT_EQ(status.st_mtime, 1000000000);
+}
+
+TEST_P(Move, TakesLinksAsLinksAndFoldersWithinAFileSystem) {
+  ASSERT_EQ(symlink("nowhere", folder_.Path("link").c_str()), 0);
+  Begin();
+  EXPECT_TRUE(MoveWithoutOverwrite(folder_.Path("link"), folder_.Path("moved")));
+  EXPECT_EQ(fs::read_symlink(folder_.Path("moved")), "nowhere");
+  ASSERT_EQ(mkdir(folder_.Path("sub").c_str(), 0700), 0);
+  folder_.Write("sub/f", "x");
+  Begin();
+  EXPECT_EQ(MoveWithoutOverwrite(folder_.Path("sub"), folder_.Path("sub2")), GetParam() != EXDEV);
+  EXPECT_EQ(NamesIn(folder_.Path()),
+            (std::vector<std::string>{"moved", GetParam() == EXDEV ? "sub" : "sub2"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, Move, testing::Values(0, EINVAL, EXDEV));
+
+TEST(MoveAcross, RealFileSystems) {
+  if (access("/dev/shm", W_OK) != 0) GTEST_SKIP() << "no second file system at /dev/shm";
+  TempFolder here;
+  TempFolder there("/dev/shm");
+  struct stat one;
+  struct stat two;
+  ASSERT_EQ(stat(here.Path().c_str(), &one) | stat(there.Path().c_str(), &two), 0);
+  if (one.st_dev == two.st_dev) GTEST_SKIP() << "/dev/shm is the same file system";
+  const std::string from = here.Write("f", std::string(3000000, 'x'));
+  EXPECT_TRUE(MoveWithoutOverwrite(from, there.Path("f")));
+  EXPECT_EQ(ReadWhole(there.Path("f")).size(), 3000000u);
+  EXPECT_EQ(NamesIn(here.Path()).size(), 0u);
+  EXPECT_EQ(NamesIn(there.Path()), (std::vector<std::string>{"f"}));
+}
+
+TEST(FileCopy, AFailureAtAnyStepLeavesTheOldFileAndNothingElse) {
+  TempFolder folder;
+  const std::string from = folder.Write("from", std::string(2500000, 'n'));
+  const std::string to = folder.Write("to", "old");
+  const struct {
+    Operation operation;
+    int call;
+  } steps[] = {{Operation::kFileOpen, 1},  {Operation::kFileOpen, 2},  {Operation::kFileSize, 1},
+               {Operation::kFileRead, 2},  {Operation::kFileWrite, 3}, {Operation::kFileClose, 1},
+               {Operation::kFileRename, 1}};
+  for (const auto& step : steps) {
+    FaultPlan plan;
+    plan.Fail(step.operation, step.call, EIO);
+    EXPECT_FALSE(CopyFileContent(from, to));
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(ReadWhole(to), "old");
+    EXPECT_EQ(NamesIn(folder.Path()), (std::vector<std::string>{"from", "to"}));
+  }
+  EXPECT_TRUE(CopyFileContent(from, to));
+  EXPECT_EQ(ReadWhole(to), ReadWhole(from));
+}
+
+TEST(FileCopy, AFullDiskLeavesTheOldFile) {
+  const std::string result = test::OnSmallDisk(256, [](const std::string& disk) -> std::string {
+    TempFolder folder;
+    const std::string from = folder.Write("from", std::string(1000000, 'n'));
+    test::WriteFile(disk + "/to", "old");
+    if (CopyFileContent(from, disk + "/to")) return "copied";
+    if (errno != ENOSPC) return "error " + std::to_string(errno);
+    if (ReadWhole(disk + "/to") != "old") return "old file gone";
+    return NamesIn(disk).size() == 1 ? "" : "left something";
+  });
+  if (result == test::kNoSmallDisk) GTEST_SKIP() << result;
+  EXPECT_EQ(result, "");
+}
+
+TEST(FileCopy, ReplacesALinkAndDoesNotWriteThroughIt) {
+  TempFolder folder;
+  const std::string from = folder.Write("from", "new");
+  const std::string outside = folder.Write("outside", "kept");
+  ASSERT_EQ(symlink("outside", folder.Path("to").c_str()), 0);
+  EXPECT_TRUE(CopyFileContent(from, folder.Path("to")));
+  EXPECT_EQ(ReadWhole(outside), "kept");
+  EXPECT_EQ(ReadWhole(folder.Path("to")), "new");
+  EXPECT_TRUE(CopyFileContent(from, from));
+  EXPECT_EQ(ReadWhole(from), "new");
+}
+
+}  // namespace
+}  // namespace qvx::platform
