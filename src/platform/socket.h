@@ -45,8 +45,8 @@ class SocketUse {
 
  private:
   SocketValue socket_;
-  int descriptor_;
   std::uint32_t fork_generation_ = 0;
+  int descriptor_;
 };
 
 // Ends both directions, which wakes threads that poll the socket. It is never read again.

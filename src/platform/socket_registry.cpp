@@ -163,8 +163,8 @@ SocketUse::SocketUse(SocketValue socket) noexcept
 
 SocketUse::SocketUse(SocketUse&& other) noexcept
     : socket_(other.socket_),
-      descriptor_(std::exchange(other.descriptor_, -1)),
-      fork_generation_(other.fork_generation_) {}
+      fork_generation_(other.fork_generation_),
+      descriptor_(std::exchange(other.descriptor_, -1)) {}
 
 SocketUse::~SocketUse() {
   if (descriptor_ >= 0) ReleaseSocket(socket_, fork_generation_);

@@ -1,0 +1,383 @@
+#include "platform/socket.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/fault_plan.h"
+#include "support/raw_peer.h"
+#include "support/temp_folder.h"
+
+namespace qvx::platform {
+namespace {
+
+using test::FaultPlan;
+using test::RawListener;
+using test::RawPeer;
+
+constexpr int kLong = 20000;
+
+// A connected TCP socket of ours with a plain one at the far end.
+struct Pair {
+  Pair() : ours(MakeTcpSocket()) {
+    const ConnectOutcome outcome = StartConnectIpv4(ours, {INADDR_LOOPBACK, listener.Port()});
+    EXPECT_EQ(outcome, ConnectOutcome::kConnected);
+    peer = listener.Accept();
+    SetNonBlocking(ours, true);
+  }
+  ~Pair() { CloseSocket(ours); }
+
+  RawListener listener;
+  SocketValue ours;
+  RawPeer peer;
+};
+
+std::string ReceiveText(SocketValue socket, std::size_t size) {
+  std::string text(size, '\0');
+  std::size_t got = 0;
+  while (got < size && (PollSocket(socket, kPollRead, kLong) & kPollRead) != 0) {
+    const IoResult result = Receive(socket, text.data() + got, size - got);
+    if (result.bytes == 0) break;
+    got += result.bytes;
+  }
+  text.resize(got);
+  return text;
+}
+
+bool IsOpen(int descriptor) {
+  return fcntl(descriptor, F_GETFD) >= 0;
+}
+
+int Option(SocketValue socket, int level, int name) {
+  int value = -1;
+  socklen_t size = sizeof(value);
+  getsockopt(SocketDescriptor(socket), level, name, &value, &size);
+  return value;
+}
+
+// Fills the way to the peer until not one more byte is taken.
+void Fill(SocketValue socket) {
+  const std::string block(64 * 1024, 'f');
+  const ConstBytes part{block.data(), block.size()};
+  while (SendParts(socket, &part, 1).error == 0) {
+  }
+}
+
+TEST(SocketValue, StaleOneNeverReachesTheNextSocketOfThatDescriptor) {
+  auto first = std::make_unique<Pair>();
+  const SocketValue stale = first->ours;
+  EXPECT_NE(stale >> 32, 0u);
+  EXPECT_LT(stale >> 32, 0x80000000u);
+  CloseSocket(stale);
+  const SocketValue next = MakeTcpSocket();
+  ASSERT_EQ(SocketDescriptor(next), SocketDescriptor(stale));
+  EXPECT_NE(next, stale);
+
+  char byte = 'x';
+  const ConstBytes part{&byte, 1};
+  EXPECT_EQ(SendParts(stale, &part, 1).error, EBADF);
+  EXPECT_EQ(Receive(stale, &byte, 1).error, EBADF);
+  EXPECT_EQ(PollSocket(stale, kPollRead, kLong), kPollInvalid);
+  EXPECT_FALSE(IsSocketAlive(stale));
+  CloseSocket(stale);
+  ShutdownSocket(stale);
+  EXPECT_TRUE(IsOpen(SocketDescriptor(next)));
+  CloseSocket(next);
+}
+
+TEST(SocketValue, DescriptorClosesWhenItsLastUserLetsGo) {
+  const SocketValue socket = MakeTcpSocket();
+  const int descriptor = SocketDescriptor(socket);
+  std::optional<SocketUse> one(std::in_place, socket);
+  std::optional<SocketUse> two(std::in_place, socket);
+  CloseSocket(socket);
+  EXPECT_EQ(SocketUse(socket).Descriptor(), -1);
+  one.reset();
+  EXPECT_TRUE(IsOpen(descriptor));
+  two.reset();
+  EXPECT_FALSE(IsOpen(descriptor));
+}
+
+TEST(SocketValue, PlainDescriptorsOfHostsAreTaken) {
+  int plain[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, plain), 0);
+  const auto left = static_cast<SocketValue>(plain[0]);
+  const SocketValue right = AdoptSocket(static_cast<SocketValue>(plain[1]));
+  EXPECT_EQ(AdoptSocket(right), right);
+  const ConstBytes parts[] = {{"ab", 2}, {"", 0}, {"cd", 2}};
+  EXPECT_EQ(SendParts(left, parts, 3).bytes, 4u);
+  EXPECT_EQ(ReceiveText(right, 4), "abcd");
+  EXPECT_EQ(AdoptSocket(kNoSocket), kNoSocket);
+  EXPECT_EQ(PollSocket(kNoSocket, kPollRead, kLong), kPollInvalid);
+  CloseSocket(left);
+  CloseSocket(right);
+  EXPECT_FALSE(IsOpen(plain[0]) || IsOpen(plain[1]));
+}
+
+TEST(SocketPoll, CloseByThePeerIsToldWhenNothingIsLeftToRead) {
+  Pair pair;
+  EXPECT_EQ(PollSocket(pair.ours, kPollRead, 0), 0);
+  EXPECT_EQ(PollSocket(pair.ours, kPollWrite, 0), kPollWrite);
+  pair.peer.Send("last words");
+  pair.peer.Close();
+  EXPECT_EQ(PollSocket(pair.ours, kPollRead, kLong), kPollRead);
+  EXPECT_EQ(ReceiveText(pair.ours, 10), "last words");
+  EXPECT_EQ(PollSocket(pair.ours, kPollRead, kLong), kPollHangUp);
+  char byte;
+  const IoResult end = Receive(pair.ours, &byte, 1);
+  EXPECT_EQ(end.bytes, 0u);
+  EXPECT_EQ(end.error, 0);
+}
+
+TEST(SocketPoll, ResetIsToldAtOnce) {
+  Pair pair;
+  pair.peer.Reset();
+  const int happened = PollSocket(pair.ours, kPollRead, kLong);
+  EXPECT_NE(happened & kPollError, 0);
+  EXPECT_EQ(happened & kPollRead, 0);
+}
+
+TEST(SocketPoll, SocketThatWeShutDownIsNeverReadAgain) {
+  Pair pair;
+  pair.peer.Send("too late");
+  ASSERT_EQ(PollSocket(pair.ours, kPollRead, kLong), kPollRead);
+  ShutdownSocket(pair.ours);
+  EXPECT_EQ(PollSocket(pair.ours, kPollRead, kLong), kPollHangUp);
+  char byte;
+  EXPECT_EQ(Receive(pair.ours, &byte, 1).error, ESHUTDOWN);
+  EXPECT_EQ(PendingBytes(pair.ours), 0u);
+  EXPECT_TRUE(pair.peer.SeesEnd());
+}
+
+TEST(SocketPoll, ShutdownWakesAThreadThatPolls) {
+  Pair pair;
+  std::thread other([&] { ShutdownSocket(pair.ours); });
+  EXPECT_EQ(PollSocket(pair.ours, kPollRead, kNoTimeLimit), kPollHangUp);
+  other.join();
+}
+
+TEST(SocketPoll, ManySocketsAWakeSignalAndInterruptions) {
+  std::vector<std::unique_ptr<Pair>> pairs;
+  std::vector<PollItem> items;
+  for (int i = 0; i < 20; ++i) {
+    pairs.push_back(std::make_unique<Pair>());
+    items.push_back({pairs.back()->ours});
+  }
+  FaultPlan plan;
+  plan.Fail(Operation::kPoll, 1, EINTR, 3);
+  WakeSignal wake;
+  ASSERT_TRUE(wake.Valid());
+  wake.Give();
+  wake.Give();
+  EXPECT_EQ(PollSockets(items.data(), items.size(), kLong, &wake), 0);
+  EXPECT_EQ(plan.Calls(Operation::kPoll), 4);
+  EXPECT_EQ(PollSockets(items.data(), items.size(), 0, &wake), 0);
+
+  pairs[3]->peer.Send("x");
+  pairs[17]->peer.Close();
+  ASSERT_EQ(PollSocket(items[3].socket, kPollRead, kLong), kPollRead);
+  ASSERT_EQ(PollSocket(items[17].socket, kPollRead, kLong), kPollHangUp);
+  EXPECT_EQ(PollSockets(items.data(), items.size(), kLong, &wake), 2);
+  EXPECT_EQ(items[3].happened, kPollRead);
+  EXPECT_EQ(items[17].happened, kPollHangUp);
+
+  plan.Fail(Operation::kPoll, 1, ENOMEM);
+  EXPECT_EQ(PollSockets(items.data(), items.size(), kLong, &wake), -1);
+  EXPECT_EQ(LastSocketError(), ENOMEM);
+}
+
+TEST(SocketSend, GathersThroughShortAndInterruptedCalls) {
+  Pair pair;
+  FaultPlan plan;
+  plan.Shorten(Operation::kSend, 1, 3, 1000);
+  const std::string first = "0123456789";
+  const std::string second(100, 's');
+  const ConstBytes parts[] = {
+      {"", 0}, {first.data(), first.size()}, {"", 0}, {second.data(), second.size()}, {"", 0}};
+  EXPECT_TRUE(SendWhole(pair.ours, parts, 5, FullSocket::kFail));
+  plan.Fail(Operation::kSend, 1, EINTR, 5);
+  EXPECT_TRUE(SendWhole(pair.ours, parts, 5, FullSocket::kFail));
+  EXPECT_EQ(pair.peer.Read(220), first + second + first + second);
+
+  plan.Fail(Operation::kReceive, 1, EINTR, 2);
+  pair.peer.Send("hello");
+  EXPECT_EQ(ReceiveText(pair.ours, 5), "hello");
+}
+
+TEST(SocketSend, FullSocketFailsBeforeTheFirstByteOrIsWaitedFor) {
+  Pair pair;
+  Fill(pair.ours);
+  const ConstBytes part{"tail", 4};
+  EXPECT_FALSE(SendWhole(pair.ours, &part, 1, FullSocket::kFail));
+  EXPECT_EQ(LastSocketError(), EAGAIN);
+
+  std::thread reader([&] { pair.peer.SeesEnd(); });
+  EXPECT_TRUE(SendWhole(pair.ours, &part, 1, FullSocket::kWait));
+  const std::string big(8 << 20, 'b');
+  const ConstBytes whole{big.data(), big.size()};
+  EXPECT_TRUE(SendWhole(pair.ours, &whole, 1, FullSocket::kWait));
+  ShutdownSocket(pair.ours);
+  reader.join();
+}
+
+TEST(SocketSend, WaitForRoomEndsWithTheTimeLimitOrAShutdown) {
+  Pair pair;
+  Fill(pair.ours);
+  const ConstBytes part{"tail", 4};
+  std::thread other([&] { ShutdownSocket(pair.ours); });
+  EXPECT_FALSE(SendWhole(pair.ours, &part, 1, FullSocket::kWait));
+  other.join();
+  EXPECT_EQ(LastSocketError(), EPIPE);
+}
+
+TEST(SocketSend, ClosedPeerRaisesNoSignal) {
+  signal(SIGPIPE, SIG_DFL);
+  test::TempFolder folder;
+  const int file = open(folder.Write("f", std::string(1000, 'f')).c_str(), O_RDONLY | O_CLOEXEC);
+  Pair pair;
+  ShutdownSocket(pair.ours);
+  const ConstBytes part{"x", 1};
+  EXPECT_EQ(SendParts(pair.ours, &part, 1).error, EPIPE);
+  EXPECT_EQ(SendFileRange(pair.ours, file, 0, 1000).error, EPIPE);
+  sigset_t pending;
+  sigpending(&pending);
+  EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
+  close(file);
+}
+
+TEST(SocketSend, FileRanges) {
+  test::TempFolder folder;
+  std::string content;
+  for (int i = 0; i < 50000; ++i) content += std::to_string(i);
+  const int file = open(folder.Write("f", content).c_str(), O_RDONLY | O_CLOEXEC);
+  Pair pair;
+  FaultPlan plan;
+  plan.Shorten(Operation::kSend, 1, 1000, 20);
+  std::size_t sent = 0;
+  std::string received;
+  std::thread reader([&] { received = pair.peer.Read(content.size() - 7); });
+  EXPECT_TRUE(SendWholeFile(pair.ours, file, 7, content.size(), &sent));
+  reader.join();
+  EXPECT_EQ(sent, content.size() - 7);
+  EXPECT_EQ(received, content.substr(7));
+  EXPECT_EQ(SendFileRange(pair.ours, file, content.size(), 10).bytes, 0u);
+  EXPECT_EQ(SendFileRange(pair.ours, file, content.size(), 10).error, 0);
+
+  // What sendfile can't do goes through memory.
+  plan.Fail(Operation::kSend, 1, EINVAL);
+  EXPECT_EQ(SendFileRange(pair.ours, file, 0, 10).bytes, 10u);
+  EXPECT_EQ(pair.peer.Read(10), content.substr(0, 10));
+  close(file);
+}
+
+TEST(SocketAccept, OutcomesByError) {
+  const struct {
+    int error;
+    AcceptOutcome outcome;
+  } rows[] = {{EAGAIN, AcceptOutcome::kNothing},      {EMFILE, AcceptOutcome::kNoResources},
+              {ENFILE, AcceptOutcome::kNoResources},  {ENOMEM, AcceptOutcome::kNoResources},
+              {ENOBUFS, AcceptOutcome::kNoResources}, {ECONNABORTED, AcceptOutcome::kRetry},
+              {EPROTO, AcceptOutcome::kRetry},        {ENETDOWN, AcceptOutcome::kRetry},
+              {EHOSTUNREACH, AcceptOutcome::kRetry},  {EBADF, AcceptOutcome::kClosed},
+              {EINVAL, AcceptOutcome::kClosed},       {ENOTSOCK, AcceptOutcome::kClosed}};
+  for (const auto& row : rows) EXPECT_EQ(AcceptOutcomeOf(row.error), row.outcome) << row.error;
+}
+
+TEST(SocketAccept, TakesTunedConnectionsUntilTheListenerIsShut) {
+  const SocketValue listener = MakeTcpSocket();
+  ASSERT_TRUE(SetReuseAddress(listener) && BindIpv4(listener, {INADDR_LOOPBACK, 0}));
+  ASSERT_TRUE(ListenSocket(listener));
+  EXPECT_EQ(AcceptSocket(listener).outcome, AcceptOutcome::kNothing);
+  Ipv4Endpoint local;
+  ASSERT_TRUE(GetLocalIpv4(listener, &local));
+  RawPeer peer = RawPeer::To(local.port);
+  ASSERT_EQ(PollSocket(listener, kPollRead, kLong), kPollRead);
+  FaultPlan plan;
+  plan.Fail(Operation::kAccept, 1, EINTR);
+  const AcceptResult accepted = AcceptSocket(listener);
+  ASSERT_EQ(accepted.outcome, AcceptOutcome::kAccepted);
+  EXPECT_EQ(Option(accepted.socket, IPPROTO_TCP, TCP_NODELAY), 1);
+  EXPECT_EQ(Option(accepted.socket, SOL_SOCKET, SO_KEEPALIVE), 1);
+  EXPECT_LE(Option(accepted.socket, IPPROTO_TCP, TCP_KEEPIDLE), 60);
+  EXPECT_NE(fcntl(SocketDescriptor(accepted.socket), F_GETFD) & FD_CLOEXEC, 0);
+  EXPECT_NE(fcntl(SocketDescriptor(accepted.socket), F_GETFL) & O_NONBLOCK, 0);
+  Ipv4Endpoint far;
+  EXPECT_TRUE(GetPeerIpv4(accepted.socket, &far));
+  EXPECT_EQ(far.address, INADDR_LOOPBACK);
+  ShutdownSocket(listener);
+  EXPECT_NE(PollSocket(listener, kPollRead, kLong) & kPollEnded, 0);
+  EXPECT_EQ(AcceptSocket(listener).outcome, AcceptOutcome::kClosed);
+  CloseSocket(accepted.socket);
+  CloseSocket(listener);
+}
+
+TEST(SocketConnect, RefusalIsSeenAtOnce) {
+  std::uint16_t port = 0;
+  {
+    RawListener listener;
+    port = listener.Port();
+  }
+  const SocketValue socket = MakeTcpSocket();
+  SetNonBlocking(socket, true);
+  ConnectOutcome outcome = StartConnectIpv4(socket, {INADDR_LOOPBACK, port});
+  if (outcome == ConnectOutcome::kPending) outcome = WaitConnect(socket, kLong);
+  EXPECT_EQ(outcome, ConnectOutcome::kFailed);
+  EXPECT_EQ(LastSocketError(), ECONNREFUSED);
+  CloseSocket(socket);
+}
+
+TEST(SocketFork, ChildLeavesTheConnectionOfTheParentAlone) {
+  Pair pair;
+  SocketUse held(pair.ours);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    ShutdownSocket(pair.ours);
+    CloseSocket(pair.ours);
+    // The use of the parent's time does not keep the child's descriptor.
+    _exit(IsOpen(held.Descriptor()) ? 1 : 0);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  pair.peer.Send("still here");
+  EXPECT_EQ(ReceiveText(pair.ours, 10), "still here");
+}
+
+TEST(SocketDatagram, TellsWhereItArrived) {
+  const SocketValue receiver = MakeUdpSocket();
+  const SocketValue sender = MakeUdpSocket();
+  ASSERT_TRUE(BindIpv4(receiver, {0, 0}) && SetPacketInformation(receiver));
+  Ipv4Endpoint local;
+  ASSERT_TRUE(GetLocalIpv4(receiver, &local));
+  const DatagramPath to{{INADDR_LOOPBACK, local.port}, INADDR_LOOPBACK + 1, 0};
+  EXPECT_EQ(SendDatagram(sender, "", 0, to).error, 0);
+  EXPECT_EQ(SendDatagram(sender, "data", 4, to).bytes, 4u);
+  char text[16];
+  DatagramPath from;
+  ASSERT_EQ(PollSocket(receiver, kPollRead, kLong), kPollRead);
+  EXPECT_EQ(ReceiveDatagram(receiver, text, sizeof(text), &from).error, 0);
+  ASSERT_EQ(PollSocket(receiver, kPollRead, kLong), kPollRead);
+  EXPECT_EQ(ReceiveDatagram(receiver, text, sizeof(text), &from).bytes, 4u);
+  EXPECT_EQ(from.local_address, INADDR_LOOPBACK);
+  EXPECT_EQ(from.peer.address, INADDR_LOOPBACK + 1);
+  EXPECT_NE(from.interface_index, 0u);
+  EXPECT_EQ(ReceiveDatagram(receiver, text, sizeof(text), &from).error, EAGAIN);
+  CloseSocket(receiver);
+  CloseSocket(sender);
+}
+
+}  // namespace
+}  // namespace qvx::platform

@@ -1,0 +1,48 @@
+#include "support/log_lines.h"
+
+#include <algorithm>
+#include <mutex>
+
+#include "qvx/debug_output.h"
+
+namespace qvx::test {
+namespace {
+
+using Line = std::pair<int, std::string>;
+
+std::mutex mutex;
+std::vector<Line> lines;
+
+int Collect(void*, int level, const char* line, int length) {
+  const std::string text(line, static_cast<std::size_t>(length));
+  const std::size_t message = text.find("=> ");
+  std::lock_guard<std::mutex> guard(mutex);
+  lines.emplace_back(level, message == std::string::npos ? text : text.substr(message + 3));
+  return 0;
+}
+
+}  // namespace
+
+LogLines::LogLines() {
+  {
+    std::lock_guard<std::mutex> guard(mutex);
+    lines.clear();
+  }
+  DbgOutputAddCallback(&Collect, nullptr);
+}
+
+LogLines::~LogLines() {
+  DbgOutputDelCallback(&Collect);
+}
+
+std::vector<Line> LogLines::All() const {
+  std::lock_guard<std::mutex> guard(mutex);
+  return lines;
+}
+
+int LogLines::Count(int level, const std::string& message) const {
+  const std::vector<Line> all = All();
+  return static_cast<int>(std::count(all.begin(), all.end(), Line(level, message)));
+}
+
+}  // namespace qvx::test
