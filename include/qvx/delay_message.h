@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include "qvx/base_thread.h"
 #include "qvx/ptr_list.h"
@@ -22,6 +23,10 @@ class QVX_API IDelayMSGPostCallback {
 };
 
 struct tagDELAYPOSTMSG;
+
+namespace qvx::platform {
+class ForkGuard;
+}
 
 // Posts messages to windows of message_queue.h when their delay is over. All operations may be
 // called from any thread. A request is due when MS_GetTime reaches the tick of the request plus
@@ -67,13 +72,25 @@ class QVX_API CDelayPostMsgEngine : public IThreadFuncInterface {
   int ThreadLoop(std::uint64_t context) override;
 
  private:
+  struct Criteria;
+
   unsigned int UpdateNextPostTime();
+  void StartAfterFork();
+  void DropAll();
+  void PostDue();
+  void Deliver(int index);
+  tagDELAYPOSTMSG* RecordAt(int index);
+  void RemoveWhere(const Criteria& criteria, int removeQueued);
 
   std::atomic<int> mStop;
   CBaseLock mLock;
   CBaseEvent mWakeEvent;
   CBaseThread mThread;
   CPtrListCtrl mPending;
+  const tagDELAYPOSTMSG* mDelivered;  // the record whose callback runs
+  std::atomic<int> mStarted;
+  std::atomic<std::uint32_t> mForkGeneration;
+  std::unique_ptr<qvx::platform::ForkGuard> mForkGuard;
 };
 
 extern QVX_API CDelayPostMsgEngine gDelayPostMsgEngine;
