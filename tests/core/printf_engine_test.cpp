@@ -1,0 +1,183 @@
+#include "core/printf_engine.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <climits>
+#include <clocale>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <limits>
+#include <string>
+
+#include <qvx/base_string.h>
+
+namespace {
+
+std::string Narrow(const std::u16string& text) {
+  return std::string(text.begin(), text.end());
+}
+
+// Formats with the engine in both widths and with the C library, and wants the same of all.
+template <typename... Values>
+void ExpectAsTheCLibrary(const char* format, Values... values) {
+  char expected[4096];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+  const int length = std::snprintf(expected, sizeof(expected), format, values...);
+  CBaseStringA narrow;
+  narrow.Format(format, values...);
+#pragma GCC diagnostic pop
+  CBaseStringW wide;
+  wide.Format(CBaseStringW(format).GetString(), values...);
+  EXPECT_STREQ(narrow.GetString(), expected) << format;
+  EXPECT_EQ(narrow.GetLength(), length) << format;
+  EXPECT_EQ(Narrow(wide.GetString()), expected) << format;
+}
+
+TEST(Printf, PrintsIntegersAsTheCLibrary) {
+  for (const char* letter : {"d", "i", "u", "o", "x", "X"}) {
+    for (const char* flags : {"", "-", "+", " ", "#", "0", "-0", "+ ", "#0", "'", "I", "#-+ 0"}) {
+      for (const char* amounts : {"", "1", "12", ".0", ".", ".1", ".9", "12.5", "3.9", "40"}) {
+        const std::string head = std::string("%") + flags + amounts;
+        for (int value : {0, 1, -1, 8, 12345, INT_MAX, INT_MIN}) {
+          ExpectAsTheCLibrary((head + letter).c_str(), value);
+          ExpectAsTheCLibrary((head + "h" + letter).c_str(), value);
+          ExpectAsTheCLibrary((head + "hh" + letter).c_str(), value);
+        }
+        for (const char* size : {"l", "ll", "q", "L", "j", "z", "t"}) {
+          ExpectAsTheCLibrary((head + size + letter).c_str(), INT64_MIN);
+          ExpectAsTheCLibrary((head + size + letter).c_str(), std::int64_t{1} << 40);
+        }
+      }
+    }
+  }
+}
+
+TEST(Printf, PrintsFloatsAsTheCLibrary) {
+  for (const char* letter : {"e", "E", "f", "F", "g", "G", "a", "A"}) {
+    for (const char* flags : {"", "-", "+", " ", "#", "0", "#+0"}) {
+      for (const char* amounts : {"", "20", ".0", ".3", "20.7", ".30"}) {
+        const std::string head = std::string("%") + flags + amounts;
+        for (double value : {0.0, -0.0, 1.5, -123456.789, 1e-9, 1e300, std::nan(""),
+                             std::numeric_limits<double>::infinity()}) {
+          ExpectAsTheCLibrary((head + letter).c_str(), value);
+          ExpectAsTheCLibrary((head + "L" + letter).c_str(), static_cast<long double>(value));
+        }
+      }
+    }
+  }
+  ExpectAsTheCLibrary("%.800f|%1500.2f", 0.1, 2.0);
+}
+
+TEST(Printf, PrintsTheRestAsTheCLibrary) {
+  ExpectAsTheCLibrary("plain text, no conversion");
+  ExpectAsTheCLibrary("100%% %c%c%5c|%-5c|", 'a', 'b', 'c', 'd');
+  ExpectAsTheCLibrary("%*d|%-*d|%*d|%.*d|%.*d|%*.*f", 6, 1, 6, 2, -6, 3, 4, 5, -4, 6, 9, 2, 1.234);
+  ExpectAsTheCLibrary("%d %ld %lld %f %d %d %d %d %f", 1, 2L, 3LL, 4.0, 5, 6, 7, 8, 9.0);
+  const int saved = ENOENT;
+  errno = saved;
+  CBaseStringA text;
+  text.Format("%m|%30m");
+  EXPECT_STREQ(text.GetString(), "No such file or directory|     No such file or directory");
+}
+
+TEST(Printf, PrintsTextOfEitherWidth) {
+  const char* narrow = "na\xC3\xAFve";
+  const WCHAR* wide = u"Gr\u00fc\u00dfe";
+  CBaseStringA a;
+  a.AppendFormat("%s|%hs|%7s|%-7s|%.2s|", narrow, narrow, "abc", "abc", "abc");
+  EXPECT_STREQ(a.GetString(), "na\xC3\xAFve|na\xC3\xAFve|    abc|abc    |ab|");
+  // Wide arguments: the compiler would want the platform's own wide type.
+  const char* format = "%S|%ls|%8S|%-8S|%.3S|%.4S|%C%lc%hc";
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+  a.Format(format, wide, wide, wide, wide, wide, wide, u'\u00fc', u'w', 'n');
+#pragma GCC diagnostic pop
+  EXPECT_STREQ(
+      a.GetString(),
+      "Gr\u00fc\u00dfe|Gr\u00fc\u00dfe| Gr\u00fc\u00dfe|Gr\u00fc\u00dfe |Gr|Gr\u00fc|\u00fcwn");
+  CBaseStringW w;
+  w.Format(u"%s|%ls|%S|%hs|%8S|%.3S|%c%C%hc%lc", wide, wide, narrow, narrow, narrow, narrow,
+           u'\u4e2d', 'C', 'h', u'\u6587');
+  EXPECT_EQ(std::u16string(w.GetString()),
+            u"Gr\u00fc\u00dfe|Gr\u00fc\u00dfe|na\u00efve|na\u00efve|   na\u00efve|na\u00ef|\u4e2dCh"
+            u"\u6587");
+  w.Format("%s", "from narrow");
+  a.Format(u"%s", u"from wide");
+  EXPECT_EQ(w.Equal("from narrow", -1, 0) + a.Equal("from wide", -1, 0), 2);
+}
+
+TEST(Printf, ReadsNoTextBehindItsPrecision) {
+  // Exact blocks without a terminator, so that a sanitizer sees a read behind them.
+  const std::unique_ptr<char[]> narrow(new char[6]{'\xE4', '\xB8', '\xAD', 'a', 'b', 'c'});
+  const std::unique_ptr<WCHAR[]> wide(new WCHAR[3]{u'a', u'\u00e9', u'c'});
+  CBaseStringA a;
+  CBaseStringW w;
+  a.Format("%.6s", narrow.get());
+  w.Format(u"%.4S%.3s", narrow.get(), wide.get());
+  EXPECT_EQ(a.GetLength(), 6);
+  EXPECT_EQ(std::u16string(w.GetString()), u"\u4e2dabca\u00e9c");
+}
+
+TEST(Printf, PrintsPointersNullTextsAndWideIntegers) {
+  CBaseStringA a;
+  const char* none = nullptr;
+  a.Format("%p|%20p|%-18p|%p", reinterpret_cast<void*>(0x12ab), static_cast<void*>(nullptr),
+           reinterpret_cast<void*>(UINT64_MAX), static_cast<void*>(&a));
+  EXPECT_EQ(std::string(a.GetString()).substr(0, 57),
+            "00000000000012AB|    0000000000000000|FFFFFFFFFFFFFFFF  |");
+  CBaseStringW w;
+  w.Format(u"%s|%S|%10hs|%.3s|%I64d|%I64X|%08I64u", nullptr, nullptr, nullptr, nullptr, INT64_MIN,
+           std::uint64_t{0xABCDEF0123}, std::uint64_t{42});
+  EXPECT_EQ(Narrow(w.GetString()),
+            "(null)|(null)|    (null)||-9223372036854775808|ABCDEF0123|00000042");
+  a.Format(u"%s", none);
+  EXPECT_STREQ(a.GetString(), "(null)");
+}
+
+TEST(Printf, HasNoLengthLimit) {
+  for (int length : {1022, 1023, 1024, 1025, 2000, 100000}) {
+    const std::string text(static_cast<std::size_t>(length), 'x');
+    CBaseStringA a;
+    CBaseStringW w;
+    a.Format("%s", text.c_str());
+    w.Format(u"%S", text.c_str());
+    EXPECT_EQ(a.GetString(), text);
+    EXPECT_EQ(w.GetLength(), length);
+    a.Format("%*d", length, 7);
+    EXPECT_EQ(a.GetLength(), length);
+  }
+}
+
+TEST(Printf, RefusesAFormatWithAnError) {
+  for (const WCHAR* format : {u"%", u"abc %", u"%-", u"%5", u"%5.", u"%l", u"%I64", u"%n", u"%k",
+                              u"%\u4e2d", u"%99999999999d", u"%.99999999999d", u"%2147483647d%d"}) {
+    const CBaseStringA narrow_format(format);
+    CBaseStringA a("before");
+    CBaseStringW w("before");
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    a.AppendFormat(narrow_format.GetString(), 1, 2);
+    w.AppendFormat(format, 1, 2);
+    EXPECT_EQ(a.Equal("before", -1, 0) + w.Equal("before", -1, 0), 2) << narrow_format.GetString();
+    a.Format(narrow_format.GetString(), 1, 2);
+    w.Format(format, 1, 2);
+#pragma GCC diagnostic pop
+    EXPECT_EQ(a.GetLength() + w.GetLength(), 0) << narrow_format.GetString();
+  }
+}
+
+// A host's locale with a decimal comma, made by the test, since the machine may have none.
+TEST(Printf, KeepsTheCLocaleUnderAnyHostLocale) {
+  const bool german = std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr;
+  CBaseStringA text;
+  text.Format("%.2f %'d", 1234.5, 1234567);
+  std::setlocale(LC_ALL, "C");
+  EXPECT_STREQ(text.GetString(), "1234.50 1234567");
+  if (!german) GTEST_SKIP() << "no locale with a decimal comma here";
+}
+
+}  // namespace
