@@ -57,7 +57,7 @@ TEST(BaseBuffer, TakesItsOwnBytesAndItsTail) {
 }
 
 TEST(BaseBuffer, BindsAndBecomesItsOwn) {
-  unsigned char block[16] = "................";
+  unsigned char block[17] = "................";
   CBaseBuffer buffer;
   buffer.SetBuffer("owned", 5);
   buffer.BindBuffer(block, 16);

@@ -290,7 +290,8 @@ TEST(RawText, SearchesWithoutCase) {
     const char one[] = {static_cast<char>(code), 0};
     const char other[] = {static_cast<char>(code ^ 0x20), 0};
     const bool letter = (code >= 'a' && code <= 'z') || (code >= 'A' && code <= 'Z');
-    if (other[0] != 0) EXPECT_EQ(stristr(one, other) != nullptr, letter) << code;
+    if (other[0] == 0) continue;
+    EXPECT_EQ(stristr(one, other) != nullptr, letter) << code;
   }
   EXPECT_EQ(wcsistr(u"\u00c4", u"\u00e4"), nullptr);
   EXPECT_EQ(wcsistr(u"\u0141", u"a"), nullptr) << "the low byte is a letter";
