@@ -18,6 +18,7 @@
 
 #include "support/fault_plan.h"
 #include "support/raw_peer.h"
+#include "support/socket_pair.h"
 #include "support/temp_folder.h"
 
 namespace qvx::platform {
@@ -27,22 +28,9 @@ using test::FaultPlan;
 using test::RawListener;
 using test::RawPeer;
 
-constexpr int kLong = 20000;
+using Pair = test::SocketPair;
 
-// A connected TCP socket of ours with a plain one at the far end.
-struct Pair {
-  Pair() : ours(MakeTcpSocket()) {
-    const ConnectOutcome outcome = StartConnectIpv4(ours, {INADDR_LOOPBACK, listener.Port()});
-    EXPECT_EQ(outcome, ConnectOutcome::kConnected);
-    peer = listener.Accept();
-    SetNonBlocking(ours, true);
-  }
-  ~Pair() { CloseSocket(ours); }
-
-  RawListener listener;
-  SocketValue ours;
-  RawPeer peer;
-};
+constexpr int kLong = test::kLongWait;
 
 std::string ReceiveText(SocketValue socket, std::size_t size) {
   std::string text(size, '\0');

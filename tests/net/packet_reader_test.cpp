@@ -1,0 +1,184 @@
+#include "net/packet_reader.h"
+
+#include <errno.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/fault_plan.h"
+#include "support/log_lines.h"
+#include "support/packet_bytes.h"
+#include "support/socket_pair.h"
+
+namespace {
+
+using qvx::net::PacketReader;
+using qvx::net::PacketSink;
+using qvx::platform::Operation;
+using namespace qvx::test;
+
+// Keeps what comes; with a head size, payloads that begin with 'P' go to a place of its own
+// and those that begin with 'D' too, but for their middle third.
+class Keeper : public PacketSink {
+ public:
+  explicit Keeper(std::uint32_t head = 0) : head_(head) {}
+
+  bool OnPacket(tagTCPPACKETRECV& record) override {
+    EXPECT_EQ(record.bComplete, 1);
+    got.emplace_back(reinterpret_cast<char*>(record.pPayload), record.nLength);
+    return got.size() != stop_after;
+  }
+
+  std::uint32_t HeadSize() override { return head_; }
+
+  unsigned char* Place(const tagTCPPACKETRECV& record, std::uint32_t* room) override {
+    EXPECT_FALSE(asked_);
+    const unsigned char kind = record.pPayload[0];
+    EXPECT_EQ(*room, record.nLength - record.nPayloadBytes);
+    if (kind != 'P' && kind != 'D') return nullptr;
+    const std::uint32_t third = record.nLength / 3;
+    const bool middle = record.nPayloadBytes >= third && record.nPayloadBytes < 2 * third;
+    if (kind == 'D' && middle) return nullptr;
+    asked_ = true;
+    place_.resize(record.nLength, '?');
+    if (kind == 'D' && record.nPayloadBytes < third) *room = third - record.nPayloadBytes;
+    return reinterpret_cast<unsigned char*>(place_.data()) + record.nPayloadBytes;
+  }
+
+  void Placed(const tagTCPPACKETRECV& record, std::uint32_t size) override {
+    EXPECT_TRUE(asked_);
+    EXPECT_LE(record.nPayloadBytes + size, record.nLength);
+    asked_ = false;
+  }
+
+  bool OnPlacedPacket(const tagTCPPACKETRECV& record) override {
+    place_.resize(record.nLength, '?');
+    std::memcpy(place_.data(), record.pPayload, head_);
+    got.push_back(place_);
+    place_.clear();
+    return true;
+  }
+
+  std::vector<std::string> got;
+  std::size_t stop_after = 0;
+
+ private:
+  const std::uint32_t head_;
+  std::string place_;
+  bool asked_ = false;
+};
+
+std::vector<std::string> Payloads() {
+  std::vector<std::string> payloads;
+  for (const std::size_t size : {1, 20, 24, 25, 1000, 70'000, 3, 300'000, 300'000, 2}) {
+    payloads.push_back(Pattern(size, static_cast<unsigned int>(payloads.size())));
+    payloads.back()[0] = "PNDPPPNPDN"[payloads.size() - 1];
+  }
+  return payloads;
+}
+
+// Sends the packets and receives until the end of the connection.
+void Transfer(SocketPair& pair, const std::vector<std::string>& payloads, Keeper& keeper) {
+  std::string wire;
+  for (const std::string& payload : payloads) wire += PacketBytes(payload);
+  std::thread sender([&] {
+    pair.peer.Send(wire);
+    pair.peer.Close();
+  });
+  PacketReader reader;
+  tagTCPPACKETRECV record{};
+  while (qvx::platform::PollSocket(pair.ours, 0x0300, kLongWait) == 0x0300) {
+    ASSERT_TRUE(reader.Receive(pair.ours, true, record, keeper));
+  }
+  EXPECT_FALSE(reader.Receive(pair.ours, true, record, keeper));
+  EXPECT_EQ(record.nHeaderBytes, 0u);
+  sender.join();
+}
+
+// Where the keeper dropped bytes there are question marks instead.
+bool IsAsSent(const std::string& got, const std::string& sent, std::uint32_t head) {
+  if (head == 0 || sent[0] != 'D' || sent.size() <= head) return got == sent;
+  const std::size_t third = sent.size() / 3;
+  if (got.size() != sent.size() || got.compare(0, third, sent, 0, third) != 0) return false;
+  for (std::size_t i = third; i < sent.size(); ++i) {
+    if (got[i] != sent[i] && got[i] != '?') return false;
+  }
+  return got.back() == sent.back() || got.find('?', third) != std::string::npos;
+}
+
+TEST(PacketReader, PacketsComeWholeHoweverTheyAreSplit) {
+  const std::vector<std::string> payloads = Payloads();
+  for (const std::size_t limit : {SIZE_MAX, std::size_t{1500}, std::size_t{7}}) {
+    for (const std::uint32_t head : {0u, 24u}) {
+      SocketPair pair;
+      FaultPlan plan;
+      plan.Shorten(Operation::kReceive, 1, limit, 1 << 30);
+      Keeper keeper(head);
+      Transfer(pair, payloads, keeper);
+      ASSERT_EQ(keeper.got.size(), payloads.size());
+      for (std::size_t i = 0; i < payloads.size(); ++i) {
+        EXPECT_TRUE(IsAsSent(keeper.got[i], payloads[i], head)) << i << " " << head << " " << limit;
+      }
+    }
+  }
+}
+
+TEST(PacketReader, SmallPacketsShareACall) {
+  SocketPair pair;
+  std::string wire;
+  for (int i = 0; i < 100; ++i) wire += PacketBytes("payload " + std::to_string(i));
+  pair.Bring(wire);
+  FaultPlan plan;
+  Keeper keeper;
+  PacketReader reader;
+  tagTCPPACKETRECV record{};
+  EXPECT_TRUE(reader.Receive(pair.ours, true, record, keeper));
+  EXPECT_EQ(keeper.got.size(), 100u);
+  EXPECT_EQ(plan.Calls(Operation::kReceive), 1);
+}
+
+TEST(PacketReader, GivesUpWhereTheConnectionIsOfNoUse) {
+  const struct {
+    std::string wire;
+    const char* log;
+  } rows[] = {{PacketBytes("a") + HeaderBytes(1, 0, 0, 1),
+               "RecvOnePackage: tag not match, expect:0xabcdbbbb, actual is 0x00000001\r\n"},
+              {PacketBytes("a") + HeaderBytes(0xABCDBBBB, 0, 0, 0) + "x",
+               "RecvTCPPacket: nRecvBytes = 0, error=0\r\n"}};
+  for (const auto& row : rows) {
+    LogLines log;
+    SocketPair pair;
+    pair.Bring(row.wire);
+    Keeper keeper;
+    PacketReader reader;
+    tagTCPPACKETRECV record{};
+    EXPECT_FALSE(reader.Receive(pair.ours, true, record, keeper));
+    EXPECT_EQ(keeper.got, std::vector<std::string>{"a"});
+    EXPECT_EQ(log.Count(2, row.log), 1) << row.log;
+  }
+  SocketPair pair;
+  pair.Bring(PacketBytes("a") + PacketBytes("b"));
+  Keeper keeper;
+  keeper.stop_after = 1;
+  PacketReader reader;
+  tagTCPPACKETRECV record{};
+  EXPECT_FALSE(reader.Receive(pair.ours, true, record, keeper));
+  EXPECT_EQ(keeper.got.size(), 1u);
+}
+
+TEST(PacketReader, ClaimedLengthCostsNothing) {
+  SocketPair pair;
+  pair.Bring(HeaderBytes(0xABCDBBBB, 0, 1, 0xFFFFFFFF) + "0123456789");
+  Keeper keeper;
+  PacketReader reader;
+  tagTCPPACKETRECV record{};
+  EXPECT_TRUE(reader.Receive(pair.ours, true, record, keeper));
+  EXPECT_EQ(record.nPayloadBytes, 10u);
+  EXPECT_LE(record.nPayloadRoom, 65536u);
+  qvx::net::ClearPacket(record);
+}
+
+}  // namespace

@@ -1,0 +1,427 @@
+#include "qvx/socket_primitives.h"
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <atomic>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+#include <thread>
+
+#include "net/packet_reader.h"
+#include "qvx/base_buffer.h"
+#include "support/failing_new.h"
+#include "support/fault_plan.h"
+#include "support/log_lines.h"
+#include "support/network_lab.h"
+#include "support/packet_bytes.h"
+#include "support/socket_pair.h"
+
+namespace {
+
+using qvx::net::ClearPacket;
+using qvx::platform::CloseSocket;
+using qvx::platform::MakeTcpSocket;
+using qvx::platform::MakeUdpSocket;
+using qvx::platform::Operation;
+using qvx::platform::PendingBytes;
+using qvx::platform::SocketDescriptor;
+using namespace qvx::test;
+
+using Block = std::unique_ptr<unsigned char[]>;
+
+class Packet : public testing::Test {
+ protected:
+  ~Packet() override {
+    SetSocketMatchCode(0);
+    ClearPacket(record);
+  }
+
+  int Receive(int check = 1) { return RecvTCPPacket(pair.ours, check, &record); }
+  std::string Payload() const {
+    return std::string(reinterpret_cast<const char*>(record.pPayload), record.nPayloadBytes);
+  }
+  std::string Numbered(const char* text) const {
+    return text + std::to_string(SocketDescriptor(pair.ours)) + "\r\n";
+  }
+
+  SocketPair pair;
+  tagTCPPACKETRECV record{};
+};
+
+TEST_F(Packet, GoesOutByteForByte) {
+  SetSocketMatchCode(0x11223344);
+  EXPECT_EQ(GetSocketMatchCode(), 0x11223344u);
+  EXPECT_EQ(SendTCPPacket(pair.ours, SOCKET_CODE_TO_SERVER, "hi", 2), 1);
+  const unsigned char expected[] = {0xBB, 0xBB, 0xCD, 0xAB, 0x44, 0x33, 0x22, 0x11,
+                                    0xFD, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF,
+                                    2,    0,    0,    0,    'h',  'i'};
+  EXPECT_EQ(pair.peer.Read(22), std::string(std::begin(expected), std::end(expected)));
+  EXPECT_EQ(SendTCPPacket(pair.ours, 1, nullptr, 5), 0);
+  EXPECT_EQ(SendTCPPacket(pair.ours, 1, "x", 0), 0);
+  EXPECT_EQ(SendTCPPacket(pair.ours, 1, "x", -1), 0);
+  qvx::platform::ShutdownSocket(pair.ours);
+  EXPECT_EQ(pair.peer.Read(1), "");
+}
+
+TEST_F(Packet, ComesTogetherByteByByte) {
+  const std::string bytes = PacketBytes("abc", 7, 5);
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    EXPECT_EQ(record.bComplete, 0);
+    EXPECT_EQ(Receive(), 1);
+    pair.Bring(bytes.substr(i, 1));
+    ASSERT_EQ(Receive(), 1);
+    EXPECT_EQ(record.nHeaderBytes, std::min<std::size_t>(i + 1, 20));
+  }
+  EXPECT_EQ(record.bComplete, 1);
+  EXPECT_EQ(record.nCode, 7u);
+  EXPECT_EQ(Payload(), "abc");
+}
+
+TEST_F(Packet, NoByteOfTheNextOneIsTaken) {
+  const std::string second = PacketBytes(Pattern(300));
+  pair.Bring(PacketBytes(Pattern(100)) + second);
+  ASSERT_EQ(Receive(), 1);
+  EXPECT_EQ(record.bComplete, 1);
+  EXPECT_EQ(PendingBytes(pair.ours), second.size());
+  ClearPacket(record);
+  ASSERT_EQ(Receive(), 1);
+  EXPECT_EQ(Payload(), Pattern(300));
+}
+
+TEST_F(Packet, StrangersAreRefused) {
+  struct Row {
+    std::uint32_t tag, own, theirs;
+    int check, result;
+    const char* log;
+  };
+  const Row rows[] = {
+      {0xABCDBBBA, 0, 0, 1, 0,
+       "RecvOnePackage: tag not match, expect:0xabcdbbbb, actual is 0xabcdbbba\r\n"},
+      {0xABCDBBBB, 9, 8, 1, 0, "RecvOnePackage: code not match, expect:9, actual is 8\r\n"},
+      {0xABCDBBBB, 9, 8, 0, 1, nullptr},
+      {0xABCDBBBB, 0, 8, 1, 1, nullptr},
+      {0xABCDBBBB, 9, 9, 1, 1, nullptr}};
+  for (const Row& row : rows) {
+    LogLines log;
+    SetSocketMatchCode(row.own);
+    pair.Bring(HeaderBytes(row.tag, row.theirs, 1, 1));
+    EXPECT_EQ(Receive(row.check), row.result);
+    EXPECT_EQ(row.log == nullptr || log.Count(2, row.log) == 1, true) << row.log;
+    ClearPacket(record);
+  }
+}
+
+TEST_F(Packet, EmptyOneNeverCompletes) {
+  LogLines log;
+  pair.Bring(HeaderBytes(0xABCDBBBB, 0, 1, 0));
+  EXPECT_EQ(Receive(), 1);
+  EXPECT_EQ(Receive(), 1);
+  EXPECT_EQ(record.bComplete, 0);
+  pair.Bring("x");
+  EXPECT_EQ(Receive(), 0);
+  EXPECT_EQ(log.Count(2, "RecvTCPPacket: nRecvBytes = 0, error=0\r\n"), 1);
+}
+
+TEST_F(Packet, ClaimedLengthCostsNothing) {
+  pair.Bring(HeaderBytes(0xABCDBBBB, 0, 1, 0xFFFFFFFF) + "0123456789");
+  EXPECT_EQ(Receive(), 1);
+  EXPECT_EQ(record.nLength, 0xFFFFFFFFu);
+  EXPECT_EQ(Payload(), "0123456789");
+  EXPECT_LE(record.nPayloadRoom, 65536u);
+}
+
+TEST_F(Packet, LargeOneGrowsAsItComes) {
+  const std::string payload = Pattern(3'000'001);
+  std::thread sender([&] { pair.peer.Send(PacketBytes(payload) + "next"); });
+  while (record.bComplete == 0) {
+    ASSERT_GT(qvx::platform::PollSocket(pair.ours, 0x0300, kLongWait), 0);
+    ASSERT_EQ(Receive(), 1);
+    ASSERT_LE(record.nPayloadRoom, 1'048'576 + 2 * record.nPayloadBytes);
+  }
+  sender.join();
+  EXPECT_EQ(Payload(), payload);
+}
+
+TEST_F(Packet, EndsWithTheConnection) {
+  LogLines log;
+  pair.Bring(PacketBytes("abc").substr(0, 21));
+  EXPECT_EQ(IsSocketClosed(pair.ours), 0);
+  pair.peer.Close();
+  EXPECT_EQ(Receive(), 1);
+  ASSERT_GT(qvx::platform::PollSocket(pair.ours, 0x0300, kLongWait), 0);
+  EXPECT_EQ(IsSocketClosed(pair.ours), 1);
+  EXPECT_EQ(Receive(), 0);
+  EXPECT_EQ(log.Count(2, Numbered("RecvTCPPacket socket closed, nSocketFD = ")), 1);
+  EXPECT_EQ(RecvTCPPacket(pair.ours, 1, nullptr), 0);
+}
+
+TEST_F(Packet, FailedReceiveIsLogged) {
+  LogLines log;
+  FaultPlan plan;
+  plan.Fail(Operation::kReceive, 1, EIO);
+  EXPECT_EQ(Receive(), 0);
+  pair.Bring(PacketBytes("abc"));
+  plan.Fail(Operation::kReceive, 2, ENOMEM);
+  EXPECT_EQ(Receive(), 0);
+  EXPECT_EQ(log.Count(2, "RecvTCPPacket: nRecvBytes = -1, error=5\r\n"), 1);
+  EXPECT_EQ(log.Count(2, "RecvTCPPacket: nRecvBytes = -1, error=12\r\n"), 1);
+}
+
+TEST_F(Packet, FailedAllocationLeavesTheRecordGood) {
+  pair.Bring(PacketBytes("abc"));
+  {
+    FailingAllocations no_memory(1);
+    EXPECT_THROW(Receive(), std::bad_alloc);
+  }
+  EXPECT_EQ(Receive(), 1);
+  EXPECT_EQ(record.bComplete, 1);
+  EXPECT_EQ(Payload(), "abc");
+}
+
+TEST_F(Packet, OneThatHasBegunIsCompleted) {
+  const std::string payload = Pattern(6'000'000);
+  std::string received;
+  std::thread reader([&] { received = pair.peer.Read(payload.size() + 20); });
+  EXPECT_EQ(SendTCPPacket(pair.ours, 1, payload.data(), static_cast<int>(payload.size())), 1);
+  reader.join();
+  EXPECT_EQ(received, PacketBytes(payload, 1));
+}
+
+TEST_F(Packet, FullSocketFailsAtOnceBeforeTheFirstByte) {
+  LogLines log;
+  FaultPlan plan;
+  plan.Fail(Operation::kSend, 1, EAGAIN);
+  EXPECT_EQ(SendTCPPacket(pair.ours, 1, "abc", 3), 0);
+  EXPECT_EQ(log.Count(2, "SendTCPPacket failed, error(11) ----\r\n"), 1);
+  EXPECT_EQ(plan.Calls(Operation::kPoll), 0);
+
+  plan.Fail(Operation::kSend, 1, EAGAIN);
+  EXPECT_EQ(SendTCPRaw(pair.ours, "raw", 3), 1);
+  qvx::platform::ShutdownSocket(pair.ours);
+  EXPECT_EQ(SendTCPRaw(pair.ours, "raw", 3), 0);
+  EXPECT_EQ(log.Count(2, std::string("send failed, error(32):") + strerror(EPIPE) + " ----\r\n"),
+            1);
+  EXPECT_EQ(SendTCPRaw(pair.ours, "raw", 0), 0);
+  EXPECT_EQ(pair.peer.Read(100), "raw");
+}
+
+TEST(RawReceive, TakesAllThatWaits) {
+  SocketPair pair;
+  LogLines log;
+  const std::string number = std::to_string(SocketDescriptor(pair.ours));
+  unsigned char* data = nullptr;
+  std::uint32_t size = 1;
+  EXPECT_EQ(RecvTCPRaw(pair.ours, &data, &size), 1);
+  EXPECT_TRUE(data == nullptr && size == 0);
+  pair.Bring("some bytes");
+  EXPECT_EQ(RecvTCPRaw(pair.ours, &data, &size), 1);
+  const Block first(data);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(data), size), "some bytes");
+
+  pair.Bring("more");
+  FaultPlan plan;
+  plan.Shorten(Operation::kReceive, 1, 3);
+  EXPECT_EQ(RecvTCPRaw(pair.ours, &data, &size), 0);
+  EXPECT_TRUE(data == nullptr && size == 0);
+  EXPECT_EQ(log.Count(2, "RecvTCPRaw recv invalid, socket=" + number +
+                             ", expect:4, actual:3, error=0\r\n"),
+            1);
+  EXPECT_EQ(RecvTCPRaw(pair.ours, &data, &size), 1);
+  const Block second(data);
+  pair.peer.Close();
+  ASSERT_GT(qvx::platform::PollSocket(pair.ours, 0x0300, kLongWait), 0);
+  EXPECT_EQ(RecvTCPRaw(pair.ours, &data, &size), 0);
+  EXPECT_EQ(log.Count(2, "RecvTCPRaw socket closed, nSocketFD = " + number + "\r\n"), 1);
+  EXPECT_EQ(RecvTCPRaw(pair.ours, nullptr, &size), 0);
+  EXPECT_EQ(RecvTCPRaw(pair.ours, &data, nullptr), 0);
+}
+
+TEST(Datagrams, ComeWithTheirSenderAndWithoutEmptyOnes) {
+  const std::uint64_t receiver = MakeUdpSocket();
+  const std::uint64_t sender = MakeUdpSocket();
+  qvx::platform::Ipv4Endpoint at;
+  ASSERT_TRUE(qvx::platform::BindIpv4(receiver, {0x7F000001, 0}));
+  ASSERT_TRUE(qvx::platform::BindIpv4(sender, {0x7F000001, 0}));
+  ASSERT_TRUE(qvx::platform::GetLocalIpv4(receiver, &at));
+  const qvx::platform::DatagramPath to{at, 0, 0};
+  qvx::platform::SendDatagram(sender, "", 0, to);
+  qvx::platform::SendDatagram(sender, "datagram", 8, to);
+
+  sockaddr_in from{};
+  unsigned char* data = nullptr;
+  std::uint32_t size = 0;
+  for (int i = 0; i < 3 && data == nullptr; ++i) {
+    ASSERT_GT(qvx::platform::PollSocket(receiver, 0x0300, kLongWait), 0);
+    ASSERT_EQ(RecvUDPRaw(receiver, &from, sizeof(from), &data, &size), 1);
+  }
+  const Block owner(data);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(data), size), "datagram");
+  EXPECT_EQ(from.sin_addr.s_addr, htonl(INADDR_LOOPBACK));
+  ASSERT_TRUE(qvx::platform::GetLocalIpv4(sender, &at));
+  EXPECT_EQ(ntohs(from.sin_port), at.port);
+  EXPECT_EQ(RecvUDPRaw(receiver, &from, sizeof(from), &data, &size), 1);
+  EXPECT_EQ(data, nullptr);
+  CloseSocket(receiver);
+  CloseSocket(sender);
+}
+
+TEST(Datagrams, FailedBroadcastIsLogged) {
+  LogLines log;
+  FaultPlan plan;
+  const std::uint64_t socket = MakeUdpSocket();
+  plan.Fail(Operation::kSend, 1, ENETUNREACH, 10);
+  EXPECT_EQ(SendUDPRaw(socket, 9, "x", 1), 0);
+  EXPECT_EQ(SendUDPRaw(socket, 9, "x", 0), 0);
+  BoradcastRaw(socket, 9, "x", 1, 1500);
+  timeval limit{};
+  socklen_t size = sizeof(limit);
+  getsockopt(SocketDescriptor(socket), SOL_SOCKET, SO_SNDTIMEO, &limit, &size);
+  EXPECT_EQ(limit.tv_sec, 1);
+  EXPECT_EQ(fcntl(SocketDescriptor(socket), F_GETFD), FD_CLOEXEC);
+  BoradcastRaw(QVX_INVALID_SOCKET, 9, "x", 1, 0);
+  EXPECT_EQ(log.Count(2, "send failed, error(101) ----\r\n"), 3);
+  const std::uint64_t next = MakeUdpSocket();
+  EXPECT_EQ(SocketDescriptor(next), SocketDescriptor(socket) + 1);
+  plan.Fail(Operation::kSocket, 1, EMFILE);
+  BoradcastRaw(QVX_INVALID_SOCKET, 9, "x", 1, 0);
+  CloseSocket(next);
+  CloseSocket(socket);
+}
+
+TEST(Datagrams, BroadcastReachesTheOtherHost) {
+  NetworkLab lab;
+  QVX_NEEDS_LAB(lab);
+  std::uint64_t receiver = QVX_INVALID_SOCKET;
+  qvx::platform::Ipv4Endpoint at;
+  lab.In(1, [&] {
+    receiver = MakeUdpSocket();
+    ASSERT_TRUE(qvx::platform::BindIpv4(receiver, {0, 0}));
+    ASSERT_TRUE(qvx::platform::GetLocalIpv4(receiver, &at));
+  });
+  lab.In(0, [&] {
+    const std::uint64_t sender = MakeUdpSocket();
+    ASSERT_TRUE(qvx::platform::SetBroadcast(sender));
+    qvx::platform::Ipv4Endpoint own;
+    ASSERT_TRUE(qvx::platform::ParseIpv4(NetworkLab::Address(0), &own.address));
+    ASSERT_TRUE(qvx::platform::BindIpv4(sender, own));
+    BoradcastRaw(sender, at.port, "to all", 6, 0);
+    CloseSocket(sender);
+  });
+  unsigned char* data = nullptr;
+  std::uint32_t size = 0;
+  sockaddr_in from{};
+  ASSERT_GT(qvx::platform::PollSocket(receiver, 0x0300, kLongWait), 0);
+  EXPECT_EQ(RecvUDPRaw(receiver, &from, sizeof(from), &data, &size), 1);
+  const Block owner(data);
+  EXPECT_EQ(std::string(reinterpret_cast<char*>(data), size), "to all");
+  CloseSocket(receiver);
+}
+
+class Connecting : public testing::Test {
+ protected:
+  ~Connecting() override { CloseSocket(socket); }
+  int To(const char* host, std::uint16_t port, int* cancel = nullptr, int milliseconds = 20000) {
+    return AsyncConnect(socket, host, port, static_cast<std::uint32_t>(milliseconds), cancel);
+  }
+  bool IsBlocking() const { return (fcntl(SocketDescriptor(socket), F_GETFL) & O_NONBLOCK) == 0; }
+
+  std::uint64_t socket = MakeTcpSocket();
+};
+
+TEST_F(Connecting, ByAddressAndByName) {
+  const RawListener listener;
+  ASSERT_EQ(To("127.0.00.1", listener.Port()), 1);
+  EXPECT_TRUE(IsBlocking());
+  listener.Accept();
+  char text[16] = "";
+  EXPECT_EQ(GetPeerAddrPort(socket, text, sizeof(text)), listener.Port());
+  EXPECT_STREQ(text, "127.0.0.1");
+  char small[9] = "before";
+  EXPECT_EQ(GetPeerAddrPort(socket, small, sizeof(small)), listener.Port());
+  EXPECT_STREQ(small, "before");
+
+  CloseSocket(socket);
+  socket = MakeTcpSocket();
+  EXPECT_EQ(To("localhost", listener.Port()), 1);
+}
+
+TEST_F(Connecting, FailuresAreToldAtOnce) {
+  std::uint16_t port = 0;
+  {
+    const RawListener gone;
+    port = gone.Port();
+  }
+  EXPECT_EQ(To("127.0.0.1", port), 0);
+  EXPECT_EQ(errno, ECONNREFUSED);
+  EXPECT_TRUE(IsBlocking());
+  EXPECT_EQ(To("no.such.name.invalid", port), 0);
+  EXPECT_EQ(To(nullptr, port), 0);
+  LogLines log;
+  char text[16];
+  EXPECT_EQ(GetPeerAddrPort(socket, text, sizeof(text)), 0);
+  EXPECT_EQ(log.Count(4, "getpeername of socket " + std::to_string(SocketDescriptor(socket)) +
+                             " error:107\r\n"),
+            1);
+}
+
+TEST_F(Connecting, EndsWithItsTimeOrByTheFlag) {
+  const RawListener deaf = RawListener::Deaf();
+  FaultPlan plan;
+  LogLines log;
+  EXPECT_EQ(To("127.0.0.1", deaf.Port(), nullptr, 199), 0);
+  EXPECT_EQ(errno, ETIMEDOUT);
+  EXPECT_EQ(plan.Calls(Operation::kPoll), 1);
+
+  int cancel = 1;
+  CloseSocket(socket);
+  socket = MakeTcpSocket();
+  EXPECT_EQ(To("127.0.0.1", deaf.Port(), &cancel), 0);
+  EXPECT_EQ(plan.Calls(Operation::kPoll), 1);
+  EXPECT_EQ(log.Count(3, "AsyncConnect: cancel connect\r\n"), 1);
+
+  cancel = 0;
+  CloseSocket(socket);
+  socket = MakeTcpSocket();
+  std::thread canceller([&] {
+    while (plan.Calls(Operation::kPoll) < 2) std::this_thread::yield();
+    std::atomic_ref<int>(cancel).store(1);
+  });
+  EXPECT_EQ(To("127.0.0.1", deaf.Port(), &cancel, 3'600'000), 0);
+  canceller.join();
+  EXPECT_EQ(log.Count(3, "AsyncConnect: cancel connect\r\n"), 2);
+}
+
+TEST(LengthData, IsWrittenAndRead) {
+  CBaseBuffer buffer;
+  buffer.SetBuffer("old content", 11);
+  CreateLengthData(&buffer, "twelve bytes", 12);
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(buffer.GetBuffer()), buffer.GetAvailSize()),
+            std::string("12\0twelve bytes", 15));
+  const struct {
+    std::string bytes;
+    std::uint32_t digits, size;
+  } rows[] = {{std::string("12\0", 3), 2, 12},
+              {"12", 0, 0},
+              {"", 0, 0},
+              {std::string("\0", 1), 0, 0},
+              {std::string("4000000000\0x", 12), 10, 4'000'000'000}};
+  for (const auto& row : rows) {
+    // A block of its own, so that reading past the size is seen.
+    const auto exact = std::make_unique<char[]>(row.bytes.size());
+    std::copy(row.bytes.begin(), row.bytes.end(), exact.get());
+    std::uint32_t digits = 9, size = 9;
+    ParseLengthData(exact.get(), static_cast<int>(row.bytes.size()), &digits, &size);
+    EXPECT_EQ(digits, row.digits);
+    EXPECT_EQ(size, row.size);
+  }
+}
+
+}  // namespace
