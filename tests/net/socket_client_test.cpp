@@ -303,9 +303,10 @@ TEST(SocketClient, CloseWakesASenderThatWaitsForRoom) {
 TEST(SocketClient, MissingMemoryEndsTheConnectionAlone) {
   Connection<> c;
   ASSERT_TRUE(c.Open());
+  const std::string wire = PacketBytes(Pattern(100));
   FaultPlan plan;
   plan.Fail(Operation::kAllocate, 1, ENOMEM);
-  c.peer.Send(PacketBytes(Pattern(100)));
+  c.peer.Send(wire);
   EXPECT_TRUE(c.listener.Wait(2));
   EXPECT_EQ(c.listener.Events(), (Events{"create", "disconnect"}));
 }
