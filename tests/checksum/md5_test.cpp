@@ -88,7 +88,8 @@ TEST(Md5, DoesNotDependOnThePieces) {
       const std::size_t piece = std::min<std::size_t>(random() % 150, length - done);
       pieces.update(Data(text) + done, piece);
       done += piece;
-      if (random() % 3 == 0) ASSERT_EQ(Hex(pieces.digest()), Digest(text.substr(0, done)));
+      if (random() % 3 != 0) continue;
+      ASSERT_EQ(Hex(pieces.digest()), Digest(text.substr(0, done)));
     }
     ASSERT_EQ(Hex(pieces.digest()), whole) << length;
     ASSERT_EQ(Hex(pieces.digest()), whole) << length;
