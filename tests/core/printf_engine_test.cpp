@@ -88,17 +88,17 @@ TEST(Printf, PrintsTextOfEitherWidth) {
   const char* narrow = "na\xC3\xAFve";
   const WCHAR* wide = u"Gr\u00fc\u00dfe";
   CBaseStringA a;
-  a.AppendFormat("%s|%hs|%7s|%-7s|%.2s|", narrow, narrow, "abc", "abc", "abc");
-  EXPECT_STREQ(a.GetString(), "na\xC3\xAFve|na\xC3\xAFve|    abc|abc    |ab|");
+  a.AppendFormat("%s|%7s|%-7s|%.2s|", narrow, "abc", "abc", "abc");
+  EXPECT_STREQ(a.GetString(), "na\xC3\xAFve|    abc|abc    |ab|");
   // Wide arguments: the compiler would want the platform's own wide type.
-  const char* format = "%S|%ls|%8S|%-8S|%.3S|%.4S|%C%lc%hc";
+  const char* format = "%S|%ls|%8S|%-8S|%.3S|%.4S|%C%lc%hc%hs";
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-  a.Format(format, wide, wide, wide, wide, wide, wide, u'\u00fc', u'w', 'n');
+  a.Format(format, wide, wide, wide, wide, wide, wide, u'\u00fc', u'w', 'n', narrow);
 #pragma GCC diagnostic pop
-  EXPECT_STREQ(
-      a.GetString(),
-      "Gr\u00fc\u00dfe|Gr\u00fc\u00dfe| Gr\u00fc\u00dfe|Gr\u00fc\u00dfe |Gr|Gr\u00fc|\u00fcwn");
+  EXPECT_STREQ(a.GetString(),
+               "Gr\u00fc\u00dfe|Gr\u00fc\u00dfe| Gr\u00fc\u00dfe|Gr\u00fc\u00dfe "
+               "|Gr|Gr\u00fc|\u00fcwnna\u00efve");
   CBaseStringW w;
   w.Format(u"%s|%ls|%S|%hs|%8S|%.3S|%c%C%hc%lc", wide, wide, narrow, narrow, narrow, narrow,
            u'\u4e2d', 'C', 'h', u'\u6587');
