@@ -1,7 +1,6 @@
 #include "core/debug_callbacks.h"
 
 #include <qvx/debug_output.h>
-#include <qvx/ptr_array.h>
 
 #include <atomic>
 #include <memory>
@@ -65,17 +64,6 @@ void Call(const Record* record, int level, const char* line, int length) {
 }
 
 }  // namespace
-
-// Until the module entry has them.
-__attribute__((weak)) CBaseLock& CallbackLock() noexcept {
-  static CBaseLock lock;
-  return lock;
-}
-
-__attribute__((weak)) CPtrCtrl& CallbackTable() noexcept {
-  static CPtrArrayCtrl table;
-  return table;
-}
 
 void SetCallbacksUsable(bool usable) noexcept {
   callbacks_usable.store(usable, std::memory_order_release);
