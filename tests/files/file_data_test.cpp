@@ -1,0 +1,315 @@
+#include "qvx/file_data.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "files/library_path.h"
+#include "qvx/debug_output.h"
+#include "support/fault_plan.h"
+#include "support/small_disk.h"
+#include "support/temp_folder.h"
+
+namespace qvx::test {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::Operation;
+
+// What a read gave, by the narrow form; the wide form must agree.
+std::string ReadData(const std::string& native) {
+  void* data = &data;
+  void* wide_data = &wide_data;
+  const std::uint64_t size = ReadFileDataA(Library<char>(native).c_str(), &data);
+  EXPECT_EQ(ReadFileDataW(Library<char16_t>(native).c_str(), &wide_data), size);
+  EXPECT_EQ(data == nullptr, size == 0);
+  const std::string content(size == 0 ? "" : static_cast<const char*>(data), size);
+  ReleaseFileData(data);
+  ReleaseFileData(wide_data);
+  return content;
+}
+
+TEST(ReadFileData, GivesWholeRegularFiles) {
+  TempFolder folder;
+  const std::string path = folder.Write("\u4E2D \\:*?\xFF", std::string("a\0b\r\n", 5));
+  ASSERT_EQ(symlink(path.c_str(), folder.Path("link").c_str()), 0);
+  ASSERT_EQ(mkfifo(folder.Path("fifo").c_str(), 0600), 0);
+  EXPECT_EQ(ReadData(path), std::string("a\0b\r\n", 5));
+  EXPECT_EQ(ReadData(folder.Path("link")), std::string("a\0b\r\n", 5));
+  EXPECT_EQ(ReadFileDataA(Library<char>(path).c_str(), nullptr), 5u);
+  EXPECT_EQ(ReadData(folder.Write("empty", "")), "");
+  EXPECT_EQ(ReadData(folder.Path()), "");
+  EXPECT_EQ(ReadData(folder.Path("none")), "");
+  EXPECT_EQ(ReadData(folder.Path("fifo")), "");
+  EXPECT_EQ(ReadData("/dev/zero"), "");
+  EXPECT_EQ(ReadData("/proc/self/status"), "");  // a regular file of size 0
+  EXPECT_EQ(ReadFileDataA(nullptr, nullptr), 0u);
+  ReleaseFileData(nullptr);
+}
+
+TEST(ReadFileData, AReadThatFailsGivesWhatCameBefore) {
+  TempFolder folder;
+  const std::string path = Library<char>(folder.Write("f", std::string(5000, 'x')));
+  void* data = nullptr;
+  {
+    FaultPlan plan;
+    plan.Shorten(Operation::kFileRead, 1, 100);
+    EXPECT_EQ(ReadFileDataA(path.c_str(), &data), 5000u);
+    ReleaseFileData(data);
+  }
+  FaultPlan plan;
+  plan.Fail(Operation::kFileRead, 1, EIO);
+  EXPECT_EQ(ReadFileDataA(path.c_str(), &data), 0u);
+  EXPECT_EQ(data, nullptr);
+}
+
+TEST(WriteFileData, ReplacesOrAppends) {
+  TempFolder folder;
+  const std::string native = folder.Path("\u4E2D");
+  const std::string path = Library<char>(native);
+  const std::u16string wide = Library<char16_t>(native);
+  EXPECT_EQ(WriteFileDataA(path.c_str(), "ab", 2, 1), 1);
+  EXPECT_EQ(WriteFileDataW(wide.c_str(), "cd", 2, 1), 1);
+  EXPECT_EQ(ReadWhole(native), "abcd");
+  EXPECT_EQ(WriteFileDataA(path.c_str(), "x", 0, 1), 1);
+  EXPECT_EQ(ReadWhole(native), "abcd");
+  EXPECT_EQ(WriteFileDataW(wide.c_str(), "e", 1, 0), 1);
+  EXPECT_EQ(ReadWhole(native), "e");
+  EXPECT_EQ(WriteFileDataA(path.c_str(), "x", 0, 0), 1);
+  EXPECT_EQ(ReadWhole(native), "");
+  EXPECT_EQ(WriteFileDataA(nullptr, "x", 1, 0) + WriteFileDataA(path.c_str(), nullptr, 0, 0), 0);
+}
+
+// The bare log lines while it lives.
+class LogLines {
+ public:
+  LogLines() {
+    DbgOutputAddCallback(&Collect, &lines);
+    DbgOutputSetDisplayType(2);
+    DbgOutputSetTag(0, "QVXM_LOG");
+    DbgOutputSetTimeType(2);
+    DbgOutputSetIncludePIDTID(0);
+  }
+  ~LogLines() {
+    DbgOutputDelCallback(&Collect);
+    DbgOutputSetDisplayType(0);
+    DbgOutputSetTag(1, "QVXM_LOG");
+    DbgOutputSetTimeType(0);
+    DbgOutputSetIncludePIDTID(1);
+  }
+  std::vector<std::string> lines;
+
+ private:
+  static int Collect(void* lines, int level, const char* line, int length) {
+    static_cast<std::vector<std::string>*>(lines)->push_back(
+        std::to_string(level) + std::string(line, static_cast<std::size_t>(length)));
+    return 0;
+  }
+};
+
+TEST(WriteFileData, LogsWhatItCouldNotOpen) {
+  LogLines log;
+  EXPECT_EQ(WriteFileDataA("C:\\none\\f", "x", 1, 0), 0);
+  EXPECT_EQ(WriteFileDataW(u"C:\\dev\\null", "x", 1, 1), 0);
+  const std::string start = "3[W]=> WriteFile failed create file:";
+  EXPECT_EQ(log.lines,
+            (std::vector<std::string>{start + "C:\\none\\f, error=No such file or directory\r\n",
+                                      start + "C:\\dev\\null, error=Invalid argument\r\n"}));
+}
+
+TEST(WriteFileData, LateFailuresGiveZero) {
+  TempFolder folder;
+  const std::string path = Library<char>(folder.Path("f"));
+  FaultPlan plan;
+  plan.Fail(Operation::kFileClose, 1, EIO);
+  EXPECT_EQ(WriteFileDataA(path.c_str(), "abc", 3, 0), 0);
+  plan.Shorten(Operation::kFileWrite, 1, 1, 3);
+  EXPECT_EQ(WriteFileDataA(path.c_str(), "abc", 3, 0), 1);
+  EXPECT_EQ(plan.Calls(Operation::kFileWrite), 4);
+  const std::string result = OnSmallDisk(64, [](const std::string& disk) -> std::string {
+    const std::string data(100000, 'x');
+    const std::string target = Library<char>(disk + "/f");
+    if (WriteFileDataA(target.c_str(), data.data(), data.size(), 0) != 0) return "written";
+    return WriteFileDataA(target.c_str(), data.data(), 10, 0) == 1 ? "" : "small one failed";
+  });
+  if (result == kNoSmallDisk) GTEST_SKIP() << result;
+  EXPECT_EQ(result, "");
+}
+
+TEST(IsFileDataEqual, LooksAtEveryByte) {
+  TempFolder folder;
+  const std::string content(3 * 0x100000, 'x');
+  std::string other = content;
+  other.back() = 'y';
+  const auto equal = [](const std::string& one, const std::string& two) {
+    return IsFileDataEqual(Library<char>(one).c_str(), Library<char>(two).c_str());
+  };
+  const std::string one = folder.Write("one", content);
+  EXPECT_EQ(equal(one, one), 1);
+  EXPECT_EQ(equal(one, folder.Write("same", content)), 1);
+  EXPECT_EQ(equal(one, folder.Write("other", other)), 0);
+  EXPECT_EQ(equal(one, folder.Write("longer", content + "x")), 0);
+  EXPECT_EQ(equal(folder.Write("e1", ""), folder.Write("e2", "")), 1);
+  EXPECT_EQ(equal(one, folder.Path("none")), 0);
+  EXPECT_EQ(IsFileDataEqual(nullptr, Library<char>(one).c_str()), 0);
+  FaultPlan plan;
+  plan.Fail(Operation::kFileRead, 2, EIO);
+  EXPECT_EQ(equal(one, folder.Path("same")), 0);
+}
+
+class Recorder : public IFileCopyProgressListener {
+ public:
+  void OnFileCopyProgress(std::uint64_t userData, std::int64_t copied,
+                          std::int64_t total) override {
+    EXPECT_EQ(userData, 42u);
+    total_ = total;
+    steps.push_back(copied);
+  }
+  std::vector<std::int64_t> steps;
+  std::int64_t total_ = -1;
+};
+
+using Steps = std::vector<std::int64_t>;
+
+TEST(CopyFileWithCallback, TellsEachBlock) {
+  TempFolder folder;
+  const std::string target = folder.Write("target", "an older and longer text");
+  const auto copy = [&](const std::string& content) {
+    Recorder recorder;
+    const std::string source = folder.Write("source", content);
+    EXPECT_EQ(CopyFileWithCallback(Library<char>(source).c_str(), Library<char>(target).c_str(),
+                                   &recorder, 42),
+              1);
+    EXPECT_EQ(ReadWhole(target), content);
+    if (!content.empty()) {
+      EXPECT_EQ(recorder.total_, static_cast<std::int64_t>(content.size()));
+    }
+    return recorder.steps;
+  };
+  EXPECT_EQ(copy(""), Steps());
+  EXPECT_EQ(copy("x"), (Steps{0, 1}));
+  EXPECT_EQ(copy(std::string(0x100000, 'x')), (Steps{0, 0x100000}));
+  EXPECT_EQ(copy(std::string(0x100001, 'x')), (Steps{0, 0x100000, 0x100001}));
+}
+
+TEST(CopyFileWithCallback, FailuresGiveZero) {
+  TempFolder folder;
+  const std::string source = Library<char>(folder.Write("source", std::string(0x100001, 'x')));
+  const std::string target = Library<char>(folder.Path("target"));
+  const auto copy = [](const std::string& from, const std::string& to) {
+    return CopyFileWithCallback(from.c_str(), to.c_str(), nullptr, 0);
+  };
+  EXPECT_EQ(CopyFileWithCallback(nullptr, target.c_str(), nullptr, 0), 0);
+  EXPECT_EQ(CopyFileWithCallback(source.c_str(), nullptr, nullptr, 0), 0);
+  EXPECT_EQ(copy(source, "C:\\none\\f"), 0);
+  EXPECT_EQ(copy(source, source), 0);
+  EXPECT_EQ(ReadWhole(folder.Path("source")).size(), 0x100001u);
+  const Operation operations[] = {Operation::kFileRead, Operation::kFileWrite,
+                                  Operation::kFileClose, Operation::kFileSize};
+  for (Operation operation : operations) {
+    FaultPlan plan;
+    plan.Fail(operation, 1, EIO);
+    EXPECT_EQ(copy(source, target), 0);
+  }
+  EXPECT_EQ(copy(source, target), 1);
+}
+
+TEST(RemoveFile, NeverLeavesItsTree) {
+  TempFolder folder;
+  const std::string tree = folder.Path("tree");
+  fs::create_directories(tree + "/sub/deeper");
+  fs::create_directories(folder.Path("outside"));
+  folder.Write("outside/kept", "outside");
+  folder.Write("tree/.a.JPG", "");
+  folder.Write("tree/sub/b.jpg", "");
+  folder.Write("tree/sub/deeper/c.txt", "");
+  ASSERT_EQ(symlink("../../outside", (tree + "/sub/link").c_str()), 0);
+  ASSERT_EQ(symlink("../outside", (tree + "/link.jpg").c_str()), 0);
+  const std::u16string wide = Library<char16_t>(tree);
+  const std::string narrow = Library<char>(tree);
+  RemoveFileA("", nullptr, 1, 1);
+  RemoveFileA(nullptr, nullptr, 1, 1);
+  RemoveFileA((narrow + "\\none").c_str(), nullptr, 1, 1);
+  RemoveFileA(narrow.c_str(), ".png;.jpg", 1, 1);
+  EXPECT_FALSE(fs::exists(tree + "/.a.JPG") || fs::exists(tree + "/sub/b.jpg"));
+  EXPECT_FALSE(fs::is_symlink(tree + "/link.jpg"));
+  EXPECT_TRUE(fs::exists(tree + "/sub/deeper/c.txt"));
+  RemoveFileW(wide.c_str(), nullptr, 1, 0);
+  EXPECT_TRUE(fs::exists(tree + "/sub/deeper/c.txt"));
+  RemoveFileW(wide.c_str(), nullptr, 1, 1);
+  EXPECT_TRUE(fs::is_empty(tree));
+  EXPECT_EQ(ReadWhole(folder.Path("outside/kept")), "outside");
+}
+
+// The path to delete has another file's path as its first 259 characters.
+TEST(RemoveFile, LongPathsAreNeverCutToOthers) {
+  TempFolder folder;
+  fs::create_directories(folder.Path("tree"));
+  std::string deep = folder.Path("tree");
+  while (deep.size() < 240) deep += "/" + std::string(9, 'd');
+  fs::create_directories(deep);
+  const std::string victim = deep + "/" + std::string(256 - deep.size(), 'n');
+  ASSERT_EQ(Library<char>(victim).size(), 259u);
+  WriteFile(victim, "short");
+  WriteFile(victim + "nnnnnn.tmp", "long");
+  RemoveFileW(Library<char16_t>(folder.Path("tree")).c_str(), u".tmp", 1, 1);
+  EXPECT_EQ(ReadWhole(victim), "short");
+  EXPECT_FALSE(fs::exists(victim + "nnnnnn.tmp"));
+}
+
+TEST(GetFileSystemTime, LocalTimes) {
+  TempFolder folder;
+  const std::string native = folder.Write("f", "x");
+  const timespec times[2] = {{1000000000, 0}, {1200000000, 250000000}};
+  ASSERT_EQ(utimensat(AT_FDCWD, native.c_str(), times, 0), 0);
+  SYSTEMTIME creation{};
+  SYSTEMTIME access{};
+  SYSTEMTIME write{};
+  ASSERT_EQ(GetFileSystemTimeA(Library<char>(native).c_str(), &creation, &access, &write), 1);
+  tm local{};
+  localtime_r(&times[1].tv_sec, &local);
+  EXPECT_EQ(write.wYear, 2008);
+  EXPECT_EQ(write.wHour, local.tm_hour);
+  EXPECT_EQ(write.wDay, local.tm_mday);
+  EXPECT_EQ(write.wMilliseconds, 250);
+  EXPECT_EQ(creation.wYear, 2008);
+  EXPECT_EQ(access.wYear, 2001);
+  EXPECT_EQ(GetFileSystemTimeW(Library<char16_t>(native).c_str(), nullptr, nullptr, nullptr), 1);
+  EXPECT_EQ(GetFileSystemTimeW(Library<char16_t>(folder.Path()).c_str(), &write, nullptr, nullptr),
+            0);
+  EXPECT_EQ(GetFileSystemTimeA(nullptr, &write, nullptr, nullptr), 0);
+}
+
+TEST(FormatFileSize, Units) {
+  const struct {
+    std::uint64_t size;
+    const char* text;
+  } cases[] = {{0, "0 "},
+               {1023, "1023 "},
+               {1024, "1.00 K"},
+               {1536, "1.50 K"},
+               {0xFFFFF, "1024.00 K"},
+               {0x100000, "1.00 M"},
+               {0x40000000, "1.00 G"},
+               {1099511627776, "1.00 T"},
+               {UINT64_MAX, "16777216.00 T"}};
+  for (const auto& each : cases) {
+    CBaseStringA narrow("1.00 k");
+    CBaseStringW wide(u"1.00 k");
+    FormatFileSizeA(each.size, &narrow);
+    FormatFileSizeW(each.size, &wide);
+    EXPECT_STREQ(narrow.GetString(), each.text);
+    EXPECT_EQ(wide.GetString(), WideText(each.text));
+  }
+  FormatFileSizeA(1, nullptr);
+}
+
+}  // namespace
+}  // namespace qvx::test
