@@ -8,10 +8,14 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <limits>
+#include <memory>
 #include <string>
 
 #include <qvx/base_string.h>
+
+#include "support/temp_folder.h"
 
 namespace {
 
@@ -80,7 +84,12 @@ TEST(Printf, PrintsTheRestAsTheCLibrary) {
   const int saved = ENOENT;
   errno = saved;
   CBaseStringA text;
-  text.Format("%m|%30m");
+  const char* format = "%m|%30m";
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+  text.Format(format);
+#pragma GCC diagnostic pop
   EXPECT_STREQ(text.GetString(), "No such file or directory|     No such file or directory");
 }
 
@@ -172,12 +181,32 @@ TEST(Printf, RefusesAFormatWithAnError) {
 
 // A host's locale with a decimal comma, made by the test, since the machine may have none.
 TEST(Printf, KeepsTheCLocaleUnderAnyHostLocale) {
-  const bool german = std::setlocale(LC_ALL, "de_DE.UTF-8") != nullptr;
+  const qvx::test::TempFolder folder;
+  const std::string source = folder.Write("source",
+                                          "comment_char %\nescape_char /\nLC_NUMERIC\n"
+                                          "decimal_point \"<U002C>\"\nthousands_sep \"<U002E>\"\n"
+                                          "grouping 3;3\nEND LC_NUMERIC\n");
+  const std::string command = "localedef -c --no-archive -i " + source + " -f ANSI_X3.4-1968 " +
+                              folder.Path("xx_XX") + " >" + folder.Path("out") + " 2>&1";
+  if (std::system(command.c_str()) < 0) GTEST_SKIP() << "no localedef here";
+  setenv("LOCPATH", folder.Path().c_str(), 1);
+  const bool has_comma = std::setlocale(LC_NUMERIC, "xx_XX") != nullptr;
   CBaseStringA text;
-  text.Format("%.2f %'d", 1234.5, 1234567);
-  std::setlocale(LC_ALL, "C");
+  CBaseStringW wide;
+  const char* format = "%.2f %'d";
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+  text.Format(format, 1234.5, 1234567);
+#pragma GCC diagnostic pop
+  wide.Format(u"%g", 0.25);
+  char own[16];
+  std::snprintf(own, sizeof(own), "%.1f", 0.5);
+  std::setlocale(LC_NUMERIC, "C");
+  unsetenv("LOCPATH");
+  if (!has_comma) GTEST_SKIP() << "localedef made no locale";
   EXPECT_STREQ(text.GetString(), "1234.50 1234567");
-  if (!german) GTEST_SKIP() << "no locale with a decimal comma here";
+  EXPECT_EQ(Narrow(wide.GetString()), "0.25");
+  EXPECT_STREQ(own, "0,5") << "the host's own locale still holds";
 }
 
 }  // namespace
