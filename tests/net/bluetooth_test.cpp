@@ -16,8 +16,8 @@
 
 #include "platform/bluetooth.h"
 #include "qvx/socket_client.h"
+#include "support/debug_lines.h"
 #include "support/fault_plan.h"
-#include "support/log_lines.h"
 #include "support/packet_bytes.h"
 #include "support/raw_peer.h"
 #include "support/temp_folder.h"
@@ -106,7 +106,7 @@ TEST(Bluetooth, WithoutTheLibraryNothingIsFound) {
 }
 
 TEST(Bluetooth, SocketThatTheMachineCannotMakeIsRefused) {
-  LogLines log;
+  DebugLines log;
   FaultPlan plan;
   plan.Fail(Operation::kSocket, 1, EAFNOSUPPORT);
   CBTHSocketClient client;
@@ -129,7 +129,7 @@ TEST(Bluetooth, DISABLED_ConnectsByName) {
   EXPECT_EQ(connected_to[0], 2);
   EXPECT_EQ(connected_channel, 1);
 
-  LogLines log;
+  DebugLines log;
   EXPECT_EQ(client.Create("Nobody", 0, 0, 1, nullptr, 0, "bth"), 0);
   EXPECT_EQ(log.Count(4, "AsyncConnect Nobody failed, errno=19\r\n"), 1);
   FaultPlan plan;

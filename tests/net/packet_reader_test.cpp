@@ -8,8 +8,8 @@
 #include <thread>
 #include <vector>
 
+#include "support/debug_lines.h"
 #include "support/fault_plan.h"
-#include "support/log_lines.h"
 #include "support/packet_bytes.h"
 #include "support/socket_pair.h"
 
@@ -149,7 +149,7 @@ TEST(PacketReader, GivesUpWhereTheConnectionIsOfNoUse) {
               {PacketBytes("a") + HeaderBytes(0xABCDBBBB, 0, 0, 0) + "x",
                "RecvTCPPacket: nRecvBytes = 0, error=0\r\n"}};
   for (const auto& row : rows) {
-    LogLines log;
+    DebugLines log;
     SocketPair pair;
     pair.Bring(row.wire);
     Keeper keeper;

@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "platform/socket.h"
+#include "support/debug_lines.h"
 #include "support/fault_plan.h"
-#include "support/log_lines.h"
 #include "support/packet_bytes.h"
 #include "support/raw_peer.h"
 #include "support/temp_folder.h"
@@ -102,7 +102,7 @@ struct Connection {
 
 TEST(SocketClient, IntroducesItselfAndPassesPacketsOn) {
   Connection<> c;
-  LogLines log;
+  DebugLines log;
   SetSocketMatchCode(7);
   ASSERT_EQ(c.client.Create("127.0.0.1", c.server.Port(), 0, 1, &c.listener, 42, "test"), 1);
   c.peer = c.server.Accept();
@@ -231,7 +231,7 @@ TEST(SocketClient, CreateStartsOver) {
 
 TEST(SocketClient, FailuresOfCreateLeaveNothingBehind) {
   Connection<> c;
-  LogLines log;
+  DebugLines log;
   FaultPlan plan;
   const std::uint64_t next = qvx::platform::MakeTcpSocket();
   const int probe = SocketDescriptor(next);
@@ -263,7 +263,7 @@ TEST(SocketClient, FailuresOfCreateLeaveNothingBehind) {
 TEST(SocketClient, CloseEndsAConnectOfAnotherThread) {
   const RawListener deaf = RawListener::Deaf();
   FaultPlan plan;
-  LogLines log;
+  DebugLines log;
   CTCPSocketClient client;
   std::thread closer([&] {
     while (plan.Calls(Operation::kPoll) == 0) std::this_thread::yield();
@@ -276,7 +276,7 @@ TEST(SocketClient, CloseEndsAConnectOfAnotherThread) {
 
 TEST(SocketClient, FailedSendEndsTheConnection) {
   Connection<> c;
-  LogLines log;
+  DebugLines log;
   ASSERT_TRUE(c.Open());
   EXPECT_EQ(c.client.SendData(1, nullptr, 3), 0);
   EXPECT_EQ(c.client.SendData(1, "x", 0), 0);

@@ -17,9 +17,9 @@
 
 #include "net/packet_reader.h"
 #include "qvx/base_buffer.h"
+#include "support/debug_lines.h"
 #include "support/failing_new.h"
 #include "support/fault_plan.h"
-#include "support/log_lines.h"
 #include "support/network_lab.h"
 #include "support/packet_bytes.h"
 #include "support/socket_pair.h"
@@ -110,7 +110,7 @@ TEST_F(Packet, StrangersAreRefused) {
       {0xABCDBBBB, 0, 8, 1, 1, nullptr},
       {0xABCDBBBB, 9, 9, 1, 1, nullptr}};
   for (const Row& row : rows) {
-    LogLines log;
+    DebugLines log;
     SetSocketMatchCode(row.own);
     pair.Bring(HeaderBytes(row.tag, row.theirs, 1, 1));
     EXPECT_EQ(Receive(row.check), row.result);
@@ -120,7 +120,7 @@ TEST_F(Packet, StrangersAreRefused) {
 }
 
 TEST_F(Packet, EmptyOneNeverCompletes) {
-  LogLines log;
+  DebugLines log;
   pair.Bring(HeaderBytes(0xABCDBBBB, 0, 1, 0));
   EXPECT_EQ(Receive(), 1);
   EXPECT_EQ(Receive(), 1);
@@ -151,7 +151,7 @@ TEST_F(Packet, LargeOneGrowsAsItComes) {
 }
 
 TEST_F(Packet, EndsWithTheConnection) {
-  LogLines log;
+  DebugLines log;
   pair.Bring(PacketBytes("abc").substr(0, 21));
   EXPECT_EQ(IsSocketClosed(pair.ours), 0);
   pair.peer.Close();
@@ -164,7 +164,7 @@ TEST_F(Packet, EndsWithTheConnection) {
 }
 
 TEST_F(Packet, FailedReceiveIsLogged) {
-  LogLines log;
+  DebugLines log;
   FaultPlan plan;
   plan.Fail(Operation::kReceive, 1, EIO);
   EXPECT_EQ(Receive(), 0);
@@ -196,7 +196,7 @@ TEST_F(Packet, OneThatHasBegunIsCompleted) {
 }
 
 TEST_F(Packet, FullSocketFailsAtOnceBeforeTheFirstByte) {
-  LogLines log;
+  DebugLines log;
   FaultPlan plan;
   plan.Fail(Operation::kSend, 1, EAGAIN);
   EXPECT_EQ(SendTCPPacket(pair.ours, 1, "abc", 3), 0);
@@ -215,7 +215,7 @@ TEST_F(Packet, FullSocketFailsAtOnceBeforeTheFirstByte) {
 
 TEST(RawReceive, TakesAllThatWaits) {
   SocketPair pair;
-  LogLines log;
+  DebugLines log;
   const std::string number = std::to_string(SocketDescriptor(pair.ours));
   unsigned char* data = nullptr;
   std::uint32_t size = 1;
@@ -274,7 +274,7 @@ TEST(Datagrams, ComeWithTheirSenderAndWithoutEmptyOnes) {
 }
 
 TEST(Datagrams, FailedBroadcastIsLogged) {
-  LogLines log;
+  DebugLines log;
   FaultPlan plan;
   const std::uint64_t socket = MakeUdpSocket();
   plan.Fail(Operation::kSend, 1, ENETUNREACH, 10);
@@ -364,7 +364,7 @@ TEST_F(Connecting, FailuresAreToldAtOnce) {
   EXPECT_TRUE(IsBlocking());
   EXPECT_EQ(To("no.such.name.invalid", port), 0);
   EXPECT_EQ(To(nullptr, port), 0);
-  LogLines log;
+  DebugLines log;
   char text[16];
   EXPECT_EQ(GetPeerAddrPort(socket, text, sizeof(text)), 0);
   EXPECT_EQ(log.Count(4, "getpeername of socket " + std::to_string(SocketDescriptor(socket)) +
@@ -375,7 +375,7 @@ TEST_F(Connecting, FailuresAreToldAtOnce) {
 TEST_F(Connecting, EndsWithItsTimeOrByTheFlag) {
   const RawListener deaf = RawListener::Deaf();
   FaultPlan plan;
-  LogLines log;
+  DebugLines log;
   EXPECT_EQ(To("127.0.0.1", deaf.Port(), nullptr, 199), 0);
   EXPECT_EQ(errno, ETIMEDOUT);
   EXPECT_EQ(plan.Calls(Operation::kPoll), 1);

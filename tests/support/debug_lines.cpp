@@ -1,4 +1,4 @@
-#include "support/log_lines.h"
+#include "support/debug_lines.h"
 
 #include <algorithm>
 #include <mutex>
@@ -23,7 +23,7 @@ int Collect(void*, int level, const char* line, int length) {
 
 }  // namespace
 
-LogLines::LogLines() {
+DebugLines::DebugLines() {
   {
     std::lock_guard<std::mutex> guard(mutex);
     lines.clear();
@@ -31,16 +31,16 @@ LogLines::LogLines() {
   DbgOutputAddCallback(&Collect, nullptr);
 }
 
-LogLines::~LogLines() {
+DebugLines::~DebugLines() {
   DbgOutputDelCallback(&Collect);
 }
 
-std::vector<Line> LogLines::All() const {
+std::vector<Line> DebugLines::All() const {
   std::lock_guard<std::mutex> guard(mutex);
   return lines;
 }
 
-int LogLines::Count(int level, const std::string& message) const {
+int DebugLines::Count(int level, const std::string& message) const {
   const std::vector<Line> all = All();
   return static_cast<int>(std::count(all.begin(), all.end(), Line(level, message)));
 }

@@ -7,12 +7,12 @@
 
 namespace qvx::test {
 
-class LogLines {
+class DebugLines {
  public:
-  LogLines();
-  ~LogLines();
-  LogLines(const LogLines&) = delete;
-  LogLines& operator=(const LogLines&) = delete;
+  DebugLines();
+  ~DebugLines();
+  DebugLines(const DebugLines&) = delete;
+  DebugLines& operator=(const DebugLines&) = delete;
 
   // The level and the message behind "=> " of each line so far.
   std::vector<std::pair<int, std::string>> All() const;
