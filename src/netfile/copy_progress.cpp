@@ -1,0 +1,5 @@
+#include "qvx/copy_progress.h"
+
+INetFileCopyProgressListener::~INetFileCopyProgressListener() = default;
+
+INetFolderCopyProgressListener::~INetFolderCopyProgressListener() = default;
