@@ -1,0 +1,135 @@
+// What the tests of the file service share: a server on a free port of 127.0.0.1, a peer that
+// speaks the wire by hand, a server that answers by script, and the log lines of a scope.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "qvx/socket_file_client.h"
+#include "qvx/socket_file_protocol.h"
+#include "qvx/socket_file_server.h"
+
+namespace qvx::test {
+
+using Bytes = std::string;
+
+// The library's form of a native path.
+std::u16string Library(const std::string& native);
+// How many descriptors of this process lead below a folder.
+int DescriptorsBelow(const std::string& folder);
+// Waits until there are so many; false if that does not come.
+bool WaitForDescriptorsBelow(const std::string& folder, int count);
+
+template <typename T>
+Bytes Raw(const T& value) {
+  return Bytes(reinterpret_cast<const char*>(&value), sizeof(value));
+}
+template <typename T>
+T ValueAt(const Bytes& bytes, std::size_t offset) {
+  T value{};
+  if (offset + sizeof(value) <= bytes.size()) bytes.copy(reinterpret_cast<char*>(&value), sizeof(value), offset);
+  return value;
+}
+// A text field of so many units, filled up with zeros.
+Bytes Field(const std::u16string& text, std::size_t units = SOCKET_FILE_PATH_UNITS);
+Bytes Record(std::uint32_t serial, std::uint32_t command, std::uint64_t cookie, const Bytes& body);
+
+class LoopbackServer : public CSocketFileServer {
+ public:
+  LoopbackServer();
+  ~LoopbackServer() override { Close(); }
+  unsigned short Port() { return GetServerPort(); }
+
+  void OnServerCloseClient(std::uint64_t user_data, tagCLIENTSOCKETINFO* client) override;
+  int OnServerReceiveData(std::uint64_t user_data, tagCLIENTSOCKETINFO* client,
+                          const unsigned char* data, int size) override;
+  // Waits until so many clients were closed, files and all.
+  void WaitClosed(int count);
+  // Called before each request is answered, on the dispatch thread.
+  std::function<void(std::uint32_t command)> on_request;
+
+ protected:
+  std::uint64_t SocketCreate(unsigned short port) override;
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  int closed_ = 0;
+};
+
+class LoopbackClient : public CSocketFileClient {
+ public:
+  explicit LoopbackClient(unsigned short port);
+  ~LoopbackClient() override { Close(); }
+};
+
+// A plain blocking connection. A peer that waits longer than 30 s fails the test.
+class WirePeer {
+ public:
+  explicit WirePeer(unsigned short port);
+  explicit WirePeer(int descriptor) : descriptor_(descriptor) {}
+  ~WirePeer();
+  WirePeer(const WirePeer&) = delete;
+  WirePeer& operator=(const WirePeer&) = delete;
+
+  void SendPacket(std::uint64_t code, const Bytes& payload);
+  void SendBytes(const Bytes& bytes);
+  // The payload of the next packet; nothing if the connection ended.
+  std::optional<Bytes> ReceivePacket(std::uint64_t* code = nullptr);
+  // One request and its answer.
+  Bytes Ask(const Bytes& record);
+  bool AtEnd();
+  // Ends the connection at once, without the usual goodbye.
+  void Reset();
+
+ private:
+  bool ReceiveBytes(char* data, std::size_t size);
+  int descriptor_ = -1;
+};
+
+// Takes connections one after the other, reads the hello, and hands each request to a script.
+class ScriptedServer {
+ public:
+  // The script answers through the peer; false ends the connection.
+  using Script = std::function<bool(WirePeer& peer, const Bytes& request)>;
+  explicit ScriptedServer(Script script);
+  ~ScriptedServer();
+  ScriptedServer(const ScriptedServer&) = delete;
+  ScriptedServer& operator=(const ScriptedServer&) = delete;
+  unsigned short Port() const { return port_; }
+
+ private:
+  void Serve();
+  Script script_;
+  int listener_ = -1;
+  unsigned short port_ = 0;
+  std::thread thread_;
+};
+
+// Whole packets of a server, for scripts that send them in pieces.
+Bytes Packet(const Bytes& payload);
+// The answer to a request with this body.
+Bytes Answer(const Bytes& request, const Bytes& body);
+
+// The lines that the library logs while it lives.
+class LogLines {
+ public:
+  LogLines();
+  ~LogLines();
+  LogLines(const LogLines&) = delete;
+  LogLines& operator=(const LogLines&) = delete;
+  int Count(const std::string& text) const;
+
+ private:
+  static int Take(void* context, int level, const char* line, int length);
+  mutable std::mutex mutex_;
+  std::vector<std::string> lines_;
+};
+
+}  // namespace qvx::test

@@ -1,0 +1,286 @@
+#include "qvx/socket_file_client.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "netfile/netfile_fixture.h"
+#include "support/fault_plan.h"
+#include "support/temp_folder.h"
+
+namespace qvx::test {
+namespace {
+
+constexpr std::uint64_t kForever = 0;
+
+// Answers with handle 9 for an open and with 1 for the rest, and keeps what was asked.
+struct Recorder {
+  std::vector<Bytes> requests;
+
+  bool operator()(WirePeer& peer, const Bytes& request) {
+    requests.push_back(request);
+    auto command = ValueAt<std::uint32_t>(request, 8);
+    Bytes body = Raw(std::uint32_t{1});
+    if (command == 1) body = Field(u"C:\\data");
+    if (command == 3) body = Raw(std::uint64_t{9});
+    if (command == 11) body = Raw(std::uint64_t{0x123456789});
+    if (command == 13) body = Raw(std::uint32_t{3}) + "abc";
+    if (command == 15) body = Raw(std::uint32_t{5});
+    if (command == 17) body = "0123456789abcdef";
+    if (command == 19) body = Raw(std::uint32_t{6}) + Raw(std::uint32_t{2}) + Field(u"a;bc", 4);
+    peer.SendPacket(1, Answer(request, body));
+    return true;
+  }
+};
+
+TEST(FileClient, SendsEachRequestAsTheWireSays) {
+  Recorder recorder;
+  {
+    ScriptedServer server(std::ref(recorder));
+    LoopbackClient client(server.Port());
+    std::u16string long_path(300, u'p');
+    WCHAR path[260];
+    char buffer[5] = "....";
+    unsigned char digest[16];
+    CBaseStringW folders, files;
+    client.GetFolderPath(-2, path);
+    EXPECT_EQ(client.OpenFile(long_path.c_str(), u"01234567890123456789"), 1);
+    EXPECT_EQ(client.GetFileSize(), 0x123456789u);
+    EXPECT_EQ(client.ReadFile(0x1234567890, buffer, 4, kForever), 3u);
+    EXPECT_EQ(client.WriteFile(7, "hello", 5, ~std::uint64_t{0}), 5u);
+    EXPECT_EQ(client.CloseFile(), 1);
+    EXPECT_EQ(client.DeleteFileW(u"d"), 1);
+    EXPECT_EQ(client.RenameFile(u"old", nullptr), 1);
+    EXPECT_EQ(client.GetFileMD5(u"m", digest), 1);
+    client.GetFolderList(u"l", &folders, &files);
+    EXPECT_EQ(client.MakeDirectory(u"k"), 1);
+    EXPECT_EQ(client.RemoveDirectoryW(u"r"), 1);
+    EXPECT_EQ(std::u16string(path), u"C:\\data");
+    EXPECT_STREQ(buffer, "abc.");
+    EXPECT_EQ(std::string(digest, digest + 16), "0123456789abcdef");
+    EXPECT_EQ(std::u16string(folders.GetString()), u"a;b");
+    EXPECT_EQ(std::u16string(files.GetString()), u"c");
+  }
+  Bytes handle = Raw(std::uint64_t{9});
+  const std::pair<std::uint32_t, Bytes> expected[] = {
+      {1, Raw(std::int32_t{-2})},
+      {3, Field(std::u16string(259, u'p')) + Field(u"012345678901234", 16)},
+      {11, handle},
+      {13, handle + Raw(std::uint64_t{0x1234567890}) + Raw(std::uint32_t{4})},
+      {15, handle + Raw(std::uint64_t{7}) + Raw(std::uint32_t{5}) + "hello"},
+      {5, handle},
+      {7, Field(u"d")},
+      {9, Field(u"old") + Field(u"")},
+      {17, Field(u"m")},
+      {19, Field(u"l")},
+      {21, Field(u"k")},
+      {23, Field(u"r")},
+  };
+  ASSERT_EQ(recorder.requests.size(), std::size(expected));
+  for (std::uint32_t i = 0; i < std::size(expected); ++i) {
+    const Bytes& request = recorder.requests[i];
+    EXPECT_EQ(request, Record(i, expected[i].first, ValueAt<std::uint64_t>(request, 12),
+                              expected[i].second));
+  }
+}
+
+TEST(FileClient, WithoutConnectionOrFileNothingGoesOut) {
+  LogLines log;
+  char buffer[4];
+  {
+    CSocketFileClient client;
+    EXPECT_EQ(client.OpenFile(u"f", u"rb"), 0);
+    EXPECT_EQ(client.ReadFile(0, buffer, 4, kForever), 0u);
+    EXPECT_EQ(client.DeleteFileW(u"f"), 0);
+    EXPECT_EQ(log.Count("SendData Failed"), 0);
+    unsigned char digest[16];
+    EXPECT_EQ(client.GetFileMD5(nullptr, digest), 0);
+    EXPECT_EQ(client.GetFileMD5(u"f", digest), 0);
+    EXPECT_EQ(log.Count("CSocketFileClient::GetFileMD5: SendData Failed\r\n"), 1);
+  }
+  Recorder recorder;
+  {
+    ScriptedServer server(std::ref(recorder));
+    LoopbackClient client(server.Port());
+    EXPECT_EQ(client.ReadFile(0, buffer, 4, kForever), 0u);
+    EXPECT_EQ(client.WriteFile(0, buffer, 4, kForever), 0u);
+    EXPECT_EQ(client.GetFileSize(), 0u);
+    EXPECT_EQ(client.CloseFile(), 0);
+  }
+  EXPECT_EQ(log.Count("Net Closed!!\r\n"), 3);
+  EXPECT_TRUE(recorder.requests.empty());
+}
+
+TEST(FileClient, ALateAnswerReachesNobody) {
+  std::vector<Bytes> held;
+  ScriptedServer server([&](WirePeer& peer, const Bytes& request) {
+    auto command = ValueAt<std::uint32_t>(request, 8);
+    if (command == 3) peer.SendPacket(1, Answer(request, Raw(std::uint64_t{9})));
+    if (command == 13) held.push_back(request);
+    if (command != 11) return true;
+    for (const auto& late : held) peer.SendPacket(1, Answer(late, Raw(std::uint32_t{4}) + "late"));
+    peer.SendPacket(1, Answer(request, Raw(std::uint64_t{77})));
+    return true;
+  });
+  LogLines log;
+  LoopbackClient client(server.Port());
+  ASSERT_EQ(client.OpenFile(u"f", u"rb"), 1);
+  auto buffer = std::make_unique<std::array<char, 4>>();
+  EXPECT_EQ(client.ReadFile(0, buffer->data(), 4, 20), 0u);
+  EXPECT_EQ(log.Count("CSocketFileClient::ReadFile: wait response timeout\r\n"), 1);
+  buffer.reset();
+  EXPECT_EQ(client.GetFileSize(), 77u);
+}
+
+TEST(FileClient, ImpossibleAnswersTouchNoMemory) {
+  Bytes body;
+  std::uint32_t command = 0;
+  bool break_version = false;
+  ScriptedServer server([&](WirePeer& peer, const Bytes& request) {
+    auto asked = ValueAt<std::uint32_t>(request, 8);
+    if (asked == 3) {
+      peer.SendPacket(1, Answer(request, Raw(std::uint64_t{9})));
+      return true;
+    }
+    Bytes answer = Record(ValueAt<std::uint32_t>(request, 4), command ? command : asked + 1, 0, body);
+    if (break_version) answer[0] = 0;
+    peer.SendPacket(1, answer);
+    return true;
+  });
+  LoopbackClient client(server.Port());
+  ASSERT_EQ(client.OpenFile(u"f", u"rb"), 1);
+  auto read = [&](std::uint32_t code, const Bytes& answer) {
+    char buffer[12] = "...........";
+    command = code;
+    body = answer;
+    EXPECT_EQ(client.ReadFile(0, buffer, 8, kForever), 0u);
+    EXPECT_STREQ(buffer, "...........");
+  };
+  read(14, Raw(std::uint32_t{9}) + "123456789");
+  read(14, Raw(std::uint32_t{8}) + "1234");
+  read(14, Raw(std::uint32_t{0xFFFFFFFF}) + Bytes(100, 'x'));
+  read(14, Raw(std::uint32_t{0}) + Bytes(100, 'x'));
+  read(14, "");
+  read(12, Raw(std::uint64_t{5}));
+  read(13, Raw(std::uint32_t{4}) + "1234");
+  read(99, Raw(std::uint32_t{4}) + "1234");
+  command = 0;
+  CBaseStringW folders(u"kept"), files(u"kept");
+  for (auto sizes : {std::array<std::uint32_t, 2>{100, 0}, {0, 100}, {0xFFFFFFFF, 5}, {0, 0}}) {
+    body = Raw(sizes[0]) + Raw(sizes[1]) + "1234";
+    client.GetFolderList(u"l", &folders, &files);
+    EXPECT_EQ(std::u16string(folders.GetString()), u"kept");
+    EXPECT_EQ(std::u16string(files.GetString()), u"kept");
+  }
+  LogLines log;
+  break_version = true;
+  read(14, Raw(std::uint32_t{8}) + "12345678");
+  EXPECT_EQ(log.Count("CSocketFileClient::OnClientReceiveData: Net File Version NOT MATCH\r\n"), 1);
+  EXPECT_EQ(client.OpenFile(u"f", u"rb"), 0);
+}
+
+TEST(FileClient, AConnectionThatEndsAtAnyByteWakesItsCaller) {
+  std::size_t sent = 0;
+  Bytes whole;
+  ScriptedServer server([&](WirePeer& peer, const Bytes& request) {
+    if (ValueAt<std::uint32_t>(request, 8) == 3) {
+      peer.SendPacket(1, Answer(request, Raw(std::uint64_t{9})));
+      return true;
+    }
+    whole = Packet(Answer(request, Raw(std::uint32_t{20}) + Bytes(20, 'x')));
+    peer.SendBytes(whole.substr(0, sent));
+    return false;
+  });
+  CSocketFileClient client;
+  char buffer[20];
+  do {
+    ASSERT_EQ(client.Create("127.0.0.1", server.Port(), "cut"), 1);
+    ASSERT_EQ(client.OpenFile(u"f", u"rb"), 1);
+    std::uint32_t read = client.ReadFile(0, buffer, 20, kForever);
+    EXPECT_EQ(read, sent == whole.size() ? 20u : 0u) << sent;
+  } while (sent++ < whole.size());
+  client.Close();
+  EXPECT_EQ(client.ReadFile(0, buffer, 20, kForever), 0u);
+}
+
+TEST(FileClient, CloseWakesAWaitingCall) {
+  std::atomic<bool> asked{false};
+  ScriptedServer server([&](WirePeer&, const Bytes&) {
+    asked = true;
+    asked.notify_all();
+    return true;
+  });
+  LogLines log;
+  LoopbackClient client(server.Port());
+  unsigned char digest[16] = {42};
+  int result = 0;
+  std::thread caller([&] { result = client.GetFileMD5(u"f", digest); });
+  asked.wait(false);
+  client.Close();
+  caller.join();
+  EXPECT_EQ(result, 1);
+  EXPECT_EQ(digest[0], 42);
+  EXPECT_EQ(log.Count("wait response timeout"), 0);
+  EXPECT_EQ(log.Count(") Disconnect\r\n"), 1);
+}
+
+TEST(FileClient, SixteenThreadsGetTheirOwnAnswers) {
+  TempFolder folder;
+  std::string content;
+  for (std::uint32_t i = 0; content.size() < 500000; ++i) content += std::to_string(i * 31);
+  folder.Write("shared", content);
+  std::vector<Bytes> digests;
+  LoopbackServer server;
+  LoopbackClient client(server.Port());
+  for (int i = 0; i < 16; ++i) {
+    folder.Write("own" + std::to_string(i), std::to_string(i));
+    unsigned char digest[16];
+    client.GetFileMD5(Library(folder.Path("own" + std::to_string(i))).c_str(), digest);
+    digests.emplace_back(digest, digest + 16);
+  }
+  ASSERT_EQ(client.OpenFile(Library(folder.Path("shared")).c_str(), u"rb"), 1);
+  std::atomic<int> wrong{0};
+  std::vector<std::thread> threads;
+  for (std::size_t t = 0; t < 16; ++t)
+    threads.emplace_back([&, t] {
+      auto own = Library(folder.Path("own" + std::to_string(t)));
+      std::string buffer(100000, '\0');
+      for (std::size_t i = 0; i < 60; ++i) {
+        std::size_t offset = (t * 60 + i) * 400;
+        auto size = static_cast<std::uint32_t>((i * 7919 + t) % buffer.size());
+        auto read = client.ReadFile(offset, buffer.data(), size, kForever);
+        if (content.compare(offset, size, buffer.data(), read) != 0) ++wrong;
+        unsigned char digest[16] = {};
+        if (!client.GetFileMD5(own.c_str(), digest) || Bytes(digest, digest + 16) != digests[t])
+          ++wrong;
+      }
+    });
+  for (auto& thread : threads) thread.join();
+  EXPECT_EQ(wrong, 0);
+}
+
+TEST(FileClient, SpeedLimitsSleepForAllTheTimeNeeded) {
+  TempFolder folder;
+  folder.Write("f", std::string(8000, 'x'));
+  LoopbackServer server;
+  LoopbackClient client(server.Port());
+  ASSERT_EQ(client.OpenFile(Library(folder.Path("f")).c_str(), u"r+b"), 1);
+  std::string buffer(8000, 'y');
+  FaultPlan plan;
+  plan.FakeClock(1000000000);
+  client.LimitReadSpeed(1000);
+  client.LimitWriteSpeed(2000);
+  EXPECT_EQ(client.ReadFile(0, buffer.data(), 2000, kForever), 2000u);
+  EXPECT_EQ(plan.Slept(), 2000 * 1000000LL);
+  EXPECT_EQ(client.WriteFile(0, buffer.data(), 500, kForever), 500u);
+  EXPECT_EQ(plan.Slept(), 2250 * 1000000LL);
+  client.LimitReadSpeed(0);
+  EXPECT_EQ(client.ReadFile(0, buffer.data(), 8000, kForever), 8000u);
+  EXPECT_EQ(plan.Slept(), 2250 * 1000000LL);
+}
+
+}  // namespace
+}  // namespace qvx::test
