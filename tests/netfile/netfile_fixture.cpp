@@ -64,12 +64,13 @@ Bytes Field(const std::u16string& text, std::size_t units) {
   return field;
 }
 
-Bytes Record(std::uint32_t serial, std::uint32_t command, std::uint64_t cookie,
-             const Bytes& body) {
+Bytes Record(std::uint32_t serial, std::uint32_t command, std::uint64_t cookie, const Bytes& body) {
   return Raw(tagSOCKETFILEHEADER{SOCKET_FILE_VERSION, serial, command, cookie}) + body;
 }
 
-LoopbackServer::LoopbackServer() { EXPECT_EQ(Create(0, "file"), 1); }
+LoopbackServer::LoopbackServer() {
+  EXPECT_EQ(Create(0, "file"), 1);
+}
 
 std::uint64_t LoopbackServer::SocketCreate(unsigned short port) {
   return ListenOn("127.0.0.1", port);
@@ -99,14 +100,17 @@ LoopbackClient::LoopbackClient(unsigned short port) {
   EXPECT_EQ(Create("127.0.0.1", port, "file"), 1);
 }
 
-WirePeer::WirePeer(unsigned short port) : descriptor_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+WirePeer::WirePeer(unsigned short port)
+    : descriptor_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   timeval patience{kPatienceSeconds, 0};
   setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
   auto address = Loopback(port);
   EXPECT_EQ(connect(descriptor_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
 }
 
-WirePeer::~WirePeer() { close(descriptor_); }
+WirePeer::~WirePeer() {
+  close(descriptor_);
+}
 
 void WirePeer::SendBytes(const Bytes& bytes) {
   std::size_t sent = 0;
@@ -192,16 +196,22 @@ void ScriptedServer::Serve() {
   }
 }
 
-Bytes Packet(const Bytes& payload) { return HeaderOf(1, payload.size()) + payload; }
+Bytes Packet(const Bytes& payload) {
+  return HeaderOf(1, payload.size()) + payload;
+}
 
 Bytes Answer(const Bytes& request, const Bytes& body) {
   auto header = ValueAt<tagSOCKETFILEHEADER>(request, 0);
   return Record(header.nSerial, header.nCommand + 1, header.nCookie, body);
 }
 
-LogLines::LogLines() { DbgOutputAddCallback(&LogLines::Take, this); }
+LogLines::LogLines() {
+  DbgOutputAddCallback(&LogLines::Take, this);
+}
 
-LogLines::~LogLines() { DbgOutputDelCallback(&LogLines::Take); }
+LogLines::~LogLines() {
+  DbgOutputDelCallback(&LogLines::Take);
+}
 
 int LogLines::Take(void* context, int, const char* line, int length) {
   auto* lines = static_cast<LogLines*>(context);

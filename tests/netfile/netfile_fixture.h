@@ -33,7 +33,8 @@ Bytes Raw(const T& value) {
 template <typename T>
 T ValueAt(const Bytes& bytes, std::size_t offset) {
   T value{};
-  if (offset + sizeof(value) <= bytes.size()) bytes.copy(reinterpret_cast<char*>(&value), sizeof(value), offset);
+  if (offset + sizeof(value) <= bytes.size())
+    bytes.copy(reinterpret_cast<char*>(&value), sizeof(value), offset);
   return value;
 }
 // A text field of so many units, filled up with zeros.

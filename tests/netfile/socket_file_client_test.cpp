@@ -145,7 +145,8 @@ TEST(FileClient, ImpossibleAnswersTouchNoMemory) {
       peer.SendPacket(1, Answer(request, Raw(std::uint64_t{9})));
       return true;
     }
-    Bytes answer = Record(ValueAt<std::uint32_t>(request, 4), command ? command : asked + 1, 0, body);
+    Bytes answer =
+        Record(ValueAt<std::uint32_t>(request, 4), command ? command : asked + 1, 0, body);
     if (break_version) answer[0] = 0;
     peer.SendPacket(1, answer);
     return true;

@@ -158,10 +158,18 @@ TEST_F(FileServer, ShortRecordsGetTheFailureAnswer) {
     Bytes failure;
   };
   const Case cases[] = {
-      {1, 24, Bytes(520, '\0')}, {3, 572, Bytes(8, '\0')},   {5, 28, kOne},
-      {7, 540, kOne},            {9, 1060, kOne},            {11, 28, Bytes(8, '\0')},
-      {13, 40, kNone},           {15, 40, kNone},            {17, 540, Bytes(16, '\0')},
-      {19, 540, Bytes(8, '\0')}, {21, 540, kOne},            {23, 540, kOne},
+      {1, 24, Bytes(520, '\0')},
+      {3, 572, Bytes(8, '\0')},
+      {5, 28, kOne},
+      {7, 540, kOne},
+      {9, 1060, kOne},
+      {11, 28, Bytes(8, '\0')},
+      {13, 40, kNone},
+      {15, 40, kNone},
+      {17, 540, Bytes(16, '\0')},
+      {19, 540, Bytes(8, '\0')},
+      {21, 540, kOne},
+      {23, 540, kOne},
   };
   for (const auto& it : cases) {
     EXPECT_EQ(Ask(it.command, Bytes(it.size - 21, 'A')), it.failure) << it.command;
@@ -211,14 +219,15 @@ TEST_F(FileServer, OpensOnlyRegularFilesAndWaitsForNobody) {
   mkfifo(folder_.Path("fifo").c_str(), 0666);
   std::filesystem::create_symlink("/dev/zero", folder_.Path("device"));
   for (const char16_t* mode : {u"rb", u"wb", u"r+b"})
-    for (const char* name : {"folder", "fifo", "device", ""}) EXPECT_EQ(Open(name, mode), 0u) << name;
+    for (const char* name : {"folder", "fifo", "device", ""})
+      EXPECT_EQ(Open(name, mode), 0u) << name;
   EXPECT_EQ(Open("missing", u"rb"), 0u);
   folder_.Write("file", "");
   EXPECT_EQ(Open("file", u"nonsense"), 0u);
   EXPECT_EQ(Open("file", std::u16string(16, u'r')), 0u);
-  EXPECT_EQ(ValueAt<std::uint64_t>(
-                Ask(3, Field(std::u16string(260, u'x'), 260) + Field(u"rb", 16)), 0),
-            0u);
+  EXPECT_EQ(
+      ValueAt<std::uint64_t>(Ask(3, Field(std::u16string(260, u'x'), 260) + Field(u"rb", 16)), 0),
+      0u);
   EXPECT_EQ(DescriptorsBelow(folder_.Path()), 0);
   EXPECT_EQ(log.Count("fifo failed:22\r\n"), 3);
   EXPECT_EQ(log.Count("missing failed:2\r\n"), 1);

@@ -1,0 +1,305 @@
+#include "qvx/socket_file_copy.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+
+#include "netfile/copy_fixture.h"
+#include "netfile/netfile_fixture.h"
+#include "support/fault_plan.h"
+#include "support/slow_relay.h"
+#include "support/temp_folder.h"
+
+namespace qvx::test {
+namespace {
+
+using platform::Operation;
+using Names = std::vector<std::string>;
+
+INSTANTIATE_TEST_SUITE_P(BothWays, Copies, testing::Values(true, false),
+                         [](const auto& way) { return way.param ? "Down" : "Up"; });
+
+TEST_P(Copies, FilesOfAllSizesArriveWhole) {
+  for (std::size_t size : {0, 1, 0x80000, 0x80001, 0x10000, 0x10001, 5000000}) {
+    std::string name = "file" + std::to_string(size);
+    source_.Write(name, Pattern(size));
+    Progress progress;
+    EXPECT_EQ(CopyFile(name, &progress), 1);
+    EXPECT_EQ(progress.copied.size(), (size + 0x7FFFF) / 0x80000);
+    EXPECT_EQ(progress.copied.empty() ? 0 : progress.copied.back(), size);
+    EXPECT_TRUE(ReadWhole(target_.Path(name)) == Pattern(size)) << size;
+    unlink(target_.Path(name).c_str());
+    ExpectTarget({});
+  }
+}
+
+TEST_P(Copies, ATakenNameKeepsItsFile) {
+  source_.Write("taken", "new");
+  target_.Write("taken", "old");
+  EXPECT_EQ(CopyFileEx("taken"), SOCKET_FILE_COPY_EXISTS);
+  EXPECT_EQ(ReadWhole(target_.Path("taken")), "old");
+  ExpectTarget({"taken"});
+
+  EXPECT_EQ(CopyFile("taken"), 1);
+  EXPECT_EQ(ReadWhole(target_.Path("taken")), "old");
+  Names names = NamesIn(target_.Path());
+  ASSERT_EQ(names.size(), 2u);
+  EXPECT_EQ(names[0].substr(0, 9), "FileCopy_");
+  EXPECT_EQ(names[0].substr(19), ".tmp");
+  EXPECT_EQ(ReadWhole(target_.Path(names[0])), "new");
+  unlink(target_.Path(names[0]).c_str());
+
+  EXPECT_EQ(CopyFileEx("taken", SOCKET_FILE_COPY_OVERWRITE), SOCKET_FILE_COPY_DONE);
+  EXPECT_EQ(ReadWhole(target_.Path("taken")), "new");
+  source_.Write("folder", "new");
+  mkdir(target_.Path("folder").c_str(), 0777);
+  EXPECT_EQ(CopyFileEx("folder", SOCKET_FILE_COPY_OVERWRITE), SOCKET_FILE_COPY_EXISTS);
+  ExpectTarget({"folder", "taken"});
+}
+
+TEST_P(Copies, AFileThatCannotBeOpenedLeavesNothing) {
+  LogLines log;
+  int unreadable = Down() ? SOCKET_FILE_COPY_REMOTE_OPEN : SOCKET_FILE_COPY_LOCAL_OPEN;
+  EXPECT_EQ(CopyFileEx("missing"), unreadable);
+  mkfifo(source_.Path("fifo").c_str(), 0666);
+  EXPECT_EQ(CopyFile("fifo"), 0);
+  EXPECT_EQ(CopyFileEx("fifo"), unreadable);
+  EXPECT_EQ(log.Count(Down() ? "open failed\r\n" : "open failed, err is:2\r\n"), Down() ? 3 : 1);
+  source_.Write("file", "x");
+  target_.Write("nofolder", "");
+  auto copy = Down() ? SocketFileCopyFromServerEx : SocketFileCopyToServerEx;
+  EXPECT_EQ(
+      copy(&client_, Source("file").c_str(), Target("nofolder/file").c_str(), 0, 0, nullptr, 0),
+      Down() ? SOCKET_FILE_COPY_LOCAL_OPEN : SOCKET_FILE_COPY_REMOTE_OPEN);
+  std::u16string beyond = Target(std::string(250, 'n'));
+  EXPECT_EQ(copy(&client_, Source("file").c_str(), beyond.c_str(), 0, 0, nullptr, 0),
+            SOCKET_FILE_COPY_TOO_LONG);
+  EXPECT_EQ(copy(nullptr, u"a", u"b", 0, 0, nullptr, 0), SOCKET_FILE_COPY_LOCAL_OPEN);
+  ExpectTarget({"nofolder"});
+}
+
+TEST_P(Copies, AFailedWriteLeavesNothing) {
+  source_.Write("file", Pattern(2000000));
+  int failure = Down() ? SOCKET_FILE_COPY_LOCAL_IO : SOCKET_FILE_COPY_REMOTE_IO;
+  for (int call : {1, 3}) {
+    FaultPlan plan;
+    plan.Fail(Operation::kFileWrite, call, ENOSPC);
+    EXPECT_EQ(CopyFileEx("file"), failure) << call;
+    ExpectTarget({});
+  }
+  FaultPlan plan;
+  plan.Shorten(Operation::kFileWrite, 1, 1000, 5);
+  EXPECT_EQ(CopyFileEx("file"), SOCKET_FILE_COPY_DONE);
+  EXPECT_TRUE(ReadWhole(target_.Path("file")) == Pattern(2000000));
+}
+
+TEST_P(Copies, TheListenerEndsAndLimitsACopy) {
+  source_.Write("file", Pattern(3 * 0x80000));
+  Progress progress;
+  progress.on_block = [](std::uint64_t*) { return 0; };
+  EXPECT_EQ(CopyFileEx("file", 0, &progress), SOCKET_FILE_COPY_CANCELLED);
+  EXPECT_EQ(progress.copied.size(), 1u);
+  ExpectTarget({});
+  FaultPlan plan;
+  plan.FakeClock(1000000000);
+  progress.on_block = [](std::uint64_t* limit) {
+    *limit = 1000000;
+    return 0;
+  };
+  EXPECT_EQ(CopyFile("file", &progress), 1);
+  EXPECT_EQ(plan.Slept(), 2 * 524 * 1000000LL);
+  ExpectTarget({"file"});
+}
+
+TEST_P(Copies, TheTimeLimitEndsACopyBetweenBlocks) {
+  source_.Write("file", Pattern(3 * 0x80000));
+  FaultPlan plan;
+  plan.FakeClock(1000000000);
+  Progress progress;
+  progress.on_block = [&](std::uint64_t*) {
+    plan.FakeClock(1000000000 + 30001 * 1000000LL);
+    return 1;
+  };
+  EXPECT_EQ(CopyFile("file", &progress, 30000), 0);
+  EXPECT_EQ(progress.copied.size(), 1u);
+  ExpectTarget({});
+}
+
+TEST_P(Copies, ACutConnectionLeavesNoPartUnderTheFinalName) {
+  source_.Write("file", Pattern(3000000));
+  for (std::uint64_t cut : {0, 600, 1100, 1800, 500000, 2990000}) {
+    RelayOptions options;
+    options.piece = 10000;
+    options.cut_to_server = Down() ? UINT64_MAX : cut;
+    options.cut_to_client = Down() ? cut : UINT64_MAX;
+    SlowRelay relay(server_.Port(), options);
+    CSocketFileClient client;
+    client.Create("127.0.0.1", relay.Port(), "cut");
+    auto copy = Down() ? SocketFileCopyFromServer : SocketFileCopyToServer;
+    EXPECT_EQ(copy(&client, Source("file").c_str(), Target("file").c_str(), 0, nullptr, 0), 0)
+        << cut;
+    client.Close();
+    Names names = NamesIn(target_.Path());
+    EXPECT_EQ(std::count(names.begin(), names.end(), "file"), 0) << cut;
+    EXPECT_TRUE(!Down() || names.empty()) << cut;
+    EXPECT_TRUE(WaitForDescriptorsBelow(Down() ? source_.Path() : target_.Path(), 0));
+  }
+}
+
+// A small tree with all that needs care; the names are in the system's own form.
+class Trees : public Copies {
+ protected:
+  Trees() {
+    mkdir(source_.Path("deep").c_str(), 0777);
+    mkdir(source_.Path("deep/\xE4\xB8\xAD\xE6\x96\x87").c_str(), 0777);
+    mkdir(source_.Path("none").c_str(), 0777);
+    for (const char* name :
+         {"deep/\xE4\xB8\xAD\xE6\x96\x87/\xE6\x96\x87\xE4\xBB\xB6", "deep/back\\slash",
+          "deep/two words", "deep/\xFF\xFEno text", "deep/star*question?colon:", "plain"})
+      source_.Write(name, std::string("content of ") + name);
+    source_.Write("none/.hidden", "h");
+    symlink("plain", source_.Path("link").c_str());
+    symlink(outside_.Path().c_str(), source_.Path("linked folder").c_str());
+    symlink("nowhere", source_.Path("dangling").c_str());
+    mkfifo(source_.Path("fifo").c_str(), 0666);
+    outside_.Write("outside", "outside");
+  }
+
+  TempFolder outside_;
+};
+
+INSTANTIATE_TEST_SUITE_P(BothWays, Trees, testing::Values(true, false),
+                         [](const auto& way) { return way.param ? "Down" : "Up"; });
+
+TEST_P(Trees, ArriveWithEveryNameAndAReport) {
+  CopyReport report;
+  Progress progress;
+  EXPECT_EQ(CopyFolderEx(source_.Path(), target_.Path(), &report, &progress), 0);
+  EXPECT_EQ(NamesIn(target_.Path()), (Names{"deep", "link", "none", "plain"}));
+  EXPECT_EQ(NamesIn(target_.Path("deep")), NamesIn(source_.Path("deep")));
+  for (const char* name : {"deep/\xE4\xB8\xAD\xE6\x96\x87/\xE6\x96\x87\xE4\xBB\xB6",
+                           "deep/back\\slash", "deep/\xFF\xFEno text", "link"})
+    EXPECT_EQ(ReadWhole(target_.Path(name)), ReadWhole(source_.Path(name)));
+  EXPECT_FALSE(std::filesystem::is_symlink(target_.Path("link")));
+  EXPECT_TRUE(std::filesystem::is_empty(target_.Path("none")));
+  EXPECT_EQ(report.Count(SOCKET_FILE_COPY_DONE), 7);
+  int unreadable = Down() ? SOCKET_FILE_COPY_REMOTE_OPEN : SOCKET_FILE_COPY_LOCAL_OPEN;
+  EXPECT_EQ(report.Count(unreadable), 2);
+  EXPECT_TRUE(report.Has(unreadable, "/linked folder"));
+  EXPECT_TRUE(report.Has(unreadable, "/dangling"));
+  EXPECT_EQ(report.Has(SOCKET_FILE_COPY_HIDDEN, "none/.hidden"), !Down());
+  EXPECT_EQ(report.Has(SOCKET_FILE_COPY_SPECIAL, "/fifo"), !Down());
+  ExpectTarget({"deep", "link", "none", "plain"});
+}
+
+TEST_P(Trees, GoFolderByFolderAndNameBothSides) {
+  Progress progress;
+  CopyFolder(source_.Path(), target_.Path(), &progress);
+  ASSERT_EQ(progress.events.size(), 12u);
+  auto position = [&](const std::string& event) {
+    return std::find(progress.events.begin(), progress.events.end(), event) -
+           progress.events.begin();
+  };
+  auto file = [&](const std::string& name) {
+    std::string from = source_.Path(name), to = target_.Path(name);
+    return position("file " + (Down() ? from + " " + to : to + " " + from));
+  };
+  EXPECT_LT(position("folder " + target_.Path("deep")), file("deep/two words"));
+  EXPECT_LT(file("deep/\xE4\xB8\xAD\xE6\x96\x87/\xE6\x96\x87\xE4\xBB\xB6"), file("deep/two words"));
+  EXPECT_LT(file("deep/two words"), file("plain"));
+  EXPECT_LT(position("folder " + target_.Path("none")), file("plain"));
+  EXPECT_LT(file("plain"), 12);
+}
+
+TEST_P(Trees, ALongPathIsLeftOutAndNeverCut) {
+  TempFolder source;
+  std::string room(252 - target_.Path().size(), 'f');
+  mkdir(target_.Path(room).c_str(), 0777);
+  source.Write("short", "s");
+  source.Write("longer name", "l");
+  mkdir(source.Path("longer folder").c_str(), 0777);
+  source.Write("longer folder/in", "i");
+  CopyReport report;
+  EXPECT_EQ(CopyFolderEx(source.Path(), target_.Path(room), &report), 0);
+  EXPECT_TRUE(NamesIn(target_.Path(room)).empty());
+  EXPECT_TRUE(report.Has(SOCKET_FILE_COPY_TOO_LONG, "/longer name"));
+  EXPECT_TRUE(report.Has(SOCKET_FILE_COPY_TOO_LONG, "/longer folder"));
+  EXPECT_TRUE(report.Has(SOCKET_FILE_COPY_TOO_LONG, "/short"));  // its temporary file would be
+  EXPECT_EQ(report.entries.size(), 3u);
+}
+
+TEST_P(Trees, TheListenerEndsAFolderCopy) {
+  Progress progress;
+  progress.on_block = [&](std::uint64_t*) { return progress.copied.size() < 2; };
+  CopyReport report;
+  EXPECT_EQ(CopyFolderEx(source_.Path(), target_.Path(), &report, &progress), 0);
+  EXPECT_EQ(progress.copied.size(), 2u);
+  EXPECT_EQ(report.Count(SOCKET_FILE_COPY_DONE), 2);
+  EXPECT_EQ(client_.IsConnect(), 1);
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(target_.Path()))
+    EXPECT_EQ(entry.path().filename().string().rfind("FileCopy_", 0), std::string::npos);
+  EXPECT_TRUE(WaitForDescriptorsBelow(source_.Path(), 0));
+}
+
+// What a server that means harm, or a dying one, may answer.
+class BadServer : public testing::Test {
+ protected:
+  TempFolder target_;
+  std::u16string names_;
+  bool answers_size_ = true;
+  ScriptedServer server_{[this](WirePeer& peer, const Bytes& request) {
+    auto command = ValueAt<std::uint32_t>(request, 8);
+    auto bytes = static_cast<std::uint32_t>(names_.size() * 2);
+    if (command == 3) peer.SendPacket(1, Answer(request, Raw(std::uint64_t{9})));
+    if (command == 5) peer.SendPacket(1, Answer(request, Raw(std::uint32_t{1})));
+    if (command == 11 && !answers_size_) return false;
+    if (command == 11) peer.SendPacket(1, Answer(request, Raw(std::uint64_t{1})));
+    if (command == 13) peer.SendPacket(1, Answer(request, Raw(std::uint32_t{1}) + "x"));
+    if (command == 19)
+      peer.SendPacket(
+          1, Answer(request, Raw(std::uint32_t{0}) + Raw(bytes) + Field(names_, names_.size())));
+    return true;
+  }};
+  LoopbackClient client_{server_.Port()};
+};
+
+TEST_F(BadServer, ASizeThatNobodyAnswersMakesNoFile) {
+  answers_size_ = false;
+  EXPECT_EQ(
+      SocketFileCopyFromServer(&client_, u"f", Library(target_.Path("f")).c_str(), 0, nullptr, 0),
+      0);
+  EXPECT_TRUE(NamesIn(target_.Path()).empty());
+}
+
+TEST_F(BadServer, NamesCannotLeaveTheFolder) {
+  mkdir(target_.Path("in").c_str(), 0777);
+  names_ = u"..;.;..\\up;../up;/up;C:up;good";
+  CopyReport report;
+  EXPECT_EQ(SocketFolderCopyFromServerEx(&client_, u"C:\\r", Library(target_.Path("in")).c_str(), 0,
+                                         0, nullptr, &report, 0xABCDEF0123456789),
+            0);
+  EXPECT_EQ(NamesIn(target_.Path()), Names{"in"});
+  EXPECT_EQ(NamesIn(target_.Path("in")), Names{"good"});
+  EXPECT_EQ(report.Count(SOCKET_FILE_COPY_LOCAL_OPEN), 6);
+}
+
+// The close of the local temporary file is what tells of a full disk on some file systems.
+TEST_F(BadServer, AFailedCloseFailsTheDownload) {
+  FaultPlan plan;
+  plan.Fail(Operation::kFileClose, 1, ENOSPC);
+  EXPECT_EQ(
+      SocketFileCopyFromServer(&client_, u"f", Library(target_.Path("f")).c_str(), 0, nullptr, 0),
+      0);
+  EXPECT_TRUE(NamesIn(target_.Path()).empty());
+  EXPECT_EQ(
+      SocketFileCopyFromServer(&client_, u"f", Library(target_.Path("f")).c_str(), 0, nullptr, 0),
+      1);
+  EXPECT_EQ(ReadWhole(target_.Path("f")), "x");
+}
+
+}  // namespace
+}  // namespace qvx::test
