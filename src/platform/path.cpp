@@ -1,12 +1,7 @@
 #include "platform/path.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
-#include <climits>
-#include <cstdint>
-#include <vector>
 
 #include "platform/code_page.h"
 #include "platform/utf.h"
@@ -215,26 +210,6 @@ std::optional<std::basic_string<C>> FromNativeName(std::string_view name) {
   wide.reserve(name.size());
   AppendName(name, wide);
   return InWidth<C>(std::move(wide));
-}
-
-std::string NativeCurrentFolder() {
-  std::vector<char> buffer(PATH_MAX);
-  while (getcwd(buffer.data(), buffer.size()) == nullptr) {
-    if (errno != ERANGE) return std::string();
-    buffer.resize(buffer.size() * 2);
-  }
-  return buffer.data();
-}
-
-std::string NativeModuleFile() {
-  std::vector<char> buffer(PATH_MAX);
-  for (;;) {
-    const ssize_t length = readlink("/proc/self/exe", buffer.data(), buffer.size());
-    if (length < 0) return std::string();
-    const auto count = static_cast<std::size_t>(length);
-    if (count < buffer.size()) return std::string(buffer.data(), count);
-    buffer.resize(buffer.size() * 2);
-  }
 }
 
 template <typename C>

@@ -37,10 +37,6 @@ std::optional<std::basic_string<C>> FromNativeName(std::string_view name);
 std::u16string WidePath(std::u16string_view path);
 std::u16string WidePath(std::string_view path);
 
-// The working directory and the program's file, in native form; empty where unknown.
-std::string NativeCurrentFolder();
-std::string NativeModuleFile();
-
 template <typename C>
 constexpr bool IsSeparator(C character) {
   return character == C('\\') || character == C('/');
