@@ -233,7 +233,7 @@ TEST_P(Move, NeverReplaces) {
 
 TEST_P(Move, TakesContentModeAndTime) {
   const std::string from = folder_.Write("from", "new");
-  ASSERT_EQ(chmod(from.c_str(), 0640), 0);
+  ASSERT_EQ(chmod(from.c_str(), 0646), 0);
   const timespec old[2] = {{1000000000, 0}, {1000000000, 0}};
   ASSERT_EQ(utimensat(AT_FDCWD, from.c_str(), old, 0), 0);
   Begin();
@@ -242,7 +242,7 @@ TEST_P(Move, TakesContentModeAndTime) {
   EXPECT_EQ(NamesIn(folder_.Path()), (std::vector<std::string>{"to"}));
   struct stat status;
   ASSERT_EQ(stat(folder_.Path("to").c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 0777, 0640u);
+  EXPECT_EQ(status.st_mode & 0777, 0646u);
   EXPECT_EQ(status.st_mtime, 1000000000);
 }
 
@@ -253,6 +253,10 @@ TEST_P(Move, TakesLinksAsLinksAndFoldersWithinAFileSystem) {
   EXPECT_EQ(fs::read_symlink(folder_.Path("moved")), "nowhere");
   ASSERT_EQ(mkdir(folder_.Path("sub").c_str(), 0700), 0);
   folder_.Write("sub/f", "x");
+  ASSERT_EQ(mkdir(folder_.Path("empty").c_str(), 0700), 0);
+  Begin();
+  EXPECT_FALSE(MoveWithoutOverwrite(folder_.Path("sub"), folder_.Path("empty")));
+  ASSERT_EQ(rmdir(folder_.Path("empty").c_str()), 0);
   Begin();
   EXPECT_EQ(MoveWithoutOverwrite(folder_.Path("sub"), folder_.Path("sub2")), GetParam() != EXDEV);
   EXPECT_EQ(NamesIn(folder_.Path()),
