@@ -13,8 +13,8 @@
 class QVX_API IFileCopyProgressListener {
  public:
   IFileCopyProgressListener() = default;
-  IFileCopyProgressListener(const IFileCopyProgressListener&) {}
-  IFileCopyProgressListener& operator=(const IFileCopyProgressListener&) { return *this; }
+  IFileCopyProgressListener(const IFileCopyProgressListener&) = default;
+  IFileCopyProgressListener& operator=(const IFileCopyProgressListener&) = default;
   virtual ~IFileCopyProgressListener();
   // Bytes copied so far, of total. Called first with 0, then after each block of 1 MiB.
   virtual void OnFileCopyProgress(std::uint64_t userData, std::int64_t copied,

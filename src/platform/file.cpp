@@ -450,7 +450,7 @@ bool CopyLink(const Place& from, const Place& to) {
 
 std::string MakeTemporaryBeside(const Place& target, File& file, mode_t permissions) {
   for (int i = 0; i < kTemporaryAttempts; ++i) {
-    const std::string name = TemporaryName(target.name);
+    std::string name = TemporaryName(target.name);
     if (file.OpenAt(target.folder, name, OpenMode::WriteNew(), permissions, false)) return name;
     if (errno != EEXIST) break;
   }
