@@ -303,12 +303,14 @@ TEST(SocketClient, CloseWakesASenderThatWaitsForRoom) {
 TEST(SocketClient, MissingMemoryEndsTheConnectionAlone) {
   Connection<> c;
   ASSERT_TRUE(c.Open());
+  c.peer.Send(PacketBytes("the thread is up"));
+  ASSERT_TRUE(c.listener.Wait(2));
   const std::string wire = PacketBytes(Pattern(100));
   FaultPlan plan;
   plan.Fail(Operation::kAllocate, 1, ENOMEM);
   c.peer.Send(wire);
-  EXPECT_TRUE(c.listener.Wait(2));
-  EXPECT_EQ(c.listener.Events(), (Events{"create", "disconnect"}));
+  EXPECT_TRUE(c.listener.Wait(3));
+  EXPECT_EQ(c.listener.Events(), (Events{"create", "the thread is up", "disconnect"}));
 }
 
 TEST(SocketClient, ListenerThatClosesEndsTheConnectionWithoutWaitingForItself) {
