@@ -217,7 +217,8 @@ IoResult SendFileRange(SocketValue socket, int file, std::uint64_t offset,
         off_t position = static_cast<off_t>(offset);
         return sendfile(use.Descriptor(), file, &position, allowed);
       });
-  if (result.error == EPIPE) guard.TakeBack();
+  // The signal also comes with a part that was sent before the end was seen.
+  if (result.bytes < std::min(size, kMaxTransfer)) guard.TakeBack();
   const bool unable = result.error == EINVAL || result.error == ENOSYS;
   return unable ? SendThroughMemory(socket, file, offset, std::min(size, kMaxTransfer)) : result;
 }

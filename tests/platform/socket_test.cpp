@@ -239,10 +239,25 @@ TEST(SocketSend, ClosedPeerRaisesNoSignal) {
   const ConstBytes part{"x", 1};
   EXPECT_EQ(SendParts(pair.ours, &part, 1).error, EPIPE);
   EXPECT_EQ(SendFileRange(pair.ours, file, 0, 1000).error, EPIPE);
+  close(file);
+
+  // A peer that vanishes in the middle of a range.
+  const int long_file = open(folder.Path("long").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  ASSERT_EQ(ftruncate(long_file, 64 << 20), 0);
+  for (int i = 0; i < 20; ++i) {
+    Pair short_lived;
+    std::thread reader([&] {
+      short_lived.peer.Read(300'000);
+      short_lived.peer.Reset();
+    });
+    std::size_t sent = 0;
+    EXPECT_FALSE(SendWholeFile(short_lived.ours, long_file, 0, 64 << 20, &sent));
+    reader.join();
+  }
+  close(long_file);
   sigset_t pending;
   sigpending(&pending);
   EXPECT_EQ(sigismember(&pending, SIGPIPE), 0);
-  close(file);
 }
 
 TEST(SocketSend, FileRanges) {
