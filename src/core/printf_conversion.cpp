@@ -38,20 +38,36 @@ bool TakeFlag(const T* format, PrintfConversion& conversion) {
   }
 }
 
+// A number of digits, 0 for none; null where it is too large.
+template <typename T>
+const T* ParseNumber(const T* format, int& number) {
+  for (; *format >= '0' && *format <= '9'; ++format) {
+    const int digit = static_cast<int>(*format) - '0';
+    if (number > (std::numeric_limits<int>::max() - digit) / 10) return nullptr;
+    number = number * 10 + digit;
+  }
+  return format;
+}
+
+// A number and a dollar sign, which name an argument; otherwise nothing is taken.
+template <typename T>
+const T* ParsePosition(const T* format, int& position) {
+  int number = 0;
+  const T* end = ParseNumber(format, number);
+  if (end == nullptr || number == 0 || *end != '$') return format;
+  position = number;
+  return end + 1;
+}
+
 // Digits, an asterisk, or nothing; null where the number is too large.
 template <typename T>
 const T* ParseAmount(const T* format, Amount& amount) {
   if (*format == '*') {
     amount.source = Amount::Source::kArgument;
-    return format + 1;
+    return ParsePosition(format + 1, amount.position);
   }
-  for (; *format >= '0' && *format <= '9'; ++format) {
-    const int digit = static_cast<int>(*format) - '0';
-    if (amount.value > (std::numeric_limits<int>::max() - digit) / 10) return nullptr;
-    amount.source = Amount::Source::kFormat;
-    amount.value = amount.value * 10 + digit;
-  }
-  return format;
+  if (*format >= '0' && *format <= '9') amount.source = Amount::Source::kFormat;
+  return ParseNumber(format, amount.value);
 }
 
 template <typename T>
@@ -102,6 +118,7 @@ const T* ParseSize(const T* format, Size& size) {
 
 template <typename T>
 const T* ParsePrintfConversion(const T* format, PrintfConversion& conversion) {
+  format = ParsePosition(format, conversion.position);
   while (TakeFlag(format, conversion)) ++format;
   format = ParseAmount(format, conversion.width);
   if (format == nullptr) return nullptr;

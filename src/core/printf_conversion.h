@@ -22,6 +22,7 @@ struct PrintfConversion {
   struct Amount {
     enum class Source { kNone, kFormat, kArgument } source = Source::kNone;
     int value = 0;
+    int position = 0;
   };
 
   bool left = false;       // '-'
@@ -33,6 +34,7 @@ struct PrintfConversion {
   Amount precision;  // -1 for none, once the arguments were taken
   Size size = Size::kNone;
   char letter = '\0';
+  int position = 0;  // of the argument, counted from 1; 0 for the next one
 };
 
 // Takes a conversion apart, beginning behind its '%'. Returns the place behind its letter; null

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "core/printf_arguments.h"
 #include "core/printf_conversion.h"
 #include "core/printf_output.h"
 #include "platform/c_locale.h"
@@ -43,44 +44,30 @@ std::size_t LengthUpTo(const T* text, std::size_t most) {
   return length;
 }
 
-// va_list as a member, so that a reference to it can be passed on.
-struct ArgumentList {
-  explicit ArgumentList(va_list source) { va_copy(list, source); }
-  ~ArgumentList() { va_end(list); }
-  ArgumentList(const ArgumentList&) = delete;
-  ArgumentList& operator=(const ArgumentList&) = delete;
-
-  template <typename V>
-  V Take() {
-    return va_arg(list, V);
-  }
-
-  va_list list;
-};
-
-std::int64_t TakeSigned(ArgumentList& arguments, Size size) {
+std::int64_t TakeSigned(PrintfArguments& arguments, Size size, int position) {
   switch (size) {
     case Size::kChar:
-      return static_cast<signed char>(arguments.Take<int>());
+      return static_cast<signed char>(arguments.Take<int>(position));
     case Size::kShort:
-      return static_cast<short>(arguments.Take<int>());
+      return static_cast<short>(arguments.Take<int>(position));
     case Size::kNone:
-      return arguments.Take<int>();
+      return arguments.Take<int>(position);
     default:
-      return arguments.Take<std::int64_t>();
+      return arguments.Take<std::int64_t>(position);
   }
 }
 
-std::uint64_t TakeUnsigned(ArgumentList& arguments, Size size) {
+std::uint64_t TakeUnsigned(PrintfArguments& arguments, Size size, int position) {
+  const auto value = static_cast<std::uint64_t>(TakeSigned(arguments, size, position));
   switch (size) {
     case Size::kChar:
-      return static_cast<unsigned char>(arguments.Take<int>());
+      return static_cast<unsigned char>(value);
     case Size::kShort:
-      return static_cast<unsigned short>(arguments.Take<int>());
+      return static_cast<unsigned short>(value);
     case Size::kNone:
-      return arguments.Take<unsigned int>();
+      return static_cast<unsigned int>(value);
     default:
-      return arguments.Take<std::uint64_t>();
+      return value;
   }
 }
 
@@ -94,7 +81,7 @@ class Formatter {
 
   // Returns the whole length, or -1.
   int Run(const T* format) {
-    const bool good = RunAll(format);
+    const bool good = arguments_.ReadPositions(format) && RunAll(format);
     output_.Terminate();
     return good ? output_.Length() : -1;
   }
@@ -119,13 +106,13 @@ class Formatter {
   const T* RunOne(const T* format) {
     Conversion conversion;
     format = ParsePrintfConversion(format, conversion);
-    if (format == nullptr || !TakeAmounts(conversion) || !Emit(conversion)) return nullptr;
-    return format;
+    if (format == nullptr || !arguments_.CanServe(conversion)) return nullptr;
+    return TakeAmounts(conversion) && Emit(conversion) ? format : nullptr;
   }
 
   bool TakeAmounts(Conversion& conversion) {
     if (conversion.width.source == Source::kArgument) {
-      conversion.width.value = arguments_.Take<int>();
+      conversion.width.value = arguments_.Take<int>(conversion.width.position);
       if (conversion.width.value == INT_MIN) return false;
     }
     if (conversion.width.value < 0) {
@@ -133,7 +120,7 @@ class Formatter {
       conversion.width.value = -conversion.width.value;
     }
     if (conversion.precision.source == Source::kArgument) {
-      conversion.precision.value = arguments_.Take<int>();
+      conversion.precision.value = arguments_.Take<int>(conversion.precision.position);
     }
     if (conversion.precision.value < 0) conversion.precision.value = -1;
     return true;
@@ -197,14 +184,14 @@ class Formatter {
   }
 
   void EmitSigned(const Conversion& conversion) {
-    const std::int64_t value = TakeSigned(arguments_, conversion.size);
+    const std::int64_t value = TakeSigned(arguments_, conversion.size, conversion.position);
     const auto bits = static_cast<std::uint64_t>(value);
     const char* sign = value < 0 ? "-" : conversion.plus ? "+" : conversion.blank ? " " : "";
     EmitInteger(conversion, value < 0 ? 0 - bits : bits, sign);
   }
 
   void EmitUnsigned(const Conversion& conversion) {
-    const std::uint64_t value = TakeUnsigned(arguments_, conversion.size);
+    const std::uint64_t value = TakeUnsigned(arguments_, conversion.size, conversion.position);
     const bool prefixed = conversion.alternate && value != 0;
     const char* prefix = !prefixed                  ? ""
                          : conversion.letter == 'x' ? "0x"
@@ -236,7 +223,8 @@ class Formatter {
   }
 
   void EmitPointer(const Conversion& conversion) {
-    const auto value = reinterpret_cast<std::uintptr_t>(arguments_.Take<void*>());
+    const auto value =
+        reinterpret_cast<std::uintptr_t>(arguments_.Take<void*>(conversion.position));
     Conversion plain;
     plain.letter = 'X';
     plain.left = conversion.left;
@@ -254,7 +242,7 @@ class Formatter {
   }
 
   void EmitCharacter(const Conversion& conversion) {
-    const int value = arguments_.Take<int>();
+    const int value = arguments_.Take<int>(conversion.position);
     if (IsOwnWidth(conversion)) {
       const T character = static_cast<T>(value);
       PutPadded(conversion, &character, 1);
@@ -275,10 +263,10 @@ class Formatter {
 
   bool EmitText(const Conversion& conversion) {
     if (IsOwnWidth(conversion)) {
-      EmitOwn(conversion, arguments_.Take<const T*>());
+      EmitOwn(conversion, arguments_.Take<const T*>(conversion.position));
       return true;
     }
-    const Other* text = arguments_.Take<const Other*>();
+    const Other* text = arguments_.Take<const Other*>(conversion.position);
     if (text != nullptr) return EmitOther(conversion, text);
     EmitNull(conversion);
     return true;
@@ -319,9 +307,9 @@ class Formatter {
     char format[16];
     WriteFloatFormat(conversion, format);
     if (conversion.size == Size::kLongDouble) {
-      return EmitFloatAs(conversion, format, arguments_.Take<long double>());
+      return EmitFloatAs(conversion, format, arguments_.Take<long double>(conversion.position));
     }
-    return EmitFloatAs(conversion, format, arguments_.Take<double>());
+    return EmitFloatAs(conversion, format, arguments_.Take<double>(conversion.position));
   }
 
   static void WriteFloatFormat(const Conversion& conversion, char* format) {
@@ -360,7 +348,7 @@ class Formatter {
 #pragma GCC diagnostic pop
 
   PrintfOutput<T> output_;
-  ArgumentList arguments_;
+  PrintfArguments arguments_;
   int error_number_;
 };
 

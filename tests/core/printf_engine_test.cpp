@@ -93,6 +93,21 @@ TEST(Printf, PrintsTheRestAsTheCLibrary) {
   EXPECT_STREQ(text.GetString(), "No such file or directory|     No such file or directory");
 }
 
+TEST(Printf, TakesArgumentsByPosition) {
+  ExpectAsTheCLibrary("%2$hs %1$hs %2$.1hs", "one", "two");
+  ExpectAsTheCLibrary("%% %1$d %3$*2$.*4$Lf|%5$lld|%1$x|%6$c|%7$-8.2f|%%|%8$hhd", 255, 12, 2.5L, 3,
+                      INT64_MAX, 'c', 1.25, 300);
+  for (const char* format : {"%2$d", "%d %2$d", "%1$d %d", "%1$d %1$f", "%65$d", "%0$d", "%1$*d",
+                             "%1$d %2$k", "%1$", "%*2$d"}) {
+    CBaseStringA text("before");
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    text.Format(format, 1, 2, 3);
+#pragma GCC diagnostic pop
+    EXPECT_EQ(text.GetLength(), 0) << format;
+  }
+}
+
 TEST(Printf, PrintsTextOfEitherWidth) {
   const char* narrow = "na\xC3\xAFve";
   const WCHAR* wide = u"Gr\u00fc\u00dfe";
