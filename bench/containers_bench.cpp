@@ -78,25 +78,29 @@ void SortPeer(long long times) {
   }
 }
 
-CPtrListCtrl& OurList(int count) {
-  static CPtrListCtrl small;
-  static CPtrListCtrl large;
-  CPtrListCtrl& list = count < 10000 ? small : large;
-  while (list.GetCount() < count) list.AddData(Entry(list.GetCount()), -1);
-  return list;
-}
+// Filled in turns, so that both find their nodes in a heap of the same shape.
+template <int Count>
+struct Lists {
+  Lists() {
+    for (int i = 0; i < Count; ++i) {
+      ours.AddData(Entry(i), -1);
+      peer.push_back(Entry(i));
+    }
+  }
 
-std::list<const void*>& PeerList(int count) {
-  static std::list<const void*> small;
-  static std::list<const void*> large;
-  std::list<const void*>& list = count < 10000 ? small : large;
-  for (int i = static_cast<int>(list.size()); i < count; ++i) list.push_back(Entry(i));
-  return list;
+  CPtrListCtrl ours;
+  std::list<const void*> peer;
+};
+
+template <int Count>
+Lists<Count>& TheLists() {
+  static Lists<Count> lists;
+  return lists;
 }
 
 template <int Count>
 void LoopOurs(long long times) {
-  CPtrListCtrl& list = OurList(Count);
+  CPtrListCtrl& list = TheLists<Count>().ours;
   for (long long i = 0; i < times; ++i) {
     std::uintptr_t sum = 0;
     for (int k = 0; k < Count; ++k) sum += reinterpret_cast<std::uintptr_t>(list.GetAt(k));
@@ -106,7 +110,7 @@ void LoopOurs(long long times) {
 
 template <int Count>
 void LoopPeer(long long times) {
-  const std::list<const void*>& list = PeerList(Count);
+  const std::list<const void*>& list = TheLists<Count>().peer;
   for (long long i = 0; i < times; ++i) {
     std::uintptr_t sum = 0;
     for (const void* entry : list) sum += reinterpret_cast<std::uintptr_t>(entry);

@@ -16,7 +16,12 @@ class QVX_API CPtrArrayCtrl : public CPtrCtrl {
   ~CPtrArrayCtrl() override;
 
   int Set(int index, const void* data) override;
-  int AddData(const void* data, int position) override;
+  int AddData(const void* data, int position) override {
+    // What most calls do, to the end of a table that stays as it is, is worth inlining.
+    if (!FitsOneMore() || (position >= 0 && position < mCount)) return Insert(data, position);
+    mTable[mCount] = data;
+    return mCount++;
+  }
 
   // A null or empty source gives -1. For an array, and for this object itself, the index of
   // the first entry inserted. For another source -1 when position is -1, else position raised
@@ -25,7 +30,9 @@ class QVX_API CPtrArrayCtrl : public CPtrCtrl {
 
   int CopyPtrCtrl(CPtrCtrl* source) override;
   bool IsDataAvailable(int index) override;
-  const void* GetAt(int index) override;
+  const void* GetAt(int index) override {
+    return index >= 0 && index < mCount ? mTable[index] : nullptr;
+  }
   const void* GetHead() override;
   const void* GetTail() override;
 
@@ -62,6 +69,11 @@ class QVX_API CPtrArrayCtrl : public CPtrCtrl {
   const void** GetDataPtr() { return mTable; }
 
  private:
+  // Whether the table keeps its size when an entry comes.
+  bool FitsOneMore() const {
+    return mCount < mCapability && (mCount < 32 || mCount + 1 >= mCapability / 2);
+  }
+  int Insert(const void* data, int position);
   bool FindDataAtPos(int index, const void* key, int (*match)(const void*, const void*));
   void SetFindData(int origin, int backward, int forward);
   static int IncreaseCapability(int capability, int needed);

@@ -34,7 +34,16 @@ class QVX_API CPtrListCtrl : public CPtrCtrl {
   int AddPtrCtrl(CPtrCtrl* source, int position) override;
   int CopyPtrCtrl(CPtrCtrl* source) override;
   bool IsDataAvailable(int index) override;
-  const void* GetAt(int index) override;
+  const void* GetAt(int index) override {
+    // A loop over the indices takes the next node; anything else is a search.
+    if (index == mCurrentIndex + 1 && index != 0 && index < mCount) {
+      mCurrentNode = mCurrentNode->next;
+      mCurrentIndex = index;
+      return mCurrentNode->data;
+    }
+    const tagDATALIST* node = SearchToPos(index);
+    return node != nullptr ? node->data : nullptr;
+  }
   const void* GetHead() override;
   const void* GetTail() override;
 

@@ -56,7 +56,7 @@ int CPtrArrayCtrl::Set(int index, const void* data) {
   return index;
 }
 
-int CPtrArrayCtrl::AddData(const void* data, int position) {
+int CPtrArrayCtrl::Insert(const void* data, int position) {
   OnSizeChange(Sum(mCount, 1));
   if (position < 0 || position > mCount) position = mCount;
   MoveEntries(mTable + position + 1, mTable + position, mCount - position);
@@ -120,10 +120,6 @@ int CPtrArrayCtrl::CopyPtrCtrl(CPtrCtrl* source) {
 
 bool CPtrArrayCtrl::IsDataAvailable(int index) {
   return index >= 0 && index < mCount;
-}
-
-const void* CPtrArrayCtrl::GetAt(int index) {
-  return CPtrArrayCtrl::IsDataAvailable(index) ? mTable[index] : nullptr;
 }
 
 const void* CPtrArrayCtrl::GetHead() {

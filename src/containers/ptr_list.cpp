@@ -93,11 +93,6 @@ bool CPtrListCtrl::IsDataAvailable(int index) {
   return SearchToPos(index) != nullptr;
 }
 
-const void* CPtrListCtrl::GetAt(int index) {
-  const tagDATALIST* node = SearchToPos(index);
-  return node != nullptr ? node->data : nullptr;
-}
-
 const void* CPtrListCtrl::GetHead() {
   return mHead.next != nullptr ? mHead.next->data : nullptr;
 }

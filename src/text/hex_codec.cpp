@@ -2,14 +2,36 @@
 
 #include <algorithm>
 
+// The best target is chosen below: the dispatcher of the Highway library would bring its shared
+// library along, which spends milliseconds on its timer when it is loaded. One target beside the
+// baseline is enough for this.
+#define HWY_DISABLED_TARGETS (HWY_SSSE3 | HWY_SSE4 | HWY_AVX3 | HWY_AVX3_DL)
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "text/hex_codec.cpp"
 #include <hwy/foreach_target.h>
 
 #include <hwy/highway.h>
 
+#ifndef QVX_TEXT_HEX_LOOPS
+#define QVX_TEXT_HEX_LOOPS
+namespace qvx::text {
+namespace {
+
+// The wide loops of one target. They do whole vectors and return how many bytes.
+struct Loops {
+  std::size_t (*encode8)(const std::uint8_t*, std::size_t, HexStyle, std::uint8_t*);
+  std::size_t (*encode16)(const std::uint8_t*, std::size_t, HexStyle, std::uint16_t*);
+  std::size_t (*decode8)(const std::uint8_t*, std::size_t, std::uint8_t*);
+  std::size_t (*decode16)(const std::uint16_t*, std::size_t, std::uint8_t*);
+};
+
+}  // namespace
+}  // namespace qvx::text
+#endif
+
 HWY_BEFORE_NAMESPACE();
 namespace qvx::text {
+namespace {
 namespace HWY_NAMESPACE {
 
 namespace hn = hwy::HWY_NAMESPACE;
@@ -100,24 +122,11 @@ std::size_t Decode(const Lane* text, std::size_t pairs, std::uint8_t* out) {
   return done;
 }
 
-std::size_t Encode8(const std::uint8_t* data, std::size_t size, HexStyle style, std::uint8_t* out) {
-  return Encode(data, size, style, out);
-}
-
-std::size_t Encode16(const std::uint8_t* data, std::size_t size, HexStyle style,
-                     std::uint16_t* out) {
-  return Encode(data, size, style, out);
-}
-
-std::size_t Decode8(const std::uint8_t* text, std::size_t pairs, std::uint8_t* out) {
-  return Decode(text, pairs, out);
-}
-
-std::size_t Decode16(const std::uint16_t* text, std::size_t pairs, std::uint8_t* out) {
-  return Decode(text, pairs, out);
-}
+inline constexpr Loops kLoops = {&Encode<std::uint8_t>, &Encode<std::uint16_t>,
+                                 &Decode<std::uint8_t>, &Decode<std::uint16_t>};
 
 }  // namespace HWY_NAMESPACE
+}  // namespace
 }  // namespace qvx::text
 HWY_AFTER_NAMESPACE();
 
@@ -125,25 +134,29 @@ HWY_AFTER_NAMESPACE();
 namespace qvx::text {
 namespace {
 
-HWY_EXPORT(Encode8);
-HWY_EXPORT(Encode16);
-HWY_EXPORT(Decode8);
-HWY_EXPORT(Decode16);
+const Loops& BestLoops() {
+#if HWY_TARGETS & HWY_AVX2 && HWY_STATIC_TARGET != HWY_AVX2
+  static const bool wide = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
+                           __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("fma");
+  if (wide) return N_AVX2::kLoops;
+#endif
+  return HWY_STATIC_DISPATCH(kLoops);
+}
 
 std::size_t EncodeWide(const std::uint8_t* data, std::size_t size, HexStyle style, char* out) {
-  return HWY_DYNAMIC_DISPATCH(Encode8)(data, size, style, reinterpret_cast<std::uint8_t*>(out));
+  return BestLoops().encode8(data, size, style, reinterpret_cast<std::uint8_t*>(out));
 }
 
 std::size_t EncodeWide(const std::uint8_t* data, std::size_t size, HexStyle style, WCHAR* out) {
-  return HWY_DYNAMIC_DISPATCH(Encode16)(data, size, style, reinterpret_cast<std::uint16_t*>(out));
+  return BestLoops().encode16(data, size, style, reinterpret_cast<std::uint16_t*>(out));
 }
 
 std::size_t DecodeWide(const char* text, std::size_t pairs, std::uint8_t* out) {
-  return HWY_DYNAMIC_DISPATCH(Decode8)(reinterpret_cast<const std::uint8_t*>(text), pairs, out);
+  return BestLoops().decode8(reinterpret_cast<const std::uint8_t*>(text), pairs, out);
 }
 
 std::size_t DecodeWide(const WCHAR* text, std::size_t pairs, std::uint8_t* out) {
-  return HWY_DYNAMIC_DISPATCH(Decode16)(reinterpret_cast<const std::uint16_t*>(text), pairs, out);
+  return BestLoops().decode16(reinterpret_cast<const std::uint16_t*>(text), pairs, out);
 }
 
 template <typename T>

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <new>
@@ -18,6 +19,16 @@ using qvx::text::HexStyle;
 
 namespace {
 
+// Whether Set would leave the string as it is.
+template <typename T>
+bool HoldsSame(const CBaseStringT<T>& string, const CBaseStringT<T>& other) {
+  const int length = string.GetLength();
+  if (length != other.GetLength()) return false;
+  const auto bytes = static_cast<std::size_t>(length) * sizeof(T);
+  return std::memcmp(string.GetString(), other.GetString(), bytes) == 0 ||
+         string.Equal(&other, 1) != 0;
+}
+
 // Sets out to length characters that fill writes, as Set would, but without a second copy.
 template <typename T, typename Fill>
 void SetFilled(CBaseStringT<T>& out, std::int64_t length, Fill fill) {
@@ -25,7 +36,7 @@ void SetFilled(CBaseStringT<T>& out, std::int64_t length, Fill fill) {
   CBaseStringT<T> filled;
   T* text = StringAccess::Reset(filled, static_cast<int>(length));
   if (text != nullptr) fill(text);
-  if (out.GetLength() == filled.GetLength() && out.Equal(&filled, 1) != 0) return;
+  if (HoldsSame(out, filled)) return;
   StringAccess::Swap(out, filled);
 }
 
