@@ -154,6 +154,27 @@ void CopyOwner(const File& to, const struct stat& status) {
   fchmod(to.Descriptor(), status.st_mode & 0777);
 }
 
+// A temporary that goes again unless it is kept.
+class Temporary {
+ public:
+  Temporary(const Place& target, File& file, mode_t permissions)
+      : folder_(target.folder), name_(MakeTemporaryBeside(target, file, permissions)) {}
+  ~Temporary() {
+    const int error = errno;
+    if (!name_.empty()) unlinkat(folder_, name_.c_str(), 0);
+    errno = error;
+  }
+  Temporary(const Temporary&) = delete;
+  Temporary& operator=(const Temporary&) = delete;
+
+  bool IsMade() const { return !name_.empty(); }
+  std::string Keep() { return std::exchange(name_, std::string()); }
+
+ private:
+  int folder_;
+  std::string name_;
+};
+
 // Copies into a temporary beside target, complete and closed, and returns its name.
 std::optional<std::string> CopyToTemporary(const Place& from, const Place& target, bool owner) {
   File source;
@@ -161,18 +182,13 @@ std::optional<std::string> CopyToTemporary(const Place& from, const Place& targe
   if (!source.OpenAt(from.folder, from.name, OpenMode::Read(), 0, true)) return std::nullopt;
   if (fstat(source.Descriptor(), &status) != 0) return std::nullopt;
   File copy;
-  const std::string name = MakeTemporaryBeside(target, copy, status.st_mode & 0777);
-  if (name.empty()) return std::nullopt;
-  bool complete = CopyBytes(source, copy);
-  if (complete) {
-    if (owner) CopyOwner(copy, status);
-    const timespec times[2] = {status.st_atim, status.st_mtim};
-    futimens(copy.Descriptor(), times);
-    complete = copy.Close();
-  }
-  if (complete) return name;
-  FailAfter([&] { unlinkat(target.folder, name.c_str(), 0); });
-  return std::nullopt;
+  Temporary temporary(target, copy, status.st_mode & 0777);
+  if (!temporary.IsMade() || !CopyBytes(source, copy)) return std::nullopt;
+  if (owner) CopyOwner(copy, status);
+  const timespec times[2] = {status.st_atim, status.st_mtim};
+  futimens(copy.Descriptor(), times);
+  if (!copy.Close()) return std::nullopt;
+  return temporary.Keep();
 }
 
 bool MoveLinkAcross(const std::string& from, const std::string& to) {

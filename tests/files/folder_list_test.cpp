@@ -7,7 +7,9 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <iterator>
 #include <map>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -15,6 +17,7 @@
 #include "qvx/platform.h"
 #include "qvx/ptr_array.h"
 #include "qvx/ptr_list.h"
+#include "support/failing_new.h"
 #include "support/small_disk.h"
 #include "support/temp_folder.h"
 
@@ -279,6 +282,56 @@ TEST(FolderTree, Copying) {
   ASSERT_EQ(mkfifo(folder.Path("source/sub/p").c_str(), 0600), 0);
   RecursiveCopyDirectoryA(source.c_str(), Library<char>(folder.Path("z")).c_str());
   EXPECT_EQ(recorder.skipped, (Skipped{{folder.Path("source/sub/p"), kSkippedSpecial}}));
+}
+
+std::size_t OpenDescriptors() {
+  const fs::directory_iterator all("/proc/self/fd");
+  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+// Makes each allocation of a call fail in turn, until none is left to fail.
+template <typename Call>
+void WithEachAllocationFailing(Call call) {
+  const std::size_t descriptors = OpenDescriptors();
+  for (int first = 1, failed = 1; failed != 0; ++first) {
+    try {
+      FailingAllocations failing(first);
+      call();
+      failed = failing.Seen() >= first;
+    } catch (const std::bad_alloc&) {
+    }
+    ASSERT_EQ(OpenDescriptors(), descriptors);
+  }
+}
+
+TEST(OutOfMemory, ListsStayWholeAndNothingStaysOpen) {
+  TempFolder folder;
+  fs::create_directories(folder.Path("a_folder_with_a_name/another_one"));
+  WriteFile(folder.Path("a_folder_with_a_name/a_file_with_a_longer_name.txt"), "x");
+  WriteFile(folder.Path("a_folder_with_a_name/another_one/a_file_with_a_name.txt"), "x");
+  const std::string root = Library<char>(folder.Path());
+  CPtrListCtrl list;
+  WithEachAllocationFailing([&] {
+    FreeFileListA(&list);
+    GetSubFolderFileListA(root.c_str(), "a_folder_with_a_name", &list, ".txt", 1, 1);
+  });
+  EXPECT_EQ(list.GetCount(), 2);
+  FreeFileListA(&list);
+}
+
+TEST(OutOfMemory, CopiesLeaveNoTemporary) {
+  TempFolder folder;
+  fs::create_directories(folder.Path("source/sub"));
+  WriteFile(folder.Path("source/sub/f"), "content");
+  const std::string source = Library<char>(folder.Path("source"));
+  const std::string target = Library<char>(folder.Path("target"));
+  WithEachAllocationFailing([&] { RecursiveCopyDirectoryA(source.c_str(), target.c_str()); });
+  Names found;
+  for (const auto& entry : fs::recursive_directory_iterator(folder.Path("target"))) {
+    found.push_back(entry.path().filename().string());
+  }
+  EXPECT_EQ(Sorted(found), (Names{"f", "sub"}));
+  EXPECT_EQ(ReadWhole(folder.Path("target/sub/f")), "content");
 }
 
 }  // namespace
