@@ -1,6 +1,7 @@
 #include "qvx/udp_socket.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <string>
 
@@ -108,8 +109,10 @@ int CUDPSocket::Bind(const char* localAddress, unsigned short port) {
 int CUDPSocket::BindAddress(const char* localAddress, unsigned short port) {
   mLocalNumber = 0;
   mInterface = 0;
-  if (localAddress != nullptr && !platform::ParseIpv4(localAddress, &mLocalNumber)) {
-    mLocalNumber = kLimitedBroadcast;
+  if (localAddress != nullptr &&
+      (!platform::ParseIpv4(localAddress, &mLocalNumber) || mLocalNumber == kLimitedBroadcast)) {
+    platform::SetLastSocketError(EADDRNOTAVAIL);
+    return 0;
   }
   if (mLocalNumber != 0) {
     if (!IsOwnAddress(mLocalNumber)) return 0;

@@ -110,7 +110,9 @@ Peer::Peer(unsigned short port, int receive_buffer) {
   if (connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0) Close();
 }
 
-Peer::~Peer() { Close(); }
+Peer::~Peer() {
+  Close();
+}
 
 Peer::Peer(Peer&& other) noexcept
     : fd_(std::exchange(other.fd_, -1)),
@@ -174,7 +176,9 @@ std::optional<Packet> Peer::Receive() {
   return packet;
 }
 
-bool Peer::IsEnded() { return ReceiveBytes(1).empty(); }
+bool Peer::IsEnded() {
+  return ReceiveBytes(1).empty();
+}
 
 LogLines::LogLines() {
   DbgOutputSetDisplayType(5);
@@ -200,10 +204,16 @@ int LogLines::Count(const std::string& text) {
   return static_cast<int>(std::count(lines_.begin(), lines_.end(), text));
 }
 
-bool LogLines::Contains(const std::string& text) { return Count(text) > 0; }
+bool LogLines::Contains(const std::string& text) {
+  return Count(text) > 0;
+}
 
-int CountDescriptors() { return CountEntries("/proc/self/fd"); }
+int CountDescriptors() {
+  return CountEntries("/proc/self/fd");
+}
 
-int CountThreads() { return CountEntries("/proc/self/task"); }
+int CountThreads() {
+  return CountEntries("/proc/self/task");
+}
 
 }  // namespace qvx::test

@@ -82,6 +82,7 @@ bool NetworkLab::Build() {
       return false;
     }
     if (!Run(host, "ip link set lo up && ip link set " + interface + " up")) return false;
+    if (!Run(host, "ip route add default dev " + interface)) return false;
   }
   return true;
 }
