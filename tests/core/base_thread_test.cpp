@@ -5,7 +5,10 @@
 #include <pthread.h>
 #include <signal.h>
 
+#include <filesystem>
 #include <functional>
+#include <iterator>
+#include <memory>
 #include <new>
 #include <string>
 #include <thread>
@@ -34,7 +37,8 @@ class Worker : public IThreadFuncInterface {
 
   int Calls() const { return calls_; }
   std::uint64_t Context() const { return context_; }
-  void AwaitCall() { EXPECT_EQ(1, called_.Wait(kLong)); }
+  void AwaitCall() { EXPECT_TRUE(IsCalledWithin(kLong)); }
+  bool IsCalledWithin(std::uint64_t limit) { return called_.Wait(limit) != 0; }
 
  private:
   std::function<int(int)> body_;
@@ -56,6 +60,16 @@ class Stepper : public Worker {
 
 void AwaitExit(CBaseThread& thread) {
   while (thread.IsThreadExit() == 0) std::this_thread::yield();
+}
+
+std::ptrdiff_t CountThreads() {
+  const std::filesystem::directory_iterator tasks("/proc/self/task");
+  return std::distance(begin(tasks), end(tasks));
+}
+
+// Until threads that nobody joins are gone, and with them their use of the test's objects.
+void AwaitThreadCount(std::ptrdiff_t count) {
+  while (CountThreads() > count) std::this_thread::yield();
 }
 
 void AwaitDetach(CBaseThread& thread) {
@@ -143,23 +157,40 @@ TEST(BaseThread, StartsAgainAfterTheEndWithOrWithoutAStop) {
   }
 }
 
-TEST(BaseThread, ParksWhilePaused) {
-  Stepper worker;
+// Its thread pauses itself in each call.
+struct SelfPauser : Worker {
+  SelfPauser()
+      : Worker([this](int) {
+          thread.PauseThread();
+          return 1;
+        }) {}
   CBaseThread thread;
-  thread.StartThread("pause", &worker, 0, 0, 0, 0);
-  worker.Step();
-  thread.PauseThread();
-  worker.permit.Set();  // the call that may have begun already goes on
-  worker.permit.Wait(5);
-  const int calls = worker.Calls();
-  EXPECT_LE(calls, 2);
-  thread.ResumeThread();
-  worker.permit.Set();
-  while (worker.Calls() == calls) std::this_thread::yield();
-  worker.permit.Set();
-  thread.PauseThread();
-  thread.StopThread();
-  ExpectIdle(thread);
+};
+
+TEST(BaseThread, ParksWhilePaused) {
+  SelfPauser worker;
+  worker.thread.StartThread("pause", &worker, 0, 0, 0, 0);
+  worker.AwaitCall();
+  EXPECT_FALSE(worker.IsCalledWithin(20));
+  worker.thread.ResumeThread();
+  worker.AwaitCall();
+  worker.thread.StopThread();
+  ExpectIdle(worker.thread);
+  EXPECT_EQ(2, worker.Calls());
+}
+
+TEST(BaseThread, AnImmediateStopEndsAParkedThread) {
+  const std::ptrdiff_t before = CountThreads();
+  for (int i = 0; i < 50; ++i) {
+    SelfPauser worker;
+    worker.thread.StartThread("parked", &worker, 0, 0, 0, 0);
+    worker.AwaitCall();
+    worker.thread.StopThreadImmediate();
+    worker.thread.PauseThread();
+    ExpectIdle(worker.thread);
+    AwaitThreadCount(before);
+    EXPECT_EQ(1, worker.Calls());
+  }
 }
 
 TEST(BaseThread, AStopLetsTheCallInProgressFinish) {
@@ -221,6 +252,7 @@ TEST(BaseThread, AnAbandonedThreadNeverTouchesTheObjectAgain) {
     CBaseEvent left;
     std::atomic<int> need_exit{-1};
   } state;
+  const std::ptrdiff_t before_all = CountThreads();
   auto thread = std::make_unique<CBaseThread>();
   CBaseThread* raw = thread.get();
   Worker stuck([&](int) {
@@ -248,23 +280,8 @@ TEST(BaseThread, AnAbandonedThreadNeverTouchesTheObjectAgain) {
   EXPECT_EQ(0, thread->IsThreadExit());
   next.permit.Set();
   thread.reset();
+  AwaitThreadCount(before_all);
   EXPECT_EQ(1, stuck.Calls());
-}
-
-TEST(BaseThread, AnImmediateStopEndsAParkedThread) {
-  LogLines lines;
-  for (int i = 0; i < 50; ++i) {
-    Stepper worker;
-    CBaseThread thread;
-    thread.StartThread("parked", &worker, 0, 0, 0, 0);
-    worker.Step();
-    thread.PauseThread();
-    worker.permit.Set();
-    worker.AwaitCall();
-    thread.StopThreadImmediate();
-    thread.PauseThread();
-    ExpectIdle(thread);
-  }
 }
 
 TEST(BaseThread, StopsFromItsOwnThreadWithoutWaiting) {
@@ -282,6 +299,7 @@ TEST(BaseThread, StopsFromItsOwnThreadWithoutWaiting) {
 }
 
 TEST(BaseThread, MayBeDestroyedByItsOwnThread) {
+  const std::ptrdiff_t before = CountThreads();
   CBaseEvent gone;
   auto* thread = new CBaseThread;
   Worker worker([&](int) {
@@ -291,7 +309,8 @@ TEST(BaseThread, MayBeDestroyedByItsOwnThread) {
   });
   thread->StartThread("own", &worker, 0, 0, 0, 0);
   EXPECT_EQ(1, gone.Wait(kLong));
-  worker.AwaitCall();
+  AwaitThreadCount(before);
+  EXPECT_EQ(1, worker.Calls());
 }
 
 TEST(BaseThread, TellsOfAThreadThatCannotBeMade) {
@@ -337,7 +356,6 @@ TEST(BaseThread, TellsTheSystemItsNameStackAndSignalMask) {
   });
   CBaseThread thread;
   thread.StartThread("a name beyond fifteen", &worker, 0, -2, 0x400000, 0);
-  const std::string task = "/proc/self/task/" + std::to_string(thread.GetThreadId());
   AwaitExit(thread);
   thread.StopThread();
   EXPECT_EQ(0x400000u, stack);
@@ -367,6 +385,7 @@ TEST(BaseThread, ACopyHasNoThread) {
 }
 
 TEST(BaseThread, HoldsUnderStress) {
+  const std::ptrdiff_t before = CountThreads();
   CBaseThread shared;
   Worker worker([](int call) { return call % 4; });
   std::vector<std::thread> users;
@@ -383,7 +402,9 @@ TEST(BaseThread, HoldsUnderStress) {
     });
   }
   for (std::thread& user : users) user.join();
+  shared.StopThread();
   ExpectIdle(shared);
+  AwaitThreadCount(before);
 }
 
 }  // namespace

@@ -216,7 +216,9 @@ TEST(WaitMultiEvent, AnyTakesTheLowestSignalled) {
     EXPECT_EQ(count / 3, row.Wait(false, kLong));
     row[count / 3].Reset();
     EXPECT_EQ(count == 1 ? kTimedOut : count - 1, row.Wait(false, 0));
-    if (count == 200) EXPECT_EQ(1, row[199].Wait(0));  // manual-reset: not cleared
+    if (count % 2 == 0) {
+      EXPECT_EQ(1, row[count - 1].Wait(0));  // manual-reset: not cleared
+    }
     EXPECT_EQ(0, row[0].IsWaiting());
   }
 }
