@@ -149,7 +149,6 @@ void CBaseThread::StopThread() {
   if (own != nullptr && own->BelongsTo(*this)) {
     mNeedExit.store(1);
     own->AskToExit();
-    own->OpenGate();
     return;
   }
   CAutoBaseLock guard(&mLock);

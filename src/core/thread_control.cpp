@@ -105,6 +105,10 @@ void ThreadControl::Abandon() {
     released_ = true;
   }
   AskToExit();
+}
+
+void ThreadControl::AskToExit() {
+  need_exit_.store(1);
   leave_.Set();
 }
 

@@ -37,10 +37,9 @@ class ThreadControl {
   bool BelongsTo(const CBaseThread& object);
   bool Started(const CBaseThread& object) const { return starter_ == &object; }
 
-  void AskToExit() { need_exit_.store(1); }
+  // Also lets a parked loop look at the flag, and keeps it from being parked again.
+  void AskToExit();
   int NeedExit() const;
-  // Lets a parked loop look at the flag.
-  void OpenGate() { gate_.Set(); }
 
   // False if the thread has released itself already, and with it the object.
   bool ClaimJoin();
@@ -69,7 +68,7 @@ class ThreadControl {
   std::atomic<int> need_exit_{0};
   const Task task_;
   CBaseEvent gate_;
-  CBaseEvent leave_;  // signalled for an abandoned thread, whatever the gate does
+  CBaseEvent leave_;  // once the thread shall end, whatever the gate does
   const std::uint32_t generation_;
   const std::uint32_t serial_;
   char name_[128];

@@ -8,9 +8,9 @@
 
 #include "platform/clock.h"
 #include "platform/event.h"
+#include "support/debug_lines.h"
 #include "support/failing_new.h"
 #include "support/fault_plan.h"
-#include "support/log_lines.h"
 
 namespace qvx::test {
 namespace {
@@ -140,7 +140,7 @@ TEST(BaseEvent, CopiesNameTheSameEvent) {
 }
 
 TEST(BaseEvent, LivesOnWithoutMemory) {
-  LogLines lines;
+  DebugLines lines;
   CBaseEvent* slot = nullptr;
   alignas(CBaseEvent) unsigned char place[sizeof(CBaseEvent)];
   {
