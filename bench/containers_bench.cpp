@@ -100,10 +100,10 @@ Lists<Count>& TheLists() {
 
 template <int Count>
 void LoopOurs(long long times) {
-  CPtrListCtrl& list = TheLists<Count>().ours;
+  Lists<Count>& lists = TheLists<Count>();
   for (long long i = 0; i < times; ++i) {
     std::uintptr_t sum = 0;
-    for (int k = 0; k < Count; ++k) sum += reinterpret_cast<std::uintptr_t>(list.GetAt(k));
+    for (int k = 0; k < Count; ++k) sum += reinterpret_cast<std::uintptr_t>(lists.ours.GetAt(k));
     benchmark::DoNotOptimize(sum);
   }
 }

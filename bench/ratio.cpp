@@ -13,8 +13,11 @@
 namespace qvx::bench {
 namespace {
 
-constexpr double kTurnNanoseconds = 10e6;
-constexpr int kTurns = 21;
+// Turns are short, so that few of them are interrupted, and many, so that those don't count.
+constexpr double kTurnNanoseconds = 1e6;
+constexpr double kPairNanoseconds = 1e9;
+constexpr int kFewestTurns = 11;
+constexpr int kMostTurns = 401;
 
 std::vector<Pair>& Pairs() {
   static std::vector<Pair> pairs;
@@ -52,7 +55,11 @@ bool MeasurePair(const Pair& pair) {
   std::vector<double> ours;
   std::vector<double> peer;
   std::vector<double> ratios;
-  for (int turn = 0; turn < kTurns; ++turn) {
+  const double both = Nanoseconds(pair.ours, our_times) * static_cast<double>(our_times) +
+                      Nanoseconds(pair.peer, peer_times) * static_cast<double>(peer_times);
+  const int turns =
+      static_cast<int>(std::clamp<double>(kPairNanoseconds / both, kFewestTurns, kMostTurns));
+  for (int turn = 0; turn < turns; ++turn) {
     const bool ours_first = turn % 2 == 0;
     if (ours_first) ours.push_back(Nanoseconds(pair.ours, our_times));
     peer.push_back(Nanoseconds(pair.peer, peer_times));

@@ -17,8 +17,10 @@ class QVX_API CPtrArrayCtrl : public CPtrCtrl {
 
   int Set(int index, const void* data) override;
   int AddData(const void* data, int position) override {
-    // What most calls do, to the end of a table that stays as it is, is worth inlining.
-    if (!FitsOneMore() || (position >= 0 && position < mCount)) return Insert(data, position);
+    // Adding at the end of a table that keeps its size is what most calls do.
+    if (mCount >= mSteadyUntil || (position >= 0 && position < mCount)) {
+      return Insert(data, position);
+    }
     mTable[mCount] = data;
     return mCount++;
   }
@@ -69,10 +71,6 @@ class QVX_API CPtrArrayCtrl : public CPtrCtrl {
   const void** GetDataPtr() { return mTable; }
 
  private:
-  // Whether the table keeps its size when an entry comes.
-  bool FitsOneMore() const {
-    return mCount < mCapability && (mCount < 32 || mCount + 1 >= mCapability / 2);
-  }
   int Insert(const void* data, int position);
   bool FindDataAtPos(int index, const void* key, int (*match)(const void*, const void*));
   void SetFindData(int origin, int backward, int forward);
@@ -80,6 +78,7 @@ class QVX_API CPtrArrayCtrl : public CPtrCtrl {
   static int DecreaseCapability(int capability, int needed);
   int FittingCapability(int newCount) const;
   bool OnSizeChange(int newCount);
+  void UpdateSteady();
   void InstallTable(const void** table, int capability);
   int InsertTable(const void* const* entries, int count, int position);
   int InsertOneByOne(CPtrCtrl* source, int position);
@@ -89,4 +88,5 @@ class QVX_API CPtrArrayCtrl : public CPtrCtrl {
   int mCount = 0;
   int mCapability = 0;
   tagPTRFINDDATA mFind;
+  int mSteadyUntil = 0;  // up to this count an added entry leaves the table as it is
 };

@@ -62,6 +62,7 @@ int CPtrArrayCtrl::Insert(const void* data, int position) {
   MoveEntries(mTable + position + 1, mTable + position, mCount - position);
   mTable[position] = data;
   ++mCount;
+  UpdateSteady();
   return position;
 }
 
@@ -86,6 +87,7 @@ int CPtrArrayCtrl::InsertTable(const void* const* entries, int count, int positi
   MoveEntries(mTable + position + count, mTable + position, mCount - position);
   CopyEntries(mTable + position, entries, count);
   mCount += count;
+  UpdateSteady();
   return position;
 }
 
@@ -115,6 +117,7 @@ int CPtrArrayCtrl::CopyPtrCtrl(CPtrCtrl* source) {
   std::swap(mTable, copy.mTable);
   std::swap(mCount, copy.mCount);
   std::swap(mCapability, copy.mCapability);
+  std::swap(mSteadyUntil, copy.mSteadyUntil);
   return mCount;
 }
 
@@ -175,6 +178,7 @@ const void* CPtrArrayCtrl::DeleteAt(int index, int count) {
 void CPtrArrayCtrl::CloseGap(int index, int count) {
   MoveEntries(mTable + index, mTable + index + count, mCount - index - count);
   mCount -= count;
+  UpdateSteady();
 }
 
 const void* CPtrArrayCtrl::DeleteHead() {
@@ -188,6 +192,7 @@ const void* CPtrArrayCtrl::DeleteTail() {
 void CPtrArrayCtrl::DeleteAll() {
   InstallTable(nullptr, 0);
   mCount = 0;
+  UpdateSteady();
 }
 
 bool CPtrArrayCtrl::MoveData(int from, int count, int to) {
@@ -263,4 +268,12 @@ void CPtrArrayCtrl::InstallTable(const void** table, int capability) {
   ::operator delete(mTable);
   mTable = table;
   mCapability = capability;
+  UpdateSteady();
+}
+
+// A table that removals left too large for its entries shrinks at the next entry beyond 32; the
+// others stay as they are until they are full.
+void CPtrArrayCtrl::UpdateSteady() {
+  const bool roomy = mCapability > 2 * kLeastCapability && mCount + 1 < mCapability / 2;
+  mSteadyUntil = roomy ? 0 : mCapability;
 }
