@@ -187,18 +187,19 @@ inline int CBaseStringT<T>::Measure(const T* text) {
 template <typename T>
 inline void CBaseStringT<T>::AppendInternal(const T* text, int len) {
   if (text == nullptr || len == 0) return;
-  if (len >= mCapability - mLength) {
+  const int length = mLength;
+  if (len >= mCapability - length) {
     AppendGrowing(text, len);
     return;
   }
-  T* end = mText + mLength;
+  T* end = mText + length;
   if (len == 1) {
     *end = *text;
   } else {
     std::memmove(end, text, static_cast<std::size_t>(len) * sizeof(T));
   }
-  mLength += len;
-  mText[mLength] = T();
+  end[len] = T();
+  mLength = length + len;
 }
 
 extern template class QVX_API CBaseStringT<char>;

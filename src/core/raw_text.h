@@ -57,9 +57,15 @@ bool MatchAll(const T* left, const T* right, std::size_t count) {
   return true;
 }
 
+template <typename T>
+bool SameCharacters(const T* left, const T* right, std::size_t count) {
+  return count == 0 || std::memcmp(left, right, count * sizeof(T)) == 0;
+}
+
 // Compares count characters, or fewer where both texts end before.
 template <typename T>
 bool EqualUpToNul(const T* left, const T* right, std::size_t count, bool ignore_case) {
+  if (SameCharacters(left, right, count)) return true;
   for (std::size_t i = 0; i < count; ++i) {
     if (ignore_case ? !Matches(left[i], right[i]) : left[i] != right[i]) return false;
     if (left[i] == T()) return true;
