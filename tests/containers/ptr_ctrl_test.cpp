@@ -9,12 +9,14 @@
 #include <new>
 #include <random>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "containers/ptr_support.h"
 #include "qvx/base_buffer.h"
-#include "qvx/debug_output.h"
 #include "qvx/ptr_array.h"
 #include "qvx/ptr_list.h"
+#include "support/debug_lines.h"
 #include "support/failing_new.h"
 #include "support/fault_plan.h"
 
@@ -348,26 +350,16 @@ TYPED_TEST(PtrCtrl, KeepsItsEntriesWithoutMemory) {
   ExpectUnchangedWithoutMemory(list, [&] { c.FindAll(&list, Entry(7), &SameDigit); });
 }
 
-void CollectLine(std::string& all, const char* line, int length) {
-  const std::string text(line, static_cast<std::size_t>(length));
-  const std::size_t arrow = text.find("=> ");
-  all += arrow == text.npos ? text : text.substr(arrow + 3);
-}
-
 TYPED_TEST(PtrCtrl, DumpsItsEntries) {
   Fill(this->container_, {7, 8, 18446});
-  std::string lines;
-  const DbgOutputCallback collect = [](void* context, int level, const char* line, int length) {
-    if (level == 2) CollectLine(*static_cast<std::string*>(context), line, length);
-    return 0;
-  };
-  DbgOutputAddCallback(collect, &lines);
+  const DebugLines lines;
   this->container_.Dump(true);
   this->container_.Dump(false);
-  DbgOutputDelCallback(collect);
-  EXPECT_EQ(lines,
-            "Dump, Asce\r\n7\r\n8\r\n18446\r\n"
-            "Dump, Desc\r\n18446\r\n8\r\n7\r\n");
+  using Line = std::pair<int, std::string>;
+  const std::vector<Line> expected = {
+      {2, "Dump, Asce\r\n"}, {2, "7\r\n"},     {2, "8\r\n"}, {2, "18446\r\n"},
+      {2, "Dump, Desc\r\n"}, {2, "18446\r\n"}, {2, "8\r\n"}, {2, "7\r\n"}};
+  EXPECT_EQ(lines.All(), expected);
 }
 
 TYPED_TEST(PtrCtrl, SumsBufferLengths) {

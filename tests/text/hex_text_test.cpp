@@ -6,7 +6,7 @@
 #include <new>
 #include <string>
 
-#include "qvx/debug_output.h"
+#include "support/debug_lines.h"
 #include "support/failing_new.h"
 #include "support/fault_plan.h"
 
@@ -79,21 +79,16 @@ TEST(HexText, DumpsLines) {
 }
 
 TEST(HexText, LogsADump) {
-  std::string lines;
-  const DbgOutputCallback collect = [](void* context, int, const char* line, int length) {
-    const std::string text(line, static_cast<std::size_t>(length));
-    *static_cast<std::string*>(context) += text.substr(text.find("=> ") + 3);
-    return 0;
-  };
-  DbgOutputAddCallback(collect, &lines);
+  const DebugLines lines;
   PrintHexBuffer("\xA1\xB2\xC3\xD4\xE5", 5, 4);
   PrintHexBuffer(nullptr, 5, 4);
   PrintHexBuffer("x", 0, 4);
   PrintHexBuffer("x", 1, 0);
-  DbgOutputDelCallback(collect);
-  EXPECT_EQ(lines.rfind("PrintHexBuffer: addr=", 0), 0u) << lines;
-  EXPECT_EQ(lines.substr(lines.find('\n') + 1),
-            "00000000-00000003:A1 B2 C3 D4 \r\n00000004-00000007:E5 \r\n");
+  const auto all = lines.All();
+  ASSERT_EQ(all.size(), 3u);
+  EXPECT_EQ(all[0].second.rfind("PrintHexBuffer: addr=", 0), 0u) << all[0].second;
+  EXPECT_EQ(lines.Count(2, "00000000-00000003:A1 B2 C3 D4 \r\n"), 1);
+  EXPECT_EQ(lines.Count(2, "00000004-00000007:E5 \r\n"), 1);
 }
 
 TEST(HexText, WritesNumbersInARadix) {
