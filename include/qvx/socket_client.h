@@ -131,10 +131,11 @@ class QVX_API CSocketClient : public IThreadFuncInterface {
 
   bool IsOfParent() const;
   bool IsReceivingThread() const;
-  bool Connect(const char* szHost, std::uint16_t nPort, IClientSocketListener* pListener,
-               std::uint64_t nUserData, std::uint64_t* pSocketFD);
+  bool Connect(std::uint64_t nSocketFD, const char* szHost, std::uint16_t nPort,
+               IClientSocketListener* pListener, std::uint64_t nUserData);
   bool Start(std::uint64_t nSocketFD, int bRaw, int bCheck, IClientSocketListener* pListener,
              std::uint64_t nUserData, const char* szThreadName);
+  void Forget();
   void SendHello(std::uint64_t nSocketFD);
   void GiveUpSending(std::uint64_t nSocketFD);
   int RunPass(std::uint64_t nSocketFD);

@@ -1,9 +1,11 @@
 #include "qvx/socket_client.h"
 
 #include <array>
+#include <climits>
 #include <new>
 #include <utility>
 
+#include "core/quiet_log.h"
 #include "net/packet_reader.h"
 #include "net/rate_period.h"
 #include "platform/bluetooth.h"
@@ -13,6 +15,7 @@
 #include "qvx/debug_output.h"
 
 using namespace qvx::net;
+using qvx::core::LogQuietly;
 using namespace qvx::platform;
 
 namespace {
@@ -27,6 +30,25 @@ constexpr std::size_t kZeroBlock = 64 * 1024;
 int Printed(std::uint64_t socket) {
   return SocketDescriptor(socket);
 }
+
+// A socket that ends with its scope unless somebody takes it over.
+class OwnedSocket {
+ public:
+  explicit OwnedSocket(std::uint64_t socket) : socket_(socket) {}
+  ~OwnedSocket() {
+    ShutdownSocket(socket_);
+    CloseSocket(socket_);
+  }
+  OwnedSocket(const OwnedSocket&) = delete;
+  OwnedSocket& operator=(const OwnedSocket&) = delete;
+
+  std::uint64_t Get() const { return socket_; }
+  bool IsValid() const { return socket_ != QVX_INVALID_SOCKET; }
+  void Release() { socket_ = QVX_INVALID_SOCKET; }
+
+ private:
+  std::uint64_t socket_;
+};
 
 // Header and parts as one list; without a header in raw mode.
 class SendList {
@@ -162,27 +184,7 @@ bool CSocketClient::IsOfParent() const {
 }
 
 bool CSocketClient::IsReceivingThread() const {
-  return mInner->receiving_thread == ThreadSerial();
-}
-
-bool CSocketClient::Connect(const char* szHost, std::uint16_t nPort,
-                            IClientSocketListener* pListener, std::uint64_t nUserData,
-                            std::uint64_t* pSocketFD) {
-  const std::uint64_t socket = AdoptSocket(SocketCreate());
-  if (socket == QVX_INVALID_SOCKET) {
-    DbgOutputA(4, "tcp client socket create fail, errno=%d\r\n", LastSocketError());
-    return false;
-  }
-  if (pListener != nullptr) pListener->OnClientSocketCreate(nUserData, socket);
-  if (SocketConnect(socket, szHost, nPort, &mCancelFlag) == 0) {
-    DbgOutputA(4, "AsyncConnect %s failed, errno=%d\r\n", szHost, LastSocketError());
-    ShutdownSocket(socket);
-    CloseSocket(socket);
-    return false;
-  }
-  SetNonBlocking(socket, true);
-  *pSocketFD = socket;
-  return true;
+  return mInner->receiving_thread == ThreadSerial() && !IsOfParent();
 }
 
 int CSocketClient::Create(const char* szHost, std::uint16_t nPort, int bRaw, int bCheck,
@@ -193,12 +195,33 @@ int CSocketClient::Create(const char* szHost, std::uint16_t nPort, int bRaw, int
   Close();
   std::atomic_ref<int>(mCancelFlag).store(0, std::memory_order_release);
   if (szHost == nullptr || *szHost == 0) return 0;
-  std::uint64_t socket = QVX_INVALID_SOCKET;
-  if (!Connect(szHost, nPort, pListener, nUserData, &socket)) return 0;
-  if (!Start(socket, bRaw, bCheck, pListener, nUserData, szThreadName)) return 0;
-  DbgOutputA(2, "client connect to(%s), mSocketFD=%d, %s\r\n", szHost, Printed(socket),
-             bRaw != 0 ? "raw socket" : "packet socket");
+  CBaseStringA name;
+  name.Format("TCPRecv_%s", szThreadName != nullptr ? szThreadName : "");
+
+  OwnedSocket socket(AdoptSocket(SocketCreate()));
+  if (!socket.IsValid()) {
+    DbgOutputA(4, "tcp client socket create fail, errno=%d\r\n", LastSocketError());
+    return 0;
+  }
+  if (!Connect(socket.Get(), szHost, nPort, pListener, nUserData)) return 0;
+  if (!Start(socket.Get(), bRaw, bCheck, pListener, nUserData, name.GetString())) return 0;
+  LogQuietly([&] {
+    DbgOutputA(2, "client connect to(%s), mSocketFD=%d, %s\r\n", szHost, Printed(socket.Get()),
+               bRaw != 0 ? "raw socket" : "packet socket");
+  });
+  socket.Release();
   return 1;
+}
+
+bool CSocketClient::Connect(std::uint64_t nSocketFD, const char* szHost, std::uint16_t nPort,
+                            IClientSocketListener* pListener, std::uint64_t nUserData) {
+  if (pListener != nullptr) pListener->OnClientSocketCreate(nUserData, nSocketFD);
+  if (SocketConnect(nSocketFD, szHost, nPort, &mCancelFlag) == 0) {
+    DbgOutputA(4, "AsyncConnect %s failed, errno=%d\r\n", szHost, LastSocketError());
+    return false;
+  }
+  SetNonBlocking(nSocketFD, true);
+  return true;
 }
 
 bool CSocketClient::Start(std::uint64_t nSocketFD, int bRaw, int bCheck,
@@ -212,16 +235,23 @@ bool CSocketClient::Start(std::uint64_t nSocketFD, int bRaw, int bCheck,
   mUserData = nUserData;
   mInner->fork_generation = ForkGeneration();
   mSocketFD = nSocketFD;
-  CBaseStringA name;
-  name.Format("TCPRecv_%s", szThreadName != nullptr ? szThreadName : "");
-  if (mThread.StartThread(name.GetString(), this, 0, 0, kStackSize, 0) == 0) {
-    mListener = nullptr;
-    mUserData = 0;
-    EndConnection(nSocketFD);
-    return false;
+  try {
+    if (mThread.StartThread(szThreadName, this, 0, 0, kStackSize, 0) == 0) {
+      Forget();
+      return false;
+    }
+  } catch (...) {
+    Forget();
+    throw;
   }
   if (bRaw == 0) SendHello(nSocketFD);
   return true;
+}
+
+void CSocketClient::Forget() {
+  mSocketFD = QVX_INVALID_SOCKET;
+  mListener = nullptr;
+  mUserData = 0;
 }
 
 void CSocketClient::SendHello(std::uint64_t nSocketFD) {
@@ -234,8 +264,9 @@ void CSocketClient::SendHello(std::uint64_t nSocketFD) {
 }
 
 void CSocketClient::GiveUpSending(std::uint64_t nSocketFD) {
-  DbgOutputA(2, "CSocketClient::SendData: Failed, sock=%d!!\r\n", Printed(nSocketFD));
   ShutdownSocket(nSocketFD);
+  LogQuietly(
+      [&] { DbgOutputA(2, "CSocketClient::SendData: Failed, sock=%d!!\r\n", Printed(nSocketFD)); });
 }
 
 void CSocketClient::Close() {
@@ -247,7 +278,7 @@ void CSocketClient::Close() {
   CAutoBaseLock guard(&mLifecycleLock);
   const std::uint64_t socket = mSocketFD;
   if (socket != QVX_INVALID_SOCKET) {
-    DbgOutputA(2, "client Close mSocketFD=%d\r\n", Printed(socket));
+    LogQuietly([&] { DbgOutputA(2, "client Close mSocketFD=%d\r\n", Printed(socket)); });
     ShutdownSocket(socket);
   }
   mThread.StopThread();
@@ -256,8 +287,7 @@ void CSocketClient::Close() {
     if (!IsOfParent()) ReportDisconnect(socket);
     EndConnection(socket);
   }
-  mListener = nullptr;
-  mUserData = 0;
+  Forget();
 }
 
 void CSocketClient::ReportDisconnect(std::uint64_t nSocketFD) {

@@ -1,11 +1,13 @@
 #include "qvx/socket_primitives.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <string>
 
+#include "core/quiet_log.h"
 #include "net/packet_reader.h"
 #include "net/packet_record.h"
 #include "platform/socket.h"
@@ -17,6 +19,7 @@
 namespace {
 
 using namespace qvx::net;
+using qvx::core::LogQuietly;
 using namespace qvx::platform;
 
 constexpr std::size_t kDatagramPiece = 0x10000;
@@ -261,7 +264,8 @@ int SendTCPPacket(std::uint64_t nSocketFD, std::uint64_t nCode, const void* pDat
   const tagTCPPACKETHEADER header = MakePacketHeader(nCode, static_cast<std::uint32_t>(nSize));
   const ConstBytes parts[] = {{&header, sizeof(header)}, {pData, static_cast<std::size_t>(nSize)}};
   if (SendWhole(nSocketFD, parts, 2, FullSocket::kFail)) return 1;
-  DbgOutputA(2, "SendTCPPacket failed, error(%d) ----\r\n", LastSocketError());
+  const int error = LastSocketError();
+  LogQuietly([&] { DbgOutputA(2, "SendTCPPacket failed, error(%d) ----\r\n", error); });
   return 0;
 }
 
@@ -270,7 +274,8 @@ int SendTCPRaw(std::uint64_t nSocketFD, const void* pData, int nSize) {
   const ConstBytes part{pData, static_cast<std::size_t>(nSize)};
   if (SendWhole(nSocketFD, &part, 1, FullSocket::kWait)) return 1;
   const int error = LastSocketError();
-  DbgOutputA(2, "send failed, error(%d):%s ----\r\n", error, SocketErrorText(error));
+  LogQuietly(
+      [&] { DbgOutputA(2, "send failed, error(%d):%s ----\r\n", error, SocketErrorText(error)); });
   return 0;
 }
 

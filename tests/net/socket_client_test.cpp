@@ -11,12 +11,14 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "platform/socket.h"
 #include "support/debug_lines.h"
+#include "support/failing_new.h"
 #include "support/fault_plan.h"
 #include "support/packet_bytes.h"
 #include "support/raw_peer.h"
@@ -258,6 +260,27 @@ TEST(SocketClient, FailuresOfCreateLeaveNothingBehind) {
   EXPECT_EQ(log.Count(2, "CSocketClient::SendData: Failed, sock=" +
                              std::to_string(SocketDescriptor(c.listener.Socket())) + "!!\r\n"),
             1);
+}
+
+TEST(SocketClient, MissingMemoryInCreateLeavesTheClientClosed) {
+  Connection<> c;
+  const std::uint64_t probe = qvx::platform::MakeTcpSocket();
+  qvx::platform::CloseSocket(probe);
+  for (int nth = 1, seen = 1; seen >= nth; ++nth) {
+    ASSERT_LT(nth, 1000);
+    FailingAllocations no_memory(nth);
+    bool thrown = false;
+    try {
+      c.client.Create("127.0.0.1", c.server.Port(), 0, 1, nullptr, 0, "no memory");
+    } catch (const std::bad_alloc&) {
+      thrown = true;
+    }
+    seen = no_memory.Seen();
+    if (!thrown) continue;
+    EXPECT_EQ(c.client.IsConnect(), 0);
+    EXPECT_EQ(fcntl(SocketDescriptor(probe), F_GETFD), -1);
+  }
+  EXPECT_EQ(c.client.IsConnect(), 1);
 }
 
 TEST(SocketClient, CloseEndsAConnectOfAnotherThread) {
