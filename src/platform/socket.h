@@ -62,8 +62,8 @@ bool IsSocketAlive(SocketValue socket) noexcept;
 
 // --- Making -----------------------------------------------------------------------------
 
-// Each gives kNoSocket with errno set on failure. Stream sockets come tuned: no delay of
-// small sends, and keep-alive that ends a dead connection within about two minutes.
+// Each gives kNoSocket with errno set on failure. TCP sockets come tuned: no delay of small
+// sends, and a peer that gives no sign of life for four minutes ends the connection.
 SocketValue MakeTcpSocket() noexcept;
 SocketValue MakeUdpSocket() noexcept;
 // For other families, as Bluetooth; no options are set.

@@ -114,8 +114,12 @@ int AcquireSocket(SocketValue socket, std::uint32_t* fork_generation) noexcept {
 void ReleaseSocket(SocketValue socket, std::uint32_t fork_generation) noexcept {
   if (IsPlain(socket) || fork_generation != ForkGeneration()) return;
   Slot* slot = FindSlot(SocketDescriptor(socket));
-  const std::uint64_t before = slot->fetch_sub(1);
-  if ((before & kUseMask) == 1 && (before & kOpen) == 0) close(SocketDescriptor(socket));
+  std::uint64_t state = slot->load(std::memory_order_acquire);
+  do {
+    // Not ours any more where a host closed the descriptor by itself and it was adopted anew.
+    if (CountOfState(state) != CountOfValue(socket) || (state & kUseMask) == 0) return;
+  } while (!slot->compare_exchange_weak(state, state - 1));
+  if ((state & kUseMask) == 1 && (state & kOpen) == 0) close(SocketDescriptor(socket));
 }
 
 bool IsSocketShut(SocketValue socket) noexcept {
