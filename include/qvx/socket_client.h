@@ -19,6 +19,11 @@
 #include "qvx/sync.h"
 #include "qvx/types.h"
 
+namespace qvx::net {
+struct ClientInner;
+class ClientReceiver;
+}  // namespace qvx::net
+
 // Override what you need. Called with no lock of the client held but where told.
 class QVX_API IClientSocketListener {
  public:
@@ -126,8 +131,7 @@ class QVX_API CSocketClient : public IThreadFuncInterface {
   std::uint32_t mRecvStart;
 
  private:
-  struct Inner;
-  struct Receiver;
+  friend class qvx::net::ClientReceiver;
 
   bool IsOfParent() const;
   bool IsReceivingThread() const;
@@ -145,7 +149,7 @@ class QVX_API CSocketClient : public IThreadFuncInterface {
   void ReportDisconnect(std::uint64_t nSocketFD);
   void EndConnection(std::uint64_t nSocketFD);
 
-  std::unique_ptr<Inner> mInner;
+  std::unique_ptr<qvx::net::ClientInner> mInner;
 };
 
 // The client over TCP. Connects within 5 s or fails.

@@ -109,7 +109,9 @@ int IClientSocketListener::OnClientReceiveData(std::uint64_t, std::uint64_t, con
 
 void IClientSocketListener::OnClientDisconnectFromServer(std::uint64_t, std::uint64_t) {}
 
-struct CSocketClient::Inner {
+namespace qvx::net {
+
+struct ClientInner {
   CBaseLock send_lock;
   PacketReader reader;
   std::uint32_t head_size = 0;
@@ -118,40 +120,44 @@ struct CSocketClient::Inner {
 };
 
 // Hands the packets of one receive pass to the listener.
-struct CSocketClient::Receiver final : PacketSink {
-  Receiver(CSocketClient& owner, std::uint64_t socket_value)
-      : client(owner), socket(socket_value) {}
+class ClientReceiver final : public PacketSink {
+ public:
+  ClientReceiver(CSocketClient& client, std::uint64_t socket) : client_(client), socket_(socket) {}
 
   bool OnPacket(tagTCPPACKETRECV& record) override {
-    IClientSocketListener* listener = client.mListener;
+    IClientSocketListener* listener = client_.mListener;
     if (listener == nullptr) return true;
-    const int wanted = listener->OnClientReceiveData(client.mUserData, socket, record.pPayload,
+    if (record.nLength > INT_MAX) return false;  // more than a listener can be told
+    const int wanted = listener->OnClientReceiveData(client_.mUserData, socket_, record.pPayload,
                                                      static_cast<int>(record.nLength));
     return Count(record, wanted);
   }
 
-  std::uint32_t HeadSize() override { return client.mInner->head_size; }
+  std::uint32_t HeadSize() override { return client_.mInner->head_size; }
 
   unsigned char* Place(const tagTCPPACKETRECV& record, std::uint32_t* room) override {
-    return client.OnPlacePayload(record.pPayload, record.nLength, record.nPayloadBytes, room);
+    return client_.OnPlacePayload(record.pPayload, record.nLength, record.nPayloadBytes, room);
   }
 
   void Placed(const tagTCPPACKETRECV& record, std::uint32_t size) override {
-    client.OnPayloadPlaced(record.nPayloadBytes, size);
+    client_.OnPayloadPlaced(record.nPayloadBytes, size);
   }
 
   bool OnPlacedPacket(const tagTCPPACKETRECV& record) override {
-    return Count(record, client.OnPlacedPacket(record.pPayload, record.nLength));
+    return Count(record, client_.OnPlacedPacket(record.pPayload, record.nLength));
   }
 
+ private:
   bool Count(const tagTCPPACKETRECV& record, int wanted) {
-    CountInPeriod(record.nLength, client.mRecvBytes, client.mRecvRate, client.mRecvStart);
+    CountInPeriod(record.nLength, client_.mRecvBytes, client_.mRecvRate, client_.mRecvStart);
     return wanted != 0;
   }
 
-  CSocketClient& client;
-  const std::uint64_t socket;
+  CSocketClient& client_;
+  const std::uint64_t socket_;
 };
+
+}  // namespace qvx::net
 
 CSocketClient::CSocketClient()
     : mSocketFD(QVX_INVALID_SOCKET),
@@ -167,7 +173,7 @@ CSocketClient::CSocketClient()
       mRecvBytes(0),
       mRecvRate(0),
       mRecvStart(0),
-      mInner(std::make_unique<Inner>()) {}
+      mInner(std::make_unique<ClientInner>()) {}
 
 CSocketClient::CSocketClient(const CSocketClient&) : CSocketClient() {}
 
@@ -422,7 +428,7 @@ void CSocketClient::RecvClientSocketData(std::uint64_t nSocketFD) {
 }
 
 bool CSocketClient::RecvPackets(std::uint64_t nSocketFD) {
-  Receiver receiver(*this, nSocketFD);
+  ClientReceiver receiver(*this, nSocketFD);
   return mInner->reader.Receive(nSocketFD, mCheckFlag != 0, mRecvPacket, receiver);
 }
 
