@@ -266,7 +266,7 @@ TEST(SocketClient, MissingMemoryInCreateLeavesTheClientClosed) {
   Connection<> c;
   const std::uint64_t probe = qvx::platform::MakeTcpSocket();
   qvx::platform::CloseSocket(probe);
-  for (int nth = 1, seen = 1; seen >= nth; ++nth) {
+  for (int nth = 1, seen = 0; seen >= nth - 1; ++nth) {
     ASSERT_LT(nth, 1000);
     FailingAllocations no_memory(nth);
     bool thrown = false;
