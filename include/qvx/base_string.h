@@ -196,6 +196,7 @@ inline void CBaseStringT<T>::AppendInternal(const T* text, int len) {
   if (len == 1) {
     *end = *text;
   } else {
+    // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): where there is room is a block
     std::memmove(end, text, static_cast<std::size_t>(len) * sizeof(T));
   }
   end[len] = T();

@@ -141,7 +141,7 @@ CBaseStringT<T>::CBaseStringT(const CBaseStringT<WCHAR>* source) : CBaseStringT(
 
 template <typename T>
 CBaseStringT<T>& CBaseStringT<T>::operator=(const CBaseStringT& source) {
-  SetText(source.mText, source.mLength);
+  if (this != &source) SetText(source.mText, source.mLength);
   return *this;
 }
 

@@ -21,6 +21,7 @@ class ConvertedText {
   using From = std::conditional_t<std::is_same_v<To, char>, WCHAR, char>;
 
  public:
+  // cppcheck-suppress uninitMemberVar
   ConvertedText(const From* text, int length) {
     const std::basic_string_view<From> source = View(text, length);
     constexpr std::size_t kMost = std::numeric_limits<int>::max() - 1;

@@ -14,6 +14,7 @@ namespace qvx::core {
 class PrintfArguments {
  public:
   explicit PrintfArguments(va_list source) { va_copy(list_, source); }
+  // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): the constructor began the list
   ~PrintfArguments() { va_end(list_); }
   PrintfArguments(const PrintfArguments&) = delete;
   PrintfArguments& operator=(const PrintfArguments&) = delete;
@@ -32,8 +33,9 @@ class PrintfArguments {
   // The argument at a position, or the next one for 0. V is as the conversion passes it.
   template <typename V>
   V Take(int position) {
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized)
     if (position == 0) return va_arg(list_, V);
-    const Value& value = values_[position - 1];
+    const Value& value = values_.get()[position - 1];
     if constexpr (std::is_pointer_v<V>) {
       return static_cast<V>(const_cast<void*>(value.pointer));
     } else if constexpr (std::is_same_v<V, long double>) {
@@ -60,7 +62,7 @@ class PrintfArguments {
   static bool Note(Kind* kinds, int position, Kind kind);
   static bool NoteAll(Kind* kinds, const PrintfConversion& conversion);
   bool ReadAll(const Kind* kinds);
-  Value Read(Kind kind);
+  void Read(Kind kind, Value& value);
 
   va_list list_;
   std::unique_ptr<Value[]> values_;

@@ -50,7 +50,7 @@ const ChildLogger child_logger;
 // Runs this program again as a child that logs; prepare runs in it before exec. Returns the
 // status as waitpid gives it, or -1.
 int RunChild(const char* output, const std::function<bool()>& prepare, const char* job = "log",
-             std::string program = "/proc/self/exe") {
+             const std::string& program = "/proc/self/exe") {
   const pid_t child = fork();
   if (child == 0) {
     alarm(120);
@@ -58,7 +58,7 @@ int RunChild(const char* output, const std::function<bool()>& prepare, const cha
     if (output == nullptr) unsetenv("QVX_DEBUG_OUTPUT");
     setenv(kChildVariable, job, 1);
     std::array<char, 24> filter{"--gtest_filter=none"};
-    std::array<char*, 3> arguments{program.data(), filter.data(), nullptr};
+    std::array<char*, 3> arguments{const_cast<char*>(program.c_str()), filter.data(), nullptr};
     if (prepare()) execv(program.c_str(), arguments.data());
     _exit(99);
   }
