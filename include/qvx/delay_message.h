@@ -23,6 +23,7 @@ class QVX_API IDelayMSGPostCallback {
 };
 
 struct tagDELAYPOSTMSG;
+struct tagDELAYPOSTCRITERIA;
 
 namespace qvx::platform {
 class ForkGuard;
@@ -72,15 +73,13 @@ class QVX_API CDelayPostMsgEngine : public IThreadFuncInterface {
   int ThreadLoop(std::uint64_t context) override;
 
  private:
-  struct Criteria;
-
   unsigned int UpdateNextPostTime();
   void StartAfterFork();
   void DropAll();
   void PostDue();
   void Deliver(int index);
   tagDELAYPOSTMSG* RecordAt(int index);
-  void RemoveWhere(const Criteria& criteria, int removeQueued);
+  void RemoveWhere(const tagDELAYPOSTCRITERIA& criteria, int removeQueued);
 
   std::atomic<int> mStop;
   CBaseLock mLock;

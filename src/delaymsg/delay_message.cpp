@@ -29,7 +29,7 @@ struct tagDELAYPOSTMSG {
   std::uint64_t userData;
 };
 
-struct CDelayPostMsgEngine::Criteria {
+struct tagDELAYPOSTCRITERIA {
   bool anyWindows;
   HWND ownerWnd;
   HWND targetWnd;
@@ -85,7 +85,7 @@ void CDelayPostMsgEngine::DelayPostMsg(unsigned int delayMs, HWND ownerWnd, HWND
 int CDelayPostMsgEngine::HasDelayPostMsg(HWND ownerWnd, HWND targetWnd, unsigned int message,
                                          const std::uint64_t* wParam, const std::int64_t* lParam) {
   StartAfterFork();
-  const Criteria criteria{false, ownerWnd, targetWnd, message, wParam, lParam};
+  const tagDELAYPOSTCRITERIA criteria{false, ownerWnd, targetWnd, message, wParam, lParam};
   CAutoBaseLock guard(&mLock);
   for (int i = 0; i < mPending.GetCount(); ++i) {
     if (criteria.Fit(*RecordAt(i))) return 1;
@@ -106,7 +106,7 @@ void CDelayPostMsgEngine::RemoveAllDelayPostMsg(unsigned int message, const std:
 
 // Alike records in a row need only one look at the queue: no other thread takes from it, and
 // the engine can't post meanwhile.
-void CDelayPostMsgEngine::RemoveWhere(const Criteria& criteria, int removeQueued) {
+void CDelayPostMsgEngine::RemoveWhere(const tagDELAYPOSTCRITERIA& criteria, int removeQueued) {
   StartAfterFork();
   MessageFilter cleared;
   CAutoBaseLock guard(&mLock);

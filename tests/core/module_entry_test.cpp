@@ -1,5 +1,6 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <stdio.h>
 #include <stdlib.h>
 
 #include <filesystem>
@@ -53,6 +54,22 @@ TEST(ModuleEntry, AttachesAtLoadAndDetachesAtUnload) {
   ASSERT_NE(std::string::npos, detach) << lines;
   EXPECT_LT(attach, detach);
   EXPECT_TRUE(Holds(lines, "name=DelayMsg"));
+}
+
+TEST(ModuleEntry, ServesALinkedProgramFromBeforeMainToItsEnd) {
+  FILE* pipe = popen("QVX_DEBUG_OUTPUT=stderr " QVX_LINKED_PROGRAM " 2>&1", "r");
+  ASSERT_NE(nullptr, pipe);
+  std::string lines;
+  for (int each = fgetc(pipe); each != EOF; each = fgetc(pipe)) {
+    lines.push_back(static_cast<char>(each));
+  }
+  EXPECT_EQ(0, pclose(pipe)) << lines;
+  const std::size_t attach = lines.find("DLL_PROCESS_ATTACH: file=C:\\");
+  const std::size_t detach = lines.rfind("DLL_PROCESS_DETACH: file=C:\\");
+  ASSERT_NE(std::string::npos, attach) << lines;
+  ASSERT_NE(std::string::npos, detach) << lines;
+  EXPECT_LT(attach, lines.find("thread create success"));
+  EXPECT_GT(detach, lines.rfind("thread exit over, name=DelayMsg"));
 }
 
 }  // namespace
