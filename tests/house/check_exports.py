@@ -93,6 +93,8 @@ def walk(node, marked, include, found):
     for child in node.get("inner", []):
         kind = child.get("kind")
         ours = child.get("in_file", "").startswith(include)
+        if not ours and kind not in ("LinkageSpecDecl", "NamespaceDecl"):
+            continue  # the C library's, some of which are marked as well
         if kind in FUNCTIONS:
             add_function(child, marked, ours, found)
         elif kind == "VarDecl":
