@@ -18,6 +18,10 @@ using qvx::core::StringAccess;
 
 namespace {
 
+// Not inside EmptyText, where it would be exported.
+template <typename T>
+constexpr T kEmptyText[1] = {};
+
 constexpr int kLongest = std::numeric_limits<int>::max() - 1;
 
 std::size_t Count(int length) {
@@ -98,8 +102,7 @@ void CBaseStringT<T>::FreeInternal() {
 
 template <typename T>
 const T* CBaseStringT<T>::EmptyText() noexcept {
-  static constexpr T kEmpty[1] = {};
-  return kEmpty;
+  return kEmptyText<T>;
 }
 
 template <typename T>

@@ -4,7 +4,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/pidfd.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -127,7 +127,7 @@ bool ReadSome(int descriptor, LineWriter& lines) {
 
 // Until the command ends; a process that it leaves behind may hold the pipe for longer.
 void ShowUntilEnd(int output, pid_t child, LineWriter& lines) {
-  const Descriptor process(pidfd_open(child, 0));
+  const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
   if (!process) throw CommandError("cannot watch the command");
   std::array<pollfd, 2> polled{pollfd{output, POLLIN, 0}, pollfd{process.Get(), POLLIN, 0}};
   while (polled[1].revents == 0) {
