@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "files/library_path.h"
-#include "qvx/debug_output.h"
+#include "support/debug_lines.h"
 #include "support/fault_plan.h"
 #include "support/small_disk.h"
 #include "support/temp_folder.h"
@@ -87,41 +87,13 @@ TEST(WriteFileData, ReplacesOrAppends) {
   EXPECT_EQ(WriteFileDataA(nullptr, "x", 1, 0) + WriteFileDataA(path.c_str(), nullptr, 0, 0), 0);
 }
 
-// The bare log lines while it lives.
-class LogLines {
- public:
-  LogLines() {
-    DbgOutputAddCallback(&Collect, &lines);
-    DbgOutputSetDisplayType(2);
-    DbgOutputSetTag(0, "QVXM_LOG");
-    DbgOutputSetTimeType(2);
-    DbgOutputSetIncludePIDTID(0);
-  }
-  ~LogLines() {
-    DbgOutputDelCallback(&Collect);
-    DbgOutputSetDisplayType(0);
-    DbgOutputSetTag(1, "QVXM_LOG");
-    DbgOutputSetTimeType(0);
-    DbgOutputSetIncludePIDTID(1);
-  }
-  std::vector<std::string> lines;
-
- private:
-  static int Collect(void* lines, int level, const char* line, int length) {
-    static_cast<std::vector<std::string>*>(lines)->push_back(
-        std::to_string(level) + std::string(line, static_cast<std::size_t>(length)));
-    return 0;
-  }
-};
-
 TEST(WriteFileData, LogsWhatItCouldNotOpen) {
-  LogLines log;
+  DebugLines log;
   EXPECT_EQ(WriteFileDataA("C:\\none\\f", "x", 1, 0), 0);
   EXPECT_EQ(WriteFileDataW(u"C:\\dev\\null", "x", 1, 1), 0);
-  const std::string start = "3[W]=> WriteFile failed create file:";
-  EXPECT_EQ(log.lines,
-            (std::vector<std::string>{start + "C:\\none\\f, error=No such file or directory\r\n",
-                                      start + "C:\\dev\\null, error=Invalid argument\r\n"}));
+  const std::string start = "WriteFile failed create file:C:\\";
+  EXPECT_EQ(log.Count(3, start + "none\\f, error=No such file or directory\r\n"), 1);
+  EXPECT_EQ(log.Count(3, start + "dev\\null, error=Invalid argument\r\n"), 1);
 }
 
 TEST(WriteFileData, LateFailuresGiveZero) {
