@@ -36,6 +36,9 @@ extern "C" {
 // Sets who hears what the calling thread's own calls leave out; null for nobody, as at first.
 // Entries that a list's caller did not ask for (a null list, the filter) are not told.
 QVX_API void SetSkippedEntryListener(ISkippedEntryListener* listener, std::uint64_t userData);
+// The calling thread's listener, or null, and its user data where userData is not null: for code
+// that sets another for a while and puts this one back.
+QVX_API ISkippedEntryListener* GetSkippedEntryListener(std::uint64_t* userData);
 // Tells the calling thread's listener, if there is one. For code that joins paths itself.
 QVX_API void ReportSkippedEntry(const WCHAR* folder, const WCHAR* name, int reason);
 

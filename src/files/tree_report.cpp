@@ -54,6 +54,11 @@ void SetSkippedEntryListener(ISkippedEntryListener* listener, std::uint64_t user
   qvx::files::current = {listener, userData};
 }
 
+ISkippedEntryListener* GetSkippedEntryListener(std::uint64_t* userData) {
+  if (userData != nullptr) *userData = qvx::files::current.user_data;
+  return qvx::files::current.listener;
+}
+
 void ReportSkippedEntry(const WCHAR* folder, const WCHAR* name, int reason) {
   if (qvx::files::current.listener == nullptr) return;
   qvx::files::Tell(folder != nullptr ? folder : u"", name != nullptr ? name : u"", reason);

@@ -138,13 +138,17 @@ TEST(FolderList, ListsAreEmptiedAndMayBeMissing) {
 
 class Recorder : public ISkippedEntryListener {
  public:
-  Recorder() { SetSkippedEntryListener(this, 7); }
-  ~Recorder() override { SetSkippedEntryListener(nullptr, 0); }
+  Recorder() : before_(GetSkippedEntryListener(&data_before_)) { SetSkippedEntryListener(this, 7); }
+  ~Recorder() override { SetSkippedEntryListener(before_, data_before_); }
   void OnEntrySkipped(std::uint64_t userData, const WCHAR* path, int reason) override {
     EXPECT_EQ(userData, 7u);
     skipped[platform::ToNativePath(std::u16string_view(path)).value()] = reason;
   }
   std::map<std::string, int> skipped;
+
+ private:
+  std::uint64_t data_before_ = 0;
+  ISkippedEntryListener* before_;
 };
 
 using Skipped = std::map<std::string, int>;
@@ -168,6 +172,7 @@ TEST(FolderList, TellsWhatIsLeftOut) {
   recorder.skipped.clear();
   EXPECT_EQ(List(deep, nullptr, 1, 0).files.size(), 3u);
   EXPECT_EQ(recorder.skipped, (Skipped{{deep + "/p", kSkippedSpecial}}));
+  { Recorder inner; }  // puts the other back
   ReportSkippedEntry(u"C:\\a", u"b", kSkippedFailed);
   EXPECT_EQ(recorder.skipped["/a/b"], kSkippedFailed);
 }
