@@ -47,8 +47,8 @@ class QVX_API CSocketClient : public IThreadFuncInterface {
   // A copy is a closed client of its own; nothing of the source is taken over.
   CSocketClient(const CSocketClient& other);
   CSocketClient& operator=(const CSocketClient& other);
-  // As Close. A derived class that overrides anything called by the thread calls Close in its
-  // own destructor.
+  // As Close. Each derived class calls Close in its own destructor, since the thread makes
+  // virtual calls.
   ~CSocketClient() override;
 
   // The body of the receiving thread; not for callers.
