@@ -33,8 +33,7 @@ TEST_F(ToolFiles, RoundTripOfOneFile) {
   EXPECT_EQ("a file\n", Output("ls", {There("sub")}));
   EXPECT_EQ("                 sub/\n", Output("ls", {"-l", there_}));
   EXPECT_EQ("         600000  a file\n", Output("ls", {"-l", There("sub/a file")}));
-  EXPECT_EQ("600000  sub/a file\n",
-            Output("size", {"sub/a file", "--folder", "1"}).replace(8, 6, ""));
+  EXPECT_EQ("600000  there/sub/a file\n", Output("size", {"there/sub/a file", "--folder", "1"}));
 
   Output("mv", {There("sub/a file"), There("b")});
   EXPECT_EQ(std::vector<std::string>({"b", "sub"}), Names(there_));
@@ -110,7 +109,7 @@ TEST_F(ToolFiles, FoldersBothWays) {
 }
 
 TEST_F(ToolFiles, FolderCopyNamesWhatItCannotCopy) {
-  const std::string deep = std::string(120, 'd') + "/" + std::string(120, 'e');
+  const std::string deep = std::string(100, 'd') + "/" + std::string(60, 'e');
   fs::create_directories(Here("tree/" + deep));
   temp_.Write("here/tree/good", "good");
   temp_.Write("here/tree/" + deep + "/" + std::string(100, 'f'), "too long");

@@ -18,6 +18,7 @@ namespace {
 struct Options {
   RemoteOptions remote;
   std::vector<std::string> paths;
+  std::string source;
   std::string target;
   bool with_sizes = false;
   bool recursive = false;
@@ -104,7 +105,7 @@ void MakeFolder(Remote& remote, const std::string& native) {
 }
 
 void Move(Remote& remote, const Options& options) {
-  const std::string& from = options.paths[0];
+  const std::string& from = options.source;
   std::string to = options.target;
   const EntryKind kind = AskExisting(remote, from);
   if (remote.Ask(remote.Path(to)) == EntryKind::kFolder) to = JoinNative(to, BaseName(from));
@@ -160,7 +161,7 @@ void AddMoveCommand(CLI::App& app) {
   auto options = std::make_shared<Options>();
   CLI::App* command =
       AddCommand(app, "mv", "Move or rename a file or folder on a server", options, &Move);
-  command->add_option("FROM", options->paths, "What to move")->required()->expected(1);
+  command->add_option("FROM", options->source, "What to move")->required();
   command->add_option("TO", options->target, "New path, or a folder to move into")->required();
 }
 

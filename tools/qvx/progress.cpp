@@ -127,7 +127,7 @@ std::string Progress::Bar(std::uint64_t done, std::uint64_t total, std::size_t w
   const double part = std::min(1.0, static_cast<double>(done) / static_cast<double>(total));
   const auto filled = static_cast<std::size_t>(part * static_cast<double>(width));
   std::string bar;
-  if (width > 0) bar = "[" + std::string(filled, '#') + std::string(width - filled, '.') + "] ";
+  if (width > 0) bar.append("[").append(filled, '#').append(width - filled, '.').append("] ");
   return bar + std::to_string(static_cast<int>(part * 100)) + "%  ";
 }
 
