@@ -14,13 +14,6 @@
 namespace qvx::test {
 namespace {
 
-std::string Bytes(std::size_t size) {
-  std::string text(size, 0);
-  std::uint32_t state = 12345;
-  for (char& c : text) c = static_cast<char>((state = state * 1664525 + 1013904223) >> 24);
-  return text;
-}
-
 class ClientRecorder : public IClientSocketListener {
  public:
   int OnClientReceiveData(std::uint64_t, std::uint64_t, const unsigned char* data,
@@ -78,7 +71,7 @@ void ExchangeOverSlowCable(std::size_t size) {
     ASSERT_EQ(client.Create(NetworkLab::Address(0), server.GetServerPort(), 0, 1, &heard, 0, "lab"),
               1);
   });
-  ExchangeAcross(server, recorder, client, heard, Bytes(size));
+  ExchangeAcross(server, recorder, client, heard, Pattern(size));
 }
 
 TEST(RealLink, PacketsCrossASlowShallowCable) {
@@ -100,7 +93,7 @@ TEST(RealLink, PacketsCrossALongLineThatSplitsThem) {
   const SlowRelay relay(server.GetServerPort(), options);
   CTCPSocketClient client;
   ASSERT_EQ(client.Create("127.0.0.1", relay.Port(), 0, 1, &heard, 0, "line"), 1);
-  ExchangeAcross(server, recorder, client, heard, Bytes(1 << 20));
+  ExchangeAcross(server, recorder, client, heard, Pattern(1 << 20));
 }
 
 TEST(RealLink, ALineThatIsCutEndsBothSides) {
@@ -114,7 +107,7 @@ TEST(RealLink, ALineThatIsCutEndsBothSides) {
     const SlowRelay relay(server.GetServerPort(), options);
     CTCPSocketClient client;
     ASSERT_EQ(client.Create("127.0.0.1", relay.Port(), 0, 1, &heard, 0, "line"), 1);
-    const std::string payload = Bytes(80000);
+    const std::string payload = Pattern(80000);
     client.SendData(SOCKET_CODE_TO_SERVER, payload.data(), static_cast<int>(payload.size()));
     EXPECT_TRUE(recorder.WaitForClosed(1)) << cut;
     EXPECT_TRUE(heard.WaitUntil([&] { return heard.disconnects == 1; })) << cut;

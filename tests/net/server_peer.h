@@ -12,6 +12,8 @@
 #include <vector>
 
 #include "qvx/socket_server.h"
+#include "support/packet_bytes.h"
+#include "support/raw_peer.h"
 
 namespace qvx::test {
 
@@ -67,51 +69,17 @@ struct Packet {
   std::string payload;
 };
 
-// The bytes of a packet with match code 0.
-std::string PacketBytes(std::uint64_t code, const std::string& payload);
-
-class Peer {
+// A bare client that reads packets.
+class Peer : public RawPeer {
  public:
-  // Connects; a receive buffer size of 0 leaves the system's.
-  explicit Peer(unsigned short port, int receive_buffer = 0);
-  ~Peer();
-  Peer(Peer&& other) noexcept;
-  Peer& operator=(Peer&&) = delete;
+  explicit Peer(unsigned short port) : RawPeer(To(port)) {}
 
-  bool Send(const std::string& bytes) const;
   bool SendPacket(std::uint64_t code, const std::string& payload) const;
-  // Nothing after the end of the connection or the limit.
-  std::optional<Packet> Receive();
-  // Exactly this many bytes, fewer only at the end of the connection.
-  std::string ReceiveBytes(std::size_t size);
-  // True if the connection ends (orderly or not) with nothing left to read.
-  bool IsEnded();
-  // Ends the connection with a reset.
-  void Reset();
-  void Close();
-  int Descriptor() const { return fd_; }
-
- private:
-  bool FillBuffer();
-
-  int fd_ = -1;
-  std::string buffer_;
-  std::size_t used_ = 0;
-};
-
-// The log lines of its lifetime, from the level letter on.
-class LogLines {
- public:
-  LogLines();
-  ~LogLines();
-  bool Contains(const std::string& text);
-  int Count(const std::string& text);
-
- private:
-  static int Take(void* context, int level, const char* line, int length);
-
-  std::mutex mutex_;
-  std::vector<std::string> lines_;
+  // Nothing at the end of the connection.
+  std::optional<Packet> Receive() const;
+  bool IsEnded() const { return SeesEnd(); }
+  // So small that little is taken in without being read.
+  void ShrinkReceiveBuffer() const;
 };
 
 int CountDescriptors();

@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <malloc.h>
+#include <netinet/in.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +17,8 @@
 #include <thread>
 
 #include "net/server_peer.h"
+#include "platform/bluetooth.h"
+#include "support/debug_lines.h"
 #include "support/fault_plan.h"
 #include "support/temp_folder.h"
 
@@ -28,10 +32,8 @@ std::string Hello(std::uint64_t own_socket, std::uint32_t version = SOCKET_HELLO
   return std::string(reinterpret_cast<const char*>(&hello), sizeof(hello));
 }
 
-std::string Pattern(std::size_t size, unsigned seed = 1) {
-  std::string text(size, 0);
-  for (char& c : text) c = static_cast<char>((seed = seed * 1103515245 + 12345) >> 16);
-  return text;
+std::string BytesTo(std::uint64_t code, const std::string& payload) {
+  return PacketBytes(payload, static_cast<std::int64_t>(code));
 }
 
 std::vector<Peer> ConnectPeers(LocalServer& server, Recorder& recorder, int count) {
@@ -98,11 +100,11 @@ TEST(SocketServer, RelaysForFiveHundredClientsWithoutLossOrReordering) {
 
   for (std::size_t i = 0; i < size; ++i) {
     const std::string name = std::to_string(i);
-    ASSERT_TRUE(peers[i].Send(PacketBytes(SOCKET_CODE_ALL_CLIENTS, name + ":0") +
-                              PacketBytes(SOCKET_CODE_OTHER_CLIENTS, name + ":1") +
-                              PacketBytes(sockets[(i + 1) % size], name + ":2") +
-                              PacketBytes(SOCKET_CODE_TO_SERVER, name + ":3") +
-                              PacketBytes(SOCKET_CODE_ALL_CLIENTS, name + ":4")));
+    ASSERT_TRUE(peers[i].Send(BytesTo(SOCKET_CODE_ALL_CLIENTS, name + ":0") +
+                              BytesTo(SOCKET_CODE_OTHER_CLIENTS, name + ":1") +
+                              BytesTo(sockets[(i + 1) % size], name + ":2") +
+                              BytesTo(SOCKET_CODE_TO_SERVER, name + ":3") +
+                              BytesTo(SOCKET_CODE_ALL_CLIENTS, name + ":4")));
   }
   const std::size_t expected = 3 * size;  // two to all, one to the others, one from a neighbour
   for (std::size_t i = 0; i < size; ++i) {
@@ -183,9 +185,11 @@ TEST(SocketServer, CutsOffAClientThatNeverReadsAndHarmsNoOther) {
   LocalServer server;
   server.SetSendQueueLimit(4 << 20);
   ASSERT_TRUE(server.Start(&recorder));
-  Peer stuck(server.GetServerPort(), 8192);
+  Peer stuck(server.GetServerPort());
+  stuck.ShrinkReceiveBuffer();
   ASSERT_TRUE(recorder.WaitForAccepted(1));
-  Peer partly(server.GetServerPort(), 8192);
+  Peer partly(server.GetServerPort());
+  partly.ShrinkReceiveBuffer();
   ASSERT_TRUE(recorder.WaitForAccepted(2));
   Peer good(server.GetServerPort());
   ASSERT_TRUE(recorder.WaitForAccepted(3));
@@ -205,7 +209,7 @@ TEST(SocketServer, CutsOffAClientThatNeverReadsAndHarmsNoOther) {
     const std::string packet = Pattern(1 << 20, static_cast<unsigned>(i));
     server.BroadcastData(QVX_INVALID_SOCKET, packet.data(), static_cast<int>(packet.size()));
     if (i == 0) {
-      EXPECT_EQ(partly.ReceiveBytes(100000).size(), 100000u);
+      EXPECT_EQ(partly.Read(100000).size(), 100000u);
     }
     ASSERT_TRUE(recorder.WaitUntil([&] { return received == i + 1; }));
   }
@@ -326,37 +330,40 @@ TEST(SocketServer, RawModePassesBytesBothWays) {
   }));
   EXPECT_EQ(recorder.AllData(), bytes);
   server.BroadcastData(QVX_INVALID_SOCKET, bytes.data(), static_cast<int>(bytes.size()));
-  EXPECT_EQ(peers[0].ReceiveBytes(bytes.size()), bytes);
+  EXPECT_EQ(peers[0].Read(bytes.size()), bytes);
 }
 
 TEST(SocketServer, WritesItsLogLines) {
-  LogLines log;
+  const DebugLines log;
+  const auto says = [&log](int level, const std::string& text) {
+    return log.Count(level, text) > 0;
+  };
   Recorder recorder;
   LocalServer server;
   ASSERT_TRUE(server.Start(&recorder));
   const int port = server.GetServerPort();
   const int listener = static_cast<int>(static_cast<std::uint32_t>(server.GetServerFd()));
-  EXPECT_TRUE(log.Contains("[I]=> server bind to(" + std::to_string(port) +
-                           "), mSocketFD=" + std::to_string(listener) + ", packet socket\r\n"));
+  EXPECT_TRUE(says(2, "server bind to(" + std::to_string(port) +
+                          "), mSocketFD=" + std::to_string(listener) + ", packet socket\r\n"));
   LocalServer second;
   EXPECT_EQ(second.Create(static_cast<unsigned short>(port), 0, 1, nullptr, 0, "x"), 0);
   const std::string error = std::to_string(EADDRINUSE);
-  EXPECT_TRUE(log.Contains("[E]=> Server Bind Port : " + std::to_string(port) +
-                           " Failed, error=" + error + "\r\n"));
-  EXPECT_TRUE(log.Contains("[E]=> Create MsgServer Socket Failed, error=" + error + "!\r\n"));
+  EXPECT_TRUE(
+      says(4, "Server Bind Port : " + std::to_string(port) + " Failed, error=" + error + "\r\n"));
+  EXPECT_TRUE(says(4, "Create MsgServer Socket Failed, error=" + error + "!\r\n"));
   EXPECT_EQ(second.SendData(1, "x", 1), 0);
-  EXPECT_TRUE(log.Contains("[I]=> CSocketServer::SendData: mServerSocketFD is closed!!\r\n"));
+  EXPECT_TRUE(says(2, "CSocketServer::SendData: mServerSocketFD is closed!!\r\n"));
   EXPECT_EQ(server.SendData(1, nullptr, 1), 0);
-  EXPECT_TRUE(log.Contains("[I]=> CSocketServer::SendData: parameter invalid!\r\n"));
+  EXPECT_TRUE(says(2, "CSocketServer::SendData: parameter invalid!\r\n"));
   {
     Peer peer(server.GetServerPort());
     ASSERT_TRUE(recorder.WaitForAccepted(1));
   }
   ASSERT_TRUE(recorder.WaitForClosed(1));
   server.Close();
-  EXPECT_TRUE(log.Contains("[I]=> Total 1 client connected!\r\n"));
-  EXPECT_TRUE(log.Contains("[I]=> Total 0 client connected!\r\n"));
-  EXPECT_TRUE(log.Contains("[I]=> TCPAccept_test Accept failed, exit accept thread!\r\n"));
+  EXPECT_TRUE(says(2, "Total 1 client connected!\r\n"));
+  EXPECT_TRUE(says(2, "Total 0 client connected!\r\n"));
+  EXPECT_TRUE(says(2, "TCPAccept_test Accept failed, exit accept thread!\r\n"));
 }
 
 TEST(SocketServer, AcceptOutlivesErrorsAndALackOfDescriptors) {
@@ -575,16 +582,51 @@ TEST(SocketServer, AForkedChildCanServeAnew) {
   EXPECT_EQ(peers[0].Receive()->payload, "parent");
 }
 
-TEST(BluetoothServer, TellsThatThereIsNone) {
-  LogLines log;
+// A TCP listener stands in for the kernel's RFCOMM.
+TEST(BluetoothServer, ServesClientsOfChannelOne) {
+  static int bound_channel = 0;
+  platform::RfcommCalls calls;
+  calls.make = [] { return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0); };
+  calls.bind = [](int descriptor, std::uint8_t channel) {
+    bound_channel = channel;
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return bind(descriptor, reinterpret_cast<sockaddr*>(&address), sizeof(address));
+  };
+  platform::SetRfcommCalls(&calls);
+  Recorder recorder;
   CBTHSocketServer server;
-  if (server.Create(0, 0, 1, nullptr, 0, "bth") == 1) {
-    GTEST_SKIP() << "this machine has Bluetooth";
-  }
-  EXPECT_EQ(server.IsCreated(), 0);
-  EXPECT_GE(log.Count("[E]=> Create MsgServer Socket Failed, error=" +
-                      std::to_string(EAFNOSUPPORT) + "!\r\n"),
-            1);
+  ASSERT_EQ(server.Create(77, 0, 1, &recorder, 0, "bth"), 1);
+  platform::SetRfcommCalls(nullptr);
+  EXPECT_EQ(bound_channel, 1);
+  const Peer peer(server.GetServerPort());
+  peer.SendPacket(SOCKET_CODE_ALL_CLIENTS, "over the air");
+  EXPECT_EQ(peer.Receive()->payload, "over the air");
+  server.Close();
+  EXPECT_EQ(recorder.closed, 1);
+}
+
+TEST(BluetoothServer, TellsWhatFailed) {
+  const DebugLines log;
+  CBTHSocketServer server;
+  platform::RfcommCalls calls;
+  calls.make = [] {
+    errno = EAFNOSUPPORT;
+    return -1;
+  };
+  platform::SetRfcommCalls(&calls);
+  EXPECT_EQ(server.Create(0, 0, 1, nullptr, 0, "bth"), 0);
+  EXPECT_EQ(log.Count(4, "Create MsgServer Socket Failed, error=97!\r\n"), 2);
+  calls.make = [] { return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0); };
+  calls.bind = [](int, std::uint8_t) {
+    errno = EADDRINUSE;
+    return -1;
+  };
+  platform::SetRfcommCalls(&calls);
+  EXPECT_EQ(server.Create(0, 0, 1, nullptr, 0, "bth"), 0);
+  platform::SetRfcommCalls(nullptr);
+  EXPECT_EQ(log.Count(4, "Server Bind BTH Failed, error=98\r\n"), 1);
 }
 
 }  // namespace
