@@ -186,9 +186,11 @@ void ServerEngine::DestroyClient(ClientRecord* client) {
   platform::CloseSocket(record->nSocketFD);
 }
 
+// A listener that looks at the clients meanwhile finds those that are left.
 void ServerEngine::DestroyAll() {
-  for (int i = 0; i < server_.mClientArray.GetCount(); ++i) {
-    ClientRecord* client = RecordAt(i);
+  while (!server_.mClientArray.IsEmpty()) {
+    ClientRecord* client = RecordAt(0);
+    server_.mClientArray.DeleteAt(0, 1);
     clients_.erase(client->nSocketFD);
     DestroyClient(client);
   }
