@@ -54,7 +54,7 @@ void ExchangeAcross(CSocketServer& server, Recorder& recorder, CTCPSocketClient&
   ASSERT_TRUE(heard.WaitUntil([&] { return heard.packets.size() == 3; }));
   EXPECT_TRUE(heard.packets[1] == payload);
   EXPECT_EQ(heard.packets[2], "behind");
-  EXPECT_EQ(recorder.closed, 0);
+  EXPECT_EQ(recorder.closed.load(), 0);
 }
 
 void ExchangeOverSlowCable(std::size_t size) {

@@ -3,6 +3,7 @@
 // generous limit.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -58,8 +59,8 @@ class Recorder : public IServerSocketListener {
 
   std::mutex mutex;
   std::condition_variable changed;
-  int accepted = 0;
-  int closed = 0;
+  std::atomic<int> accepted{0};
+  std::atomic<int> closed{0};
   std::vector<std::uint64_t> closed_sockets;
   std::vector<std::string> data;
 };
