@@ -126,8 +126,7 @@ class PacketReader::Pass {
 
   Target OrdinaryTarget() {
     MakePayloadRoom(record_);
-    return {record_.pPayload + record_.nPayloadBytes, record_.nPayloadRoom - record_.nPayloadBytes,
-            false};
+    return {record_.pPayload + record_.nPayloadBytes, PayloadRoom(record_), false};
   }
 
   // Gives out all that is in the shared buffer. False to give up.

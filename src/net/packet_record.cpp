@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "net/packet_reader.h"
+#include "net/payload_blocks.h"
 #include "qvx/debug_output.h"
 
 namespace qvx::net {
@@ -43,6 +44,11 @@ bool IsHeaderGood(const tagTCPPACKETRECV& record, bool check) {
 
 void MakePayloadRoom(tagTCPPACKETRECV& record, std::uint32_t first) {
   if (record.nPayloadBytes < record.nPayloadRoom) return;
+  if (record.nPayloadRoom == 0 && first == 0) {
+    // A kept block costs nothing new, so it may be as large as the claim.
+    record.pPayload = TakePayloadBlock(record.nLength, &record.nPayloadRoom);
+    if (record.pPayload != nullptr) return;
+  }
   const std::uint32_t room = NextRoom(record, first);
   auto* grown = new unsigned char[room];
   if (record.nPayloadBytes > 0) std::memcpy(grown, record.pPayload, record.nPayloadBytes);
@@ -69,7 +75,7 @@ bool IsConnectionUsable(std::uint64_t socket, const platform::IoResult& result) 
 }
 
 void ClearPacket(tagTCPPACKETRECV& record) noexcept {
-  delete[] record.pPayload;
+  ReleasePayloadBlock(record.pPayload, record.nPayloadRoom);
   record = tagTCPPACKETRECV{};
 }
 

@@ -2,6 +2,7 @@
 // and what a receive that brought nothing means. They act on one tagTCPPACKETRECV.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 #include "platform/socket.h"
@@ -23,6 +24,11 @@ bool IsHeaderGood(const tagTCPPACKETRECV& record, bool check);
 // Makes sure that memory is there for at least one more byte of the payload, or for the whole
 // of the first bytes if that is given. A claimed length costs memory only as bytes come.
 void MakePayloadRoom(tagTCPPACKETRECV& record, std::uint32_t first = 0);
+
+// How many payload bytes can come now, once there is room.
+inline std::uint32_t PayloadRoom(const tagTCPPACKETRECV& record) {
+  return std::min(record.nPayloadRoom, record.nLength) - record.nPayloadBytes;
+}
 
 // After a receive without a byte: true to go on, false, with a log line, to give up.
 bool IsConnectionUsable(std::uint64_t socket, const platform::IoResult& result);

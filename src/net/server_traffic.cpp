@@ -4,6 +4,7 @@
 #include <cstring>
 #include <new>
 
+#include "net/payload_blocks.h"
 #include "net/rate_period.h"
 #include "net/server_engine.h"
 #include "net/server_scope.h"
@@ -22,7 +23,7 @@ constexpr std::size_t kItemCost = 64;
 
 struct FreeItem {
   void operator()(const tagCLIENTSOCKETBUFFER* item) const {
-    delete[] item->pData;
+    ReleasePayloadBlock(item->pData, static_cast<std::uint32_t>(item->nSize));
     delete item;
   }
 };

@@ -57,9 +57,8 @@ bool ReceivePayload(std::uint64_t socket, tagTCPPACKETRECV& record, bool first) 
   for (std::size_t taken = 0; record.nPayloadBytes < record.nLength && taken < kTurnBytes;) {
     MakePayloadRoom(record);
     std::uint32_t got = 0;
-    const Step step =
-        ReceiveStep(socket, record.pPayload + record.nPayloadBytes,
-                    record.nPayloadRoom - record.nPayloadBytes, first && taken == 0, &got);
+    const Step step = ReceiveStep(socket, record.pPayload + record.nPayloadBytes,
+                                  PayloadRoom(record), first && taken == 0, &got);
     if (step == Step::kGiveUp) return false;
     record.nPayloadBytes += got;
     taken += got;

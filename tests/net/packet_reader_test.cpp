@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "support/debug_lines.h"
+#include "support/failing_new.h"
 #include "support/fault_plan.h"
 #include "support/packet_bytes.h"
 #include "support/socket_pair.h"
@@ -168,6 +169,34 @@ TEST(PacketReader, GivesUpWhereTheConnectionIsOfNoUse) {
   tagTCPPACKETRECV record{};
   EXPECT_FALSE(reader.Receive(pair.ours, true, record, keeper));
   EXPECT_EQ(keeper.got.size(), 1u);
+}
+
+TEST(PacketReader, LargePayloadsReuseTheirMemory) {
+  class Counter : public PacketSink {
+   public:
+    bool OnPacket(tagTCPPACKETRECV&) override {
+      ++packets;
+      return true;
+    }
+    int packets = 0;
+  };
+  const std::string packet = PacketBytes(Pattern(200'000));
+  SocketPair pair;
+  Counter sink;
+  PacketReader reader;
+  tagTCPPACKETRECV record{};
+  for (int i = 1; i <= 3; ++i) {
+    std::thread sender([&] { pair.peer.Send(packet); });
+    {
+      FailingAllocations count(1'000'000);
+      while (sink.packets < i) {
+        EXPECT_GT(qvx::platform::PollSocket(pair.ours, 0x0300, kLongWait), 0);
+        EXPECT_TRUE(reader.Receive(pair.ours, true, record, sink));
+      }
+      EXPECT_TRUE(i == 1 || count.Seen() == 0);
+    }
+    sender.join();
+  }
 }
 
 TEST(PacketReader, ClaimedLengthCostsNothing) {

@@ -21,7 +21,7 @@ struct SocketPair {
   SocketPair(const SocketPair&) = delete;
   SocketPair& operator=(const SocketPair&) = delete;
 
-  // Sends from the far end and waits until all of it can be received here.
+  // Sends from the far end and waits until all of it can be received here. For a few KiB.
   void Bring(const std::string& bytes) {
     const std::size_t before = platform::PendingBytes(ours);
     ASSERT_TRUE(peer.Send(bytes));
