@@ -22,14 +22,6 @@ bool EndsWith(const std::string& text, const std::string& ending) {
 
 }  // namespace
 
-std::string Pattern(std::size_t size) {
-  std::string pattern;
-  pattern.reserve(size + 20);
-  for (std::uint64_t i = 0; pattern.size() < size; ++i) pattern += std::to_string(i * 104729);
-  pattern.resize(size);
-  return pattern;
-}
-
 std::vector<std::string> NamesIn(const std::string& folder) {
   std::vector<std::string> names;
   for (const auto& entry : std::filesystem::directory_iterator(folder))

@@ -13,8 +13,6 @@
 
 namespace qvx::test {
 
-// Bytes that differ from block to block.
-std::string Pattern(std::size_t size);
 // The names in a folder, sorted.
 std::vector<std::string> NamesIn(const std::string& folder);
 

@@ -1,17 +1,11 @@
 #include "netfile/netfile_fixture.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <sys/time.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
 
 #include "platform/path.h"
-#include "qvx/debug_output.h"
 #include "qvx/socket_primitives.h"
 
 namespace qvx::test {
@@ -19,18 +13,6 @@ namespace qvx::test {
 namespace {
 
 constexpr unsigned kPatienceSeconds = 30;
-
-sockaddr_in Loopback(unsigned short port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
-}
-
-Bytes HeaderOf(std::uint64_t code, std::size_t size) {
-  return Raw(tagTCPPACKETHEADER{SOCKET_PACKET_TAG, 0, code, static_cast<std::uint32_t>(size)});
-}
 
 }  // namespace
 
@@ -65,7 +47,8 @@ Bytes Field(const std::u16string& text, std::size_t units) {
 }
 
 Bytes Record(std::uint32_t serial, std::uint32_t command, std::uint64_t cookie, const Bytes& body) {
-  return Raw(tagSOCKETFILEHEADER{SOCKET_FILE_VERSION, serial, command, cookie}) + body;
+  return LittleEndian(SOCKET_FILE_VERSION) + LittleEndian(serial) + LittleEndian(command) +
+         LittleEndian(cookie) + body;
 }
 
 LoopbackServer::LoopbackServer() {
@@ -100,49 +83,18 @@ LoopbackClient::LoopbackClient(unsigned short port) {
   EXPECT_EQ(Create("127.0.0.1", port, "file"), 1);
 }
 
-WirePeer::WirePeer(unsigned short port)
-    : descriptor_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  timeval patience{kPatienceSeconds, 0};
-  setsockopt(descriptor_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
-  auto address = Loopback(port);
-  EXPECT_EQ(connect(descriptor_, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-}
-
-WirePeer::~WirePeer() {
-  close(descriptor_);
-}
-
-void WirePeer::SendBytes(const Bytes& bytes) {
-  std::size_t sent = 0;
-  while (sent < bytes.size()) {
-    ssize_t moved = send(descriptor_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-    if (moved <= 0) return;
-    sent += static_cast<std::size_t>(moved);
-  }
-}
-
 void WirePeer::SendPacket(std::uint64_t code, const Bytes& payload) {
-  SendBytes(HeaderOf(code, payload.size()) + payload);
-}
-
-bool WirePeer::ReceiveBytes(char* data, std::size_t size) {
-  while (size > 0) {
-    ssize_t moved = recv(descriptor_, data, size, 0);
-    if (moved <= 0) return false;
-    data += moved;
-    size -= static_cast<std::size_t>(moved);
-  }
-  return true;
+  peer_.Send(PacketBytes(payload, static_cast<std::int64_t>(code)));
 }
 
 std::optional<Bytes> WirePeer::ReceivePacket(std::uint64_t* code) {
-  tagTCPPACKETHEADER header;
-  if (!ReceiveBytes(reinterpret_cast<char*>(&header), sizeof(header))) return std::nullopt;
-  EXPECT_EQ(header.nTag, SOCKET_PACKET_TAG);
-  if (code) *code = header.nCode;
-  Bytes payload(header.nLength, '\0');
-  if (!ReceiveBytes(payload.data(), payload.size())) return std::nullopt;
-  return payload;
+  Bytes header = peer_.Read(20);
+  if (header.size() < 20) return std::nullopt;
+  EXPECT_EQ(ValueAt<std::uint32_t>(header, 0), SOCKET_PACKET_TAG);
+  if (code) *code = ValueAt<std::uint64_t>(header, 8);
+  auto size = ValueAt<std::uint32_t>(header, 16);
+  Bytes payload = peer_.Read(size);
+  return payload.size() == size ? std::optional(payload) : std::nullopt;
 }
 
 Bytes WirePeer::Ask(const Bytes& record) {
@@ -150,40 +102,20 @@ Bytes WirePeer::Ask(const Bytes& record) {
   return ReceivePacket().value_or(Bytes());
 }
 
-bool WirePeer::AtEnd() {
-  char byte;
-  return !ReceiveBytes(&byte, 1);
-}
-
-void WirePeer::Reset() {
-  linger now{1, 0};
-  setsockopt(descriptor_, SOL_SOCKET, SO_LINGER, &now, sizeof(now));
-  close(descriptor_);
-  descriptor_ = -1;
-}
-
-ScriptedServer::ScriptedServer(Script script)
-    : script_(std::move(script)), listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  auto address = Loopback(0);
-  socklen_t size = sizeof(address);
-  EXPECT_EQ(bind(listener_, reinterpret_cast<sockaddr*>(&address), size), 0);
-  EXPECT_EQ(listen(listener_, 8), 0);
-  getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
-  port_ = ntohs(address.sin_port);
+ScriptedServer::ScriptedServer(Script script) : script_(std::move(script)) {
   thread_ = std::thread([this] { Serve(); });
 }
 
 ScriptedServer::~ScriptedServer() {
-  shutdown(listener_, SHUT_RDWR);
+  stopping_ = true;
+  RawPeer::To(Port());
   thread_.join();
-  close(listener_);
 }
 
 void ScriptedServer::Serve() {
   for (;;) {
-    int connection = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-    if (connection < 0) return;
-    WirePeer peer(connection);
+    WirePeer peer(listener_.Accept());
+    if (stopping_) return;
     std::uint64_t code = 0;
     auto packet = peer.ReceivePacket(&code);
     EXPECT_EQ(code, SOCKET_CODE_HELLO);
@@ -196,35 +128,9 @@ void ScriptedServer::Serve() {
   }
 }
 
-Bytes Packet(const Bytes& payload) {
-  return HeaderOf(1, payload.size()) + payload;
-}
-
 Bytes Answer(const Bytes& request, const Bytes& body) {
   auto header = ValueAt<tagSOCKETFILEHEADER>(request, 0);
   return Record(header.nSerial, header.nCommand + 1, header.nCookie, body);
-}
-
-LogLines::LogLines() {
-  DbgOutputAddCallback(&LogLines::Take, this);
-}
-
-LogLines::~LogLines() {
-  DbgOutputDelCallback(&LogLines::Take);
-}
-
-int LogLines::Take(void* context, int, const char* line, int length) {
-  auto* lines = static_cast<LogLines*>(context);
-  std::lock_guard<std::mutex> lock(lines->mutex_);
-  lines->lines_.emplace_back(line, static_cast<std::size_t>(length));
-  return 1;
-}
-
-int LogLines::Count(const std::string& text) const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return static_cast<int>(std::count_if(lines_.begin(), lines_.end(), [&](const auto& line) {
-    return line.find(text) != std::string::npos;
-  }));
 }
 
 }  // namespace qvx::test

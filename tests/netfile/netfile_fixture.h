@@ -1,7 +1,8 @@
 // What the tests of the file service share: a server on a free port of 127.0.0.1, a peer that
-// speaks the wire by hand, a server that answers by script, and the log lines of a scope.
+// speaks the wire by hand, and a server that answers by script.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -9,11 +10,13 @@
 #include <optional>
 #include <string>
 #include <thread>
-#include <vector>
+#include <utility>
 
 #include "qvx/socket_file_client.h"
 #include "qvx/socket_file_protocol.h"
 #include "qvx/socket_file_server.h"
+#include "support/packet_bytes.h"
+#include "support/raw_peer.h"
 
 namespace qvx::test {
 
@@ -26,10 +29,6 @@ int DescriptorsBelow(const std::string& folder);
 // Waits until there are so many; false if that does not come.
 bool WaitForDescriptorsBelow(const std::string& folder, int count);
 
-template <typename T>
-Bytes Raw(const T& value) {
-  return Bytes(reinterpret_cast<const char*>(&value), sizeof(value));
-}
 template <typename T>
 T ValueAt(const Bytes& bytes, std::size_t offset) {
   T value{};
@@ -70,28 +69,24 @@ class LoopbackClient : public CSocketFileClient {
   ~LoopbackClient() override { Close(); }
 };
 
-// A plain blocking connection. A peer that waits longer than 30 s fails the test.
+// A plain connection that speaks in packets.
 class WirePeer {
  public:
-  explicit WirePeer(unsigned short port);
-  explicit WirePeer(int descriptor) : descriptor_(descriptor) {}
-  ~WirePeer();
-  WirePeer(const WirePeer&) = delete;
-  WirePeer& operator=(const WirePeer&) = delete;
+  explicit WirePeer(unsigned short port) : peer_(RawPeer::To(port)) {}
+  explicit WirePeer(RawPeer peer) : peer_(std::move(peer)) {}
 
   void SendPacket(std::uint64_t code, const Bytes& payload);
-  void SendBytes(const Bytes& bytes);
+  void SendBytes(const Bytes& bytes) { peer_.Send(bytes); }
   // The payload of the next packet; nothing if the connection ended.
   std::optional<Bytes> ReceivePacket(std::uint64_t* code = nullptr);
   // One request and its answer.
   Bytes Ask(const Bytes& record);
-  bool AtEnd();
+  bool AtEnd() { return peer_.SeesEnd(); }
   // Ends the connection at once, without the usual goodbye.
-  void Reset();
+  void Reset() { peer_.Reset(); }
 
  private:
-  bool ReceiveBytes(char* data, std::size_t size);
-  int descriptor_ = -1;
+  RawPeer peer_;
 };
 
 // Takes connections one after the other, reads the hello, and hands each request to a script.
@@ -103,34 +98,17 @@ class ScriptedServer {
   ~ScriptedServer();
   ScriptedServer(const ScriptedServer&) = delete;
   ScriptedServer& operator=(const ScriptedServer&) = delete;
-  unsigned short Port() const { return port_; }
+  unsigned short Port() const { return listener_.Port(); }
 
  private:
   void Serve();
   Script script_;
-  int listener_ = -1;
-  unsigned short port_ = 0;
+  RawListener listener_;
+  std::atomic<bool> stopping_{false};
   std::thread thread_;
 };
 
-// Whole packets of a server, for scripts that send them in pieces.
-Bytes Packet(const Bytes& payload);
 // The answer to a request with this body.
 Bytes Answer(const Bytes& request, const Bytes& body);
-
-// The lines that the library logs while it lives.
-class LogLines {
- public:
-  LogLines();
-  ~LogLines();
-  LogLines(const LogLines&) = delete;
-  LogLines& operator=(const LogLines&) = delete;
-  int Count(const std::string& text) const;
-
- private:
-  static int Take(void* context, int level, const char* line, int length);
-  mutable std::mutex mutex_;
-  std::vector<std::string> lines_;
-};
 
 }  // namespace qvx::test

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "netfile/netfile_fixture.h"
+#include "support/debug_lines.h"
 #include "support/fault_plan.h"
 #include "support/temp_folder.h"
 
@@ -23,14 +24,15 @@ struct Recorder {
   bool operator()(WirePeer& peer, const Bytes& request) {
     requests.push_back(request);
     auto command = ValueAt<std::uint32_t>(request, 8);
-    Bytes body = Raw(std::uint32_t{1});
+    Bytes body = LittleEndian(std::uint32_t{1});
     if (command == 1) body = Field(u"C:\\data");
-    if (command == 3) body = Raw(std::uint64_t{9});
-    if (command == 11) body = Raw(std::uint64_t{0x123456789});
-    if (command == 13) body = Raw(std::uint32_t{3}) + "abc";
-    if (command == 15) body = Raw(std::uint32_t{5});
+    if (command == 3) body = LittleEndian(std::uint64_t{9});
+    if (command == 11) body = LittleEndian(std::uint64_t{0x123456789});
+    if (command == 13) body = LittleEndian(std::uint32_t{3}) + "abc";
+    if (command == 15) body = LittleEndian(std::uint32_t{5});
     if (command == 17) body = "0123456789abcdef";
-    if (command == 19) body = Raw(std::uint32_t{6}) + Raw(std::uint32_t{2}) + Field(u"a;bc", 4);
+    if (command == 19)
+      body = LittleEndian(std::uint32_t{6}) + LittleEndian(std::uint32_t{2}) + Field(u"a;bc", 4);
     peer.SendPacket(1, Answer(request, body));
     return true;
   }
@@ -64,13 +66,13 @@ TEST(FileClient, SendsEachRequestAsTheWireSays) {
     EXPECT_EQ(std::u16string(folders.GetString()), u"a;b");
     EXPECT_EQ(std::u16string(files.GetString()), u"c");
   }
-  Bytes handle = Raw(std::uint64_t{9});
+  Bytes handle = LittleEndian(std::uint64_t{9});
   const std::pair<std::uint32_t, Bytes> expected[] = {
-      {1, Raw(std::int32_t{-2})},
+      {1, LittleEndian(std::int32_t{-2})},
       {3, Field(std::u16string(259, u'p')) + Field(u"012345678901234", 16)},
       {11, handle},
-      {13, handle + Raw(std::uint64_t{0x1234567890}) + Raw(std::uint32_t{4})},
-      {15, handle + Raw(std::uint64_t{7}) + Raw(std::uint32_t{5}) + "hello"},
+      {13, handle + LittleEndian(std::uint64_t{0x1234567890}) + LittleEndian(std::uint32_t{4})},
+      {15, handle + LittleEndian(std::uint64_t{7}) + LittleEndian(std::uint32_t{5}) + "hello"},
       {5, handle},
       {7, Field(u"d")},
       {9, Field(u"old") + Field(u"")},
@@ -88,18 +90,18 @@ TEST(FileClient, SendsEachRequestAsTheWireSays) {
 }
 
 TEST(FileClient, WithoutConnectionOrFileNothingGoesOut) {
-  LogLines log;
+  DebugLines log;
   char buffer[4];
   {
     CSocketFileClient client;
     EXPECT_EQ(client.OpenFile(u"f", u"rb"), 0);
     EXPECT_EQ(client.ReadFile(0, buffer, 4, kForever), 0u);
     EXPECT_EQ(client.DeleteFileW(u"f"), 0);
-    EXPECT_EQ(log.Count("SendData Failed"), 0);
+    EXPECT_EQ(log.Count(2, "CSocketFileClient::OpenFile: SendData Failed\r\n"), 0);
     unsigned char digest[16];
     EXPECT_EQ(client.GetFileMD5(nullptr, digest), 0);
     EXPECT_EQ(client.GetFileMD5(u"f", digest), 0);
-    EXPECT_EQ(log.Count("CSocketFileClient::GetFileMD5: SendData Failed\r\n"), 1);
+    EXPECT_EQ(log.Count(2, "CSocketFileClient::GetFileMD5: SendData Failed\r\n"), 1);
   }
   Recorder recorder;
   {
@@ -110,7 +112,7 @@ TEST(FileClient, WithoutConnectionOrFileNothingGoesOut) {
     EXPECT_EQ(client.GetFileSize(), 0u);
     EXPECT_EQ(client.CloseFile(), 0);
   }
-  EXPECT_EQ(log.Count("Net Closed!!\r\n"), 3);
+  EXPECT_EQ(log.Count(2, "Net Closed!!\r\n"), 3);
   EXPECT_TRUE(recorder.requests.empty());
 }
 
@@ -118,19 +120,20 @@ TEST(FileClient, ALateAnswerReachesNobody) {
   std::vector<Bytes> held;
   ScriptedServer server([&](WirePeer& peer, const Bytes& request) {
     auto command = ValueAt<std::uint32_t>(request, 8);
-    if (command == 3) peer.SendPacket(1, Answer(request, Raw(std::uint64_t{9})));
+    if (command == 3) peer.SendPacket(1, Answer(request, LittleEndian(std::uint64_t{9})));
     if (command == 13) held.push_back(request);
     if (command != 11) return true;
-    for (const auto& late : held) peer.SendPacket(1, Answer(late, Raw(std::uint32_t{4}) + "late"));
-    peer.SendPacket(1, Answer(request, Raw(std::uint64_t{77})));
+    for (const auto& late : held)
+      peer.SendPacket(1, Answer(late, LittleEndian(std::uint32_t{4}) + "late"));
+    peer.SendPacket(1, Answer(request, LittleEndian(std::uint64_t{77})));
     return true;
   });
-  LogLines log;
+  DebugLines log;
   LoopbackClient client(server.Port());
   ASSERT_EQ(client.OpenFile(u"f", u"rb"), 1);
   auto buffer = std::make_unique<std::array<char, 4>>();
   EXPECT_EQ(client.ReadFile(0, buffer->data(), 4, 20), 0u);
-  EXPECT_EQ(log.Count("CSocketFileClient::ReadFile: wait response timeout\r\n"), 1);
+  EXPECT_EQ(log.Count(2, "CSocketFileClient::ReadFile: wait response timeout\r\n"), 1);
   buffer.reset();
   EXPECT_EQ(client.GetFileSize(), 77u);
 }
@@ -142,7 +145,7 @@ TEST(FileClient, ImpossibleAnswersTouchNoMemory) {
   ScriptedServer server([&](WirePeer& peer, const Bytes& request) {
     auto asked = ValueAt<std::uint32_t>(request, 8);
     if (asked == 3) {
-      peer.SendPacket(1, Answer(request, Raw(std::uint64_t{9})));
+      peer.SendPacket(1, Answer(request, LittleEndian(std::uint64_t{9})));
       return true;
     }
     Bytes answer =
@@ -160,26 +163,27 @@ TEST(FileClient, ImpossibleAnswersTouchNoMemory) {
     EXPECT_EQ(client.ReadFile(0, buffer, 8, kForever), 0u);
     EXPECT_STREQ(buffer, "...........");
   };
-  read(14, Raw(std::uint32_t{9}) + "123456789");
-  read(14, Raw(std::uint32_t{8}) + "1234");
-  read(14, Raw(std::uint32_t{0xFFFFFFFF}) + Bytes(100, 'x'));
-  read(14, Raw(std::uint32_t{0}) + Bytes(100, 'x'));
+  read(14, LittleEndian(std::uint32_t{9}) + "123456789");
+  read(14, LittleEndian(std::uint32_t{8}) + "1234");
+  read(14, LittleEndian(std::uint32_t{0xFFFFFFFF}) + Bytes(100, 'x'));
+  read(14, LittleEndian(std::uint32_t{0}) + Bytes(100, 'x'));
   read(14, "");
-  read(12, Raw(std::uint64_t{5}));
-  read(13, Raw(std::uint32_t{4}) + "1234");
-  read(99, Raw(std::uint32_t{4}) + "1234");
+  read(12, LittleEndian(std::uint64_t{5}));
+  read(13, LittleEndian(std::uint32_t{4}) + "1234");
+  read(99, LittleEndian(std::uint32_t{4}) + "1234");
   command = 0;
   CBaseStringW folders(u"kept"), files(u"kept");
   for (auto sizes : {std::array<std::uint32_t, 2>{100, 0}, {0, 100}, {0xFFFFFFFF, 5}, {0, 0}}) {
-    body = Raw(sizes[0]) + Raw(sizes[1]) + "1234";
+    body = LittleEndian(sizes[0]) + LittleEndian(sizes[1]) + "1234";
     client.GetFolderList(u"l", &folders, &files);
     EXPECT_EQ(std::u16string(folders.GetString()), u"kept");
     EXPECT_EQ(std::u16string(files.GetString()), u"kept");
   }
-  LogLines log;
+  DebugLines log;
   break_version = true;
-  read(14, Raw(std::uint32_t{8}) + "12345678");
-  EXPECT_EQ(log.Count("CSocketFileClient::OnClientReceiveData: Net File Version NOT MATCH\r\n"), 1);
+  read(14, LittleEndian(std::uint32_t{8}) + "12345678");
+  EXPECT_EQ(log.Count(2, "CSocketFileClient::OnClientReceiveData: Net File Version NOT MATCH\r\n"),
+            1);
   EXPECT_EQ(client.OpenFile(u"f", u"rb"), 0);
 }
 
@@ -188,10 +192,10 @@ TEST(FileClient, AConnectionThatEndsAtAnyByteWakesItsCaller) {
   Bytes whole;
   ScriptedServer server([&](WirePeer& peer, const Bytes& request) {
     if (ValueAt<std::uint32_t>(request, 8) == 3) {
-      peer.SendPacket(1, Answer(request, Raw(std::uint64_t{9})));
+      peer.SendPacket(1, Answer(request, LittleEndian(std::uint64_t{9})));
       return true;
     }
-    whole = Packet(Answer(request, Raw(std::uint32_t{20}) + Bytes(20, 'x')));
+    whole = PacketBytes(Answer(request, LittleEndian(std::uint32_t{20}) + Bytes(20, 'x')));
     peer.SendBytes(whole.substr(0, sent));
     return false;
   });
@@ -214,18 +218,19 @@ TEST(FileClient, CloseWakesAWaitingCall) {
     asked.notify_all();
     return true;
   });
-  LogLines log;
+  DebugLines log;
   LoopbackClient client(server.Port());
   unsigned char digest[16] = {42};
   int result = 0;
   std::thread caller([&] { result = client.GetFileMD5(u"f", digest); });
   asked.wait(false);
+  std::string descriptor = std::to_string(static_cast<int>(client.GetSocketFd()));
   client.Close();
   caller.join();
   EXPECT_EQ(result, 1);
   EXPECT_EQ(digest[0], 42);
-  EXPECT_EQ(log.Count("wait response timeout"), 0);
-  EXPECT_EQ(log.Count(") Disconnect\r\n"), 1);
+  EXPECT_EQ(log.Count(2, "CSocketFileClient::GetFileMD5: wait response timeout\r\n"), 0);
+  EXPECT_EQ(log.Count(2, "Client Socket(" + descriptor + ") Disconnect\r\n"), 1);
 }
 
 TEST(FileClient, SixteenThreadsGetTheirOwnAnswers) {

@@ -10,6 +10,7 @@
 
 #include "netfile/copy_fixture.h"
 #include "netfile/netfile_fixture.h"
+#include "support/debug_lines.h"
 #include "support/fault_plan.h"
 #include "support/slow_relay.h"
 #include "support/temp_folder.h"
@@ -62,13 +63,17 @@ TEST_P(Copies, ATakenNameKeepsItsFile) {
 }
 
 TEST_P(Copies, AFileThatCannotBeOpenedLeavesNothing) {
-  LogLines log;
+  DebugLines log;
   int unreadable = Down() ? SOCKET_FILE_COPY_REMOTE_OPEN : SOCKET_FILE_COPY_LOCAL_OPEN;
   EXPECT_EQ(CopyFileEx("missing"), unreadable);
   mkfifo(source_.Path("fifo").c_str(), 0666);
   EXPECT_EQ(CopyFile("fifo"), 0);
   EXPECT_EQ(CopyFileEx("fifo"), unreadable);
-  EXPECT_EQ(log.Count(Down() ? "open failed\r\n" : "open failed, err is:2\r\n"), Down() ? 3 : 1);
+  std::u16string missing = Source("missing");
+  std::string path(missing.begin(), missing.end());
+  EXPECT_EQ(log.Count(2, Down() ? "NetFile(" + path + ") open failed\r\n"
+                                : "local file(" + path + ") open failed, err is:2\r\n"),
+            1);
   source_.Write("file", "x");
   target_.Write("nofolder", "");
   auto copy = Down() ? SocketFileCopyFromServerEx : SocketFileCopyToServerEx;
@@ -254,14 +259,14 @@ class BadServer : public testing::Test {
   ScriptedServer server_{[this](WirePeer& peer, const Bytes& request) {
     auto command = ValueAt<std::uint32_t>(request, 8);
     auto bytes = static_cast<std::uint32_t>(names_.size() * 2);
-    if (command == 3) peer.SendPacket(1, Answer(request, Raw(std::uint64_t{9})));
-    if (command == 5) peer.SendPacket(1, Answer(request, Raw(std::uint32_t{1})));
+    if (command == 3) peer.SendPacket(1, Answer(request, LittleEndian(std::uint64_t{9})));
+    if (command == 5) peer.SendPacket(1, Answer(request, LittleEndian(std::uint32_t{1})));
     if (command == 11 && !answers_size_) return false;
-    if (command == 11) peer.SendPacket(1, Answer(request, Raw(std::uint64_t{1})));
-    if (command == 13) peer.SendPacket(1, Answer(request, Raw(std::uint32_t{1}) + "x"));
+    if (command == 11) peer.SendPacket(1, Answer(request, LittleEndian(std::uint64_t{1})));
+    if (command == 13) peer.SendPacket(1, Answer(request, LittleEndian(std::uint32_t{1}) + "x"));
     if (command == 19)
-      peer.SendPacket(
-          1, Answer(request, Raw(std::uint32_t{0}) + Raw(bytes) + Field(names_, names_.size())));
+      peer.SendPacket(1, Answer(request, LittleEndian(std::uint32_t{0}) + LittleEndian(bytes) +
+                                             Field(names_, names_.size())));
     return true;
   }};
   LoopbackClient client_{server_.Port()};

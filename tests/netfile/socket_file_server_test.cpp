@@ -9,6 +9,7 @@
 
 #include "netfile/netfile_fixture.h"
 #include "qvx/socket_primitives.h"
+#include "support/debug_lines.h"
 #include "support/temp_folder.h"
 
 namespace qvx::test {
@@ -31,17 +32,21 @@ class FileServer : public testing::Test {
     EXPECT_EQ(answer.substr(0, 20), Record(serial_, command + 1, cookie, {})) << command;
     return answer.size() >= 20 ? answer.substr(20) : Bytes();
   }
+  std::string Opening(const std::string& name) {
+    auto path = Path(name);
+    return "openfile " + std::string(path.begin(), path.end()) + " failed:";
+  }
   std::uint64_t Open(const std::string& name, const std::u16string& mode) {
     Bytes answer = Ask(3, Field(Path(name)) + Field(mode, 16));
     EXPECT_EQ(answer.size(), 8u);
     return ValueAt<std::uint64_t>(answer, 0);
   }
   Bytes Read(std::uint64_t handle, std::uint64_t offset, std::uint32_t size) {
-    return Ask(13, Raw(handle) + Raw(offset) + Raw(size));
+    return Ask(13, LittleEndian(handle) + LittleEndian(offset) + LittleEndian(size));
   }
   Bytes Write(std::uint64_t handle, std::uint64_t offset, const Bytes& data) {
     auto size = static_cast<std::uint32_t>(data.size());
-    return Ask(15, Raw(handle) + Raw(offset) + Raw(size) + data);
+    return Ask(15, LittleEndian(handle) + LittleEndian(offset) + LittleEndian(size) + data);
   }
 };
 
@@ -52,17 +57,17 @@ TEST_F(FileServer, AnswersEachFileRequest) {
   folder_.Write("hello", "Hello");
   std::uint64_t handle = Open("hello", u"rb");
   ASSERT_NE(handle, 0u);
-  EXPECT_EQ(Ask(11, Raw(handle)), Raw(std::uint64_t{5}));
+  EXPECT_EQ(Ask(11, LittleEndian(handle)), LittleEndian(std::uint64_t{5}));
   EXPECT_EQ(Read(handle, 0, 100), Bytes("\5\0\0\0Hello", 9));
   EXPECT_EQ(Read(handle, 1, 2), Bytes("\2\0\0\0el", 6));
   EXPECT_EQ(Read(handle, 5, 10), kNone);
   EXPECT_EQ(Read(handle, ~std::uint64_t{0}, 10), kNone);
   EXPECT_EQ(Read(handle, 0, 0), kNone);
   EXPECT_EQ(Write(handle, 0, "x"), kNone);
-  EXPECT_EQ(Ask(5, Raw(handle)), kOne);
-  EXPECT_EQ(Ask(11, Raw(handle)), Raw(std::uint64_t{0}));
+  EXPECT_EQ(Ask(5, LittleEndian(handle)), kOne);
+  EXPECT_EQ(Ask(11, LittleEndian(handle)), LittleEndian(std::uint64_t{0}));
   EXPECT_EQ(Read(handle, 0, 5), kNone);
-  EXPECT_EQ(Ask(5, Raw(handle)), kOne);
+  EXPECT_EQ(Ask(5, LittleEndian(handle)), kOne);
 
   std::uint64_t written = Open("new", u"wb");
   ASSERT_GT(written, handle);
@@ -70,8 +75,8 @@ TEST_F(FileServer, AnswersEachFileRequest) {
   EXPECT_EQ(Write(written, 0, "ab"), Bytes("\2\0\0\0", 4));
   EXPECT_EQ(Write(written, 0, ""), kNone);
   EXPECT_EQ(Read(written, 0, 4), kNone);
-  EXPECT_EQ(Ask(11, Raw(written)), Raw(std::uint64_t{4}));
-  EXPECT_EQ(Ask(5, Raw(written)), kOne);
+  EXPECT_EQ(Ask(11, LittleEndian(written)), LittleEndian(std::uint64_t{4}));
+  EXPECT_EQ(Ask(5, LittleEndian(written)), kOne);
   EXPECT_EQ(ReadWhole(folder_.Path("new")), "abcd");
   EXPECT_EQ(DescriptorsBelow(folder_.Path()), 0);
 }
@@ -138,7 +143,7 @@ class NumberedFolders : public IServerFolderPathInterface {
 };
 
 TEST_F(FileServer, FolderPathsComeFromTheApplication) {
-  Bytes two = Raw(std::int32_t{2});
+  Bytes two = LittleEndian(std::int32_t{2});
   EXPECT_EQ(Ask(1, two), Bytes(520, '\0'));
   NumberedFolders folders;
   server_.SetFolderPathInterface(&folders, 7);
@@ -176,7 +181,9 @@ TEST_F(FileServer, ShortRecordsGetTheFailureAnswer) {
     EXPECT_EQ(Ask(it.command, {}), it.failure) << it.command;
   }
   std::uint64_t handle = Open("file", u"wb");
-  EXPECT_EQ(Ask(15, Raw(handle) + Raw(std::uint64_t{0}) + Raw(std::uint32_t{5}) + "1234"), kNone);
+  EXPECT_EQ(Ask(15, LittleEndian(handle) + LittleEndian(std::uint64_t{0}) +
+                        LittleEndian(std::uint32_t{5}) + "1234"),
+            kNone);
   EXPECT_EQ(ReadWhole(folder_.Path("file")), "");
 }
 
@@ -185,27 +192,28 @@ TEST_F(FileServer, UnknownCommandsAreIgnored) {
     peer_.SendPacket(SOCKET_CODE_TO_SERVER, Record(1, command, 0, Bytes(1100, 'A')));
   for (std::size_t size = 1; size < 20; ++size)
     peer_.SendPacket(SOCKET_CODE_TO_SERVER, Record(1, 5, 0, {}).substr(0, size));
-  EXPECT_EQ(Ask(11, Raw(std::uint64_t{0})), Bytes(8, '\0'));
+  EXPECT_EQ(Ask(11, LittleEndian(std::uint64_t{0})), Bytes(8, '\0'));
 }
 
 TEST_F(FileServer, AWrongVersionEndsTheConnection) {
-  LogLines log;
-  Bytes record = Record(1, 5, 0, Raw(std::uint64_t{0}));
+  DebugLines log;
+  Bytes record = Record(1, 5, 0, LittleEndian(std::uint64_t{0}));
   record[0] = 4;
   peer_.SendPacket(SOCKET_CODE_TO_SERVER, record);
   EXPECT_TRUE(peer_.AtEnd());
-  EXPECT_EQ(log.Count("CSocketFileServer::OnServerReceiveData: Net File Version NOT MATCH\r\n"), 1);
+  EXPECT_EQ(log.Count(2, "CSocketFileServer::OnServerReceiveData: Net File Version NOT MATCH\r\n"),
+            1);
 }
 
 TEST_F(FileServer, HandlesBelongToTheirClient) {
   folder_.Write("secret", "secret");
   std::uint64_t handle = Open("secret", u"r+b");
   WirePeer other(server_.Port());
-  Bytes at_start = Raw(handle) + Raw(std::uint64_t{0});
-  EXPECT_EQ(AskAs(other, 11, Raw(handle)), Bytes(8, '\0'));
-  EXPECT_EQ(AskAs(other, 13, at_start + Raw(std::uint32_t{6})), kNone);
-  EXPECT_EQ(AskAs(other, 15, at_start + Raw(std::uint32_t{1}) + "X"), kNone);
-  EXPECT_EQ(AskAs(other, 5, Raw(handle)), kOne);
+  Bytes at_start = LittleEndian(handle) + LittleEndian(std::uint64_t{0});
+  EXPECT_EQ(AskAs(other, 11, LittleEndian(handle)), Bytes(8, '\0'));
+  EXPECT_EQ(AskAs(other, 13, at_start + LittleEndian(std::uint32_t{6})), kNone);
+  EXPECT_EQ(AskAs(other, 15, at_start + LittleEndian(std::uint32_t{1}) + "X"), kNone);
+  EXPECT_EQ(AskAs(other, 5, LittleEndian(handle)), kOne);
   for (std::uint64_t guess : {handle + 1, handle - 1, ~handle, std::uint64_t{0}})
     EXPECT_EQ(Read(guess, 0, 6), kNone);
   EXPECT_EQ(Read(handle, 0, SOCKET_FILE_MAX_READ + 1), kNone);
@@ -214,7 +222,7 @@ TEST_F(FileServer, HandlesBelongToTheirClient) {
 }
 
 TEST_F(FileServer, OpensOnlyRegularFilesAndWaitsForNobody) {
-  LogLines log;
+  DebugLines log;
   mkdir(folder_.Path("folder").c_str(), 0777);
   mkfifo(folder_.Path("fifo").c_str(), 0666);
   std::filesystem::create_symlink("/dev/zero", folder_.Path("device"));
@@ -229,8 +237,8 @@ TEST_F(FileServer, OpensOnlyRegularFilesAndWaitsForNobody) {
       ValueAt<std::uint64_t>(Ask(3, Field(std::u16string(260, u'x'), 260) + Field(u"rb", 16)), 0),
       0u);
   EXPECT_EQ(DescriptorsBelow(folder_.Path()), 0);
-  EXPECT_EQ(log.Count("fifo failed:22\r\n"), 3);
-  EXPECT_EQ(log.Count("missing failed:2\r\n"), 1);
+  EXPECT_EQ(log.Count(2, Opening("fifo") + "22\r\n"), 3);
+  EXPECT_EQ(log.Count(2, Opening("missing") + "2\r\n"), 1);
 }
 
 TEST_F(FileServer, AVanishedClientLeavesNoOpenFile) {
@@ -242,7 +250,8 @@ TEST_F(FileServer, AVanishedClientLeavesNoOpenFile) {
   }
   EXPECT_EQ(DescriptorsBelow(folder_.Path()), 6);
   std::uint64_t handle = Open("a", u"rb");
-  Bytes whole = Raw(handle) + Raw(std::uint64_t{0}) + Raw(std::uint32_t{1 << 20});
+  Bytes whole =
+      LittleEndian(handle) + LittleEndian(std::uint64_t{0}) + LittleEndian(std::uint32_t{1 << 20});
   // Answers that nobody fetches hold the file as well, until the connection is gone.
   for (std::uint32_t i = 0; i < 64; ++i)
     peer_.SendPacket(SOCKET_CODE_TO_SERVER, Record(i, 13, 0, whole));
