@@ -17,6 +17,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 
 #include "qvx/base_string.h"
 #include "qvx/ptr_list.h"
@@ -31,6 +32,9 @@ namespace qvx::netfile {
 class Copy;
 class Exchange;
 }  // namespace qvx::netfile
+namespace qvx::platform {
+class ForkGuard;
+}
 
 class QVX_API CSocketFileClient : public CTCPSocketClient, public IClientSocketListener {
  public:
@@ -107,6 +111,7 @@ class QVX_API CSocketFileClient : public CTCPSocketClient, public IClientSocketL
   friend class qvx::netfile::Copy;
   friend class qvx::netfile::Exchange;
 
+  static void OnForkedChild(void* client);
   int SendPathRequest(std::uint32_t nCommand, const WCHAR* path);
   tagSOCKETFILEWAITER* FindWaiter(std::uint32_t nSerial);
   tagSOCKETFILEWAITER* FindReader(const unsigned char* pHead, std::uint32_t nLength);
@@ -118,4 +123,5 @@ class QVX_API CSocketFileClient : public CTCPSocketClient, public IClientSocketL
   std::atomic<std::uint64_t> mReadSpeedLimit{0};
   std::atomic<std::uint64_t> mWriteSpeedLimit{0};
   bool mDisconnected = true;  // under the waiter lock
+  std::unique_ptr<qvx::platform::ForkGuard> mForkGuard;
 };

@@ -31,6 +31,9 @@ class QVX_API IServerFolderPathInterface {
 namespace qvx::netfile {
 class OpenFile;
 }
+namespace qvx::platform {
+class ForkGuard;
+}
 
 class QVX_API CSocketFileServer : public CTCPSocketServer, public IServerSocketListener {
  public:
@@ -98,4 +101,5 @@ class QVX_API CSocketFileServer : public CTCPSocketServer, public IServerSocketL
   IServerFolderPathInterface* mFolderPathInterface = nullptr;
   std::uint64_t mFolderPathContext = 0;
   std::uint64_t mNextFileHandle = 1;
+  std::unique_ptr<qvx::platform::ForkGuard> mForkGuard;
 };

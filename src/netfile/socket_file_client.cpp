@@ -8,6 +8,7 @@
 #include "netfile/exchange.h"
 #include "netfile/records.h"
 #include "netfile/speed_limit.h"
+#include "platform/fork.h"
 #include "qvx/debug_output.h"
 
 using qvx::netfile::Exchange;
@@ -44,6 +45,14 @@ CSocketFileClient::~CSocketFileClient() {
   Close();
   CAutoBaseLock lock(&mWaiterLock);
   mWaiterList.DeleteAll();
+}
+
+// The threads that waited did not come along, and the connection is the parent's.
+void CSocketFileClient::OnForkedChild(void* client) {
+  auto* self = static_cast<CSocketFileClient*>(client);
+  self->mWaiterList.DeleteAll();
+  self->mDisconnected = true;
+  self->mOpenFile.store(0);
 }
 
 int CSocketFileClient::Create(const char* host, std::uint16_t nPort, const char* threadName) {

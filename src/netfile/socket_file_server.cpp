@@ -12,6 +12,7 @@
 #include "netfile/open_file.h"
 #include "netfile/records.h"
 #include "platform/file.h"
+#include "platform/fork.h"
 #include "platform/path.h"
 #include "qvx/debug_output.h"
 #include "qvx/file_data.h"
@@ -76,7 +77,8 @@ void IServerFolderPathInterface::OnGetFolderPath(std::int32_t, WCHAR* szPath, st
   szPath[0] = 0;
 }
 
-CSocketFileServer::CSocketFileServer() = default;
+CSocketFileServer::CSocketFileServer()
+    : mForkGuard(std::make_unique<qvx::platform::ForkGuard>(mOpenFileLock.GetCS())) {}
 
 CSocketFileServer::~CSocketFileServer() {
   Close();

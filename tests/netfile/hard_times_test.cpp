@@ -121,6 +121,26 @@ TEST(HardTimes, AKilledServerLeavesNoHalfFile) {
   }
 }
 
+TEST(HardTimes, AForkedChildLeavesTheConnectionAlone) {
+  TempFolder folder;
+  LoopbackServer server;
+  LoopbackClient client(server.Port());
+  ASSERT_EQ(client.OpenFile(Library(folder.Write("file", "content")).c_str(), u"rb"), 1);
+  char buffer[8] = {};
+  pid_t child = fork();
+  if (child == 0) {
+    bool idle = client.IsConnect() == 0 && client.ReadFile(0, buffer, 7, 0) == 0 &&
+                client.OpenFile(u"C:\\dev", u"rb") == 0;
+    client.Close();
+    _exit(idle ? 0 : 1);
+  }
+  int status = -1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(client.ReadFile(0, buffer, 7, 0), 7u);
+  EXPECT_STREQ(buffer, "content");
+}
+
 void FillWithFiles(const TempFolder& folder, int count) {
   for (int i = 0; i < count; ++i) folder.Write("file" + std::to_string(i), Pattern(3000));
 }
