@@ -46,6 +46,7 @@ mkdir "$work/etc" "$work/from" "$work/to"
 from=$work/from to=$work/to
 
 start_qvx() {
+  : >"$work/etc/qvx.out"
   "$qvx" serve --port 0 >"$work/etc/qvx.out" &
   pids+=($!)
   until grep -q 'serving on' "$work/etc/qvx.out"; do sleep 0.05; done
@@ -162,7 +163,7 @@ print_all() {  # DIRECTION WHAT PEER=LEAST_RATIO...
     awk -v d="$direction" -v w="$what" -v p="$peer" -v t="$time" -v own="$own" -v least="$least" \
       'BEGIN { r = t / own
                printf "%-4s %-5s %-6s %9.3f s  %5.2f times its speed", d, w, p, t / 1e6, r
-               if (least != "-") printf "  (aim %s: %s)", least, r >= least ? "reached" : "MISSED"
+               if (least != "-") printf "  (aim %s: %s)", least, (r >= least + 0 ? "reached" : "MISSED")
                print "" }'
   done
 }
