@@ -117,8 +117,8 @@ QVX_API int SocketFolderCopyFromServerEx(CSocketFileClient* client, const WCHAR*
                                          ISocketFileCopyReport* report, std::uint64_t userData);
 
 // The same for SocketFolderCopyToServer. Hidden and special entries are reported too; they
-// don't change the result. The calling thread's listener for skipped entries (folder_list.h)
-// is taken for this, and is none afterwards.
+// don't change the result; their remote path is empty. The calling thread's listener for
+// skipped entries (folder_list.h) does not hear of them.
 QVX_API int SocketFolderCopyToServerEx(CSocketFileClient* client, const WCHAR* localFolder,
                                        const WCHAR* remoteFolder, std::uint64_t timeoutMs,
                                        std::uint32_t flags,

@@ -42,11 +42,12 @@ std::unique_ptr<CopyJob> MakeCopyJob(Copy& copy, CopyPaths paths) {
 // Reports what the listing of a local folder leaves out, while it lives.
 class LeftOutReport : public ISkippedEntryListener {
  public:
-  explicit LeftOutReport(Copy& copy) : copy_(copy) {
+  explicit LeftOutReport(Copy& copy)
+      : copy_(copy), former_(GetSkippedEntryListener(&former_user_data_)) {
     if (copy_.Extended()) SetSkippedEntryListener(this, 0);
   }
   ~LeftOutReport() override {
-    if (copy_.Extended()) SetSkippedEntryListener(nullptr, 0);
+    if (copy_.Extended()) SetSkippedEntryListener(former_, former_user_data_);
   }
 
   void OnEntrySkipped(std::uint64_t, const WCHAR* path, int reason) override {
@@ -63,6 +64,8 @@ class LeftOutReport : public ISkippedEntryListener {
 
  private:
   Copy& copy_;
+  std::uint64_t former_user_data_ = 0;
+  ISkippedEntryListener* former_;
 };
 
 }  // namespace
