@@ -419,9 +419,9 @@ TEST(SocketClient, ForkedChildLeavesTheConnectionToTheParent) {
   if (child == 0) {
     const bool idle = c.client.IsConnect() == 0 && c.client.SendData(1, "x", 1) == 0;
     c.client.Close();
-    const bool again = kNoThreadsAfterFork || c.client.Create("127.0.0.1", c.server.Port(), 0, 1,
-                                                              nullptr, 0, "child") == 1 &&
-                                                  c.client.SendData(1, "x", 1) == 1;
+    const bool again = kNoThreadsAfterFork || (c.client.Create("127.0.0.1", c.server.Port(), 0, 1,
+                                                               nullptr, 0, "child") == 1 &&
+                                               c.client.SendData(1, "x", 1) == 1);
     c.client.Close();
     _exit(idle && again ? 0 : 1);
   }
