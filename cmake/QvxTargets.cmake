@@ -6,6 +6,10 @@ check_cxx_compiler_flag(-fno-semantic-interposition QVX_HAS_NO_SEMANTIC_INTERPOS
 set(QVX_WARNINGS
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wold-style-cast -Wcast-align
   -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Wimplicit-fallthrough -Wundef)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  # Reports joined std::strings at -O3 (fixed in version 13).
+  list(APPEND QVX_WARNINGS -Wno-restrict)
+endif()
 
 # Language level, visibility, warnings and sanitizers for one of our targets.
 function(qvx_private_settings target)
