@@ -58,6 +58,7 @@ Program::Program(const std::vector<std::string>& arguments, const Setting& setti
   std::vector<std::string> texts{QVX_TOOL_PATH};
   texts.insert(texts.end(), arguments.begin(), arguments.end());
   std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
   for (std::string& text : texts) pointers.push_back(text.data());
   pointers.push_back(nullptr);
   std::string variable = setting.environment;

@@ -124,7 +124,7 @@ class Demo {
   // A copy of the tree with the big file beside it.
   std::string Prepare() {
     if (!fs::is_directory(options_.tree)) throw CommandError("no such folder: " + options_.tree);
-    const std::string source = work_.Make("source");
+    std::string source = work_.Make("source");
     const auto links = fs::copy_options::recursive | fs::copy_options::skip_symlinks;
     for (const auto& entry : fs::directory_iterator(options_.tree)) {
       const std::string name = entry.path().filename();

@@ -94,6 +94,7 @@ std::vector<std::string> EnvironmentWith(const std::string& setting) {
 
 std::vector<char*> Pointers(std::vector<std::string>& texts) {
   std::vector<char*> result;
+  result.reserve(texts.size() + 1);
   for (std::string& text : texts) result.push_back(text.data());
   result.push_back(nullptr);
   return result;
