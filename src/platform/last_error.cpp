@@ -9,9 +9,13 @@ thread_local std::uint32_t last_error = 0;
 
 }  // namespace
 
-void SetLastErrorCode(std::uint32_t code) noexcept { last_error = code; }
+void SetLastErrorCode(std::uint32_t code) noexcept {
+  last_error = code;
+}
 
-std::uint32_t LastErrorCode() noexcept { return last_error; }
+std::uint32_t LastErrorCode() noexcept {
+  return last_error;
+}
 
 const char* SystemErrorText(int error) noexcept {
   const char* text = strerrordesc_np(error);

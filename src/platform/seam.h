@@ -10,23 +10,23 @@
 namespace qvx::platform {
 
 enum class Operation {
-  kSocket,        // making a socket
+  kSocket,  // making a socket
   kConnect,
   kAccept,
   kPoll,
-  kSend,          // stream and datagram sends; limit shortens
-  kReceive,       // stream and datagram receives; limit shortens
+  kSend,     // stream and datagram sends; limit shortens
+  kReceive,  // stream and datagram receives; limit shortens
   kFileOpen,
-  kFileRead,      // limit shortens
-  kFileWrite,     // limit shortens
+  kFileRead,   // limit shortens
+  kFileWrite,  // limit shortens
   kFileClose,
   kFileRename,
   kFileSize,
-  kAllocate,      // asked by the tests' own operator new
+  kAllocate,  // asked by the tests' own operator new
   kThreadCreate,
-  kFork,          // starting a child process
-  kClock,         // value: nanoseconds to report instead of the clock's own
-  kSleep,         // value: nanoseconds asked for; a failing answer skips the sleep
+  kFork,   // starting a child process
+  kClock,  // value: nanoseconds to report instead of the clock's own
+  kSleep,  // value: nanoseconds asked for; a failing answer skips the sleep
   kCount
 };
 

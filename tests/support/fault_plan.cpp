@@ -66,7 +66,9 @@ FaultPlan::FaultPlan() {
   platform::SetSeamHook(&Answer);
 }
 
-FaultPlan::~FaultPlan() { platform::SetSeamHook(nullptr); }
+FaultPlan::~FaultPlan() {
+  platform::SetSeamHook(nullptr);
+}
 
 FaultPlan& FaultPlan::Fail(Operation operation, int first, int error, int times) {
   State& state = TheState();
