@@ -138,7 +138,7 @@ void AddListCommand(CLI::App& app) {
 void AddRemoveCommand(CLI::App& app) {
   auto options = std::make_shared<Options>();
   CLI::App* command =
-      AddCommand(app, "rm", "Remove files of a server, or empty folders", options,
+      AddCommand(app, "rm", "Remove files of a server, or all that folders hold", options,
                  [](Remote& remote, const Options& told) {
                    ForEachPath(remote, told, [&told](Remote& connected, const std::string& path) {
                      RemoveOne(connected, path, told.recursive);
