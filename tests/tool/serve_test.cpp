@@ -127,7 +127,7 @@ TEST_F(ToolFiles, FolderCopyNamesWhatItCannotCopy) {
 
 // Slow enough to be in the middle of the file when the signal comes.
 TEST_F(ToolFiles, AnInterruptedCopyLeavesNothing) {
-  const std::string content = Pattern(16u << 20);
+  const std::string content = Pattern(48u << 20);
   temp_.Write("here/big", content);
   temp_.Write("there/big", content);
   Program put(Words("put", {"big", There("copy"), "--limit", "4000000"}), {here_, "", false});
@@ -156,7 +156,7 @@ TEST_F(ToolFiles, AnInterruptedCopyLeavesNothing) {
 
 TEST_F(ToolFiles, TimeLimitEndsACopy) {
   temp_.Write("here/big", Pattern(4u << 20));
-  ExpectRefused("time limit", "put",
+  ExpectRefused("big was not copied: ", "put",
                 {"big", There("big"), "--limit", "2000000", "--timeout", "0.3"});
   EXPECT_EQ(std::vector<std::string>(), Names(there_));
 }
