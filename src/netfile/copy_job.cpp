@@ -25,7 +25,7 @@ class CloseEnding : public Ending {
 
 Copy::~Copy() {
   ahead_.clear();
-  FinishAll();
+  WithoutThrowing([this] { FinishAll(); });
 }
 
 void Copy::SetExtended(std::uint32_t flags, ISocketFileCopyReport* report) {

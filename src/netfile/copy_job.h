@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <new>
 #include <string>
 #include <utility>
 #include <vector>
@@ -100,6 +101,15 @@ class Copy {
   std::deque<std::unique_ptr<Ending>> endings_;
   std::vector<std::unique_ptr<unsigned char[]>> blocks_;
 };
+
+// A step of a destructor; where memory runs out it is given up.
+template <typename Step>
+void WithoutThrowing(Step step) noexcept {
+  try {
+    step();
+  } catch (const std::bad_alloc&) {
+  }
+}
 
 // "download" or "upload", with the remote path and the rate, where any time has passed.
 void LogCopyEnd(const char16_t* format, const CopyPaths& paths, std::uint32_t start,

@@ -19,10 +19,9 @@ constexpr int kMaxNames = 100;
 }  // namespace
 
 Download::~Download() {
-  LetGo();
-  if (!temporary_.IsOpen()) return;
+  WithoutThrowing([this] { LetGo(); });
   temporary_.Close();
-  platform::DeleteName(temporary_path_);
+  WithoutThrowing([this] { RemoveTemporary(); });
 }
 
 void Download::Begin() {
@@ -80,8 +79,9 @@ void Download::Run() {
 
 std::int32_t Download::Transfer() {
   if (!OpenTemporary()) {
+    const bool too_long = errno == ENAMETOOLONG;
     copy_.Client().CloseFile();
-    return errno == ENAMETOOLONG ? SOCKET_FILE_COPY_TOO_LONG : SOCKET_FILE_COPY_LOCAL_OPEN;
+    return too_long ? SOCKET_FILE_COPY_TOO_LONG : SOCKET_FILE_COPY_LOCAL_OPEN;
   }
   Begin();
   copy_.AdvanceAhead();
@@ -104,13 +104,12 @@ bool Download::OpenTemporary() {
     auto native = path ? platform::ToNativePath(*path) : std::nullopt;
     if (path) name = *path;
     if (!native) break;
-    if (temporary_.OpenNative(*native, platform::OpenMode::WriteNew()))
-      temporary_path_ = *native;
-    else if (errno != EEXIST)
-      break;
+    temporary_path_ = *native;
+    if (temporary_.OpenNative(*native, platform::OpenMode::WriteNew()) || errno != EEXIST) break;
   }
   if (temporary_.IsOpen()) return true;
   int error = errno;
+  temporary_path_.clear();
   DbgOutputW(2, u"local file(%ls) open failed, err is:%d\r\n", name.c_str(), error);
   errno = error;
   return false;
@@ -151,23 +150,28 @@ std::int32_t Download::CopyBlock() {
 }
 
 std::int32_t Download::Conclude(std::int32_t result) {
-  bool opened = temporary_.IsOpen();
   if (!temporary_.Close() && result == SOCKET_FILE_COPY_DONE) result = SOCKET_FILE_COPY_LOCAL_IO;
   LetGo();
-  if (!opened) return result;
   if (result == SOCKET_FILE_COPY_DONE) return MoveIntoPlace();
-  platform::DeleteName(temporary_path_);
+  RemoveTemporary();
   return result;
 }
 
 std::int32_t Download::MoveIntoPlace() {
   auto target = platform::ToNativePath(paths_.local);
-  bool moved =
-      target && (copy_.Overwrites() ? platform::MoveOver(temporary_path_, *target)
-                                    : platform::MoveWithoutOverwrite(temporary_path_, *target));
-  if (moved || !copy_.Extended()) return SOCKET_FILE_COPY_DONE;
-  platform::DeleteName(temporary_path_);
+  auto move = copy_.Overwrites() ? platform::MoveOver : platform::MoveWithoutOverwrite;
+  bool moved = target && move(temporary_path_, *target);
+  if (moved || !copy_.Extended()) {
+    temporary_path_.clear();
+    return SOCKET_FILE_COPY_DONE;
+  }
+  RemoveTemporary();
   return SOCKET_FILE_COPY_EXISTS;
+}
+
+void Download::RemoveTemporary() {
+  if (!temporary_path_.empty()) platform::DeleteName(temporary_path_);
+  temporary_path_.clear();
 }
 
 // Gives the server's file back, however far the job got.

@@ -36,6 +36,7 @@ class Download : public CopyJob {
   std::int32_t CopyBlock();
   std::int32_t Conclude(std::int32_t result);
   std::int32_t MoveIntoPlace();
+  void RemoveTemporary();
   bool WaitOpen();
   bool WaitSize();
   void RequestBlocks(std::size_t most);
@@ -50,7 +51,7 @@ class Download : public CopyJob {
   std::uint64_t copied_ = 0;
   std::deque<std::unique_ptr<Block>> blocks_;
   platform::File temporary_;
-  std::string temporary_path_;  // native
+  std::string temporary_path_;  // native; empty where there is none to care for
 };
 
 }  // namespace qvx::netfile

@@ -62,7 +62,7 @@ class RenameEnding : public Ending {
 }  // namespace
 
 Upload::~Upload() {
-  if (open_) Abandon();
+  if (open_) WithoutThrowing([this] { Abandon(); });
 }
 
 void Upload::Begin() {
@@ -135,12 +135,14 @@ void Upload::Run() {
   std::int32_t result = Transfer();
   local_.Close();
   if (result == SOCKET_FILE_COPY_DONE) result = CloseRemote();
-  bool complete = result == SOCKET_FILE_COPY_DONE;
-  if (!complete) Abandon();
-  open_.reset();
-  if (!complete || !copy_.Extended()) copy_.Report(paths_, result, copied_);
-  if (complete)
-    copy_.FinishLater(std::make_unique<RenameEnding>(copy_, paths_, *temporary_, copied_));
+  if (result == SOCKET_FILE_COPY_DONE) {
+    auto ending = std::make_unique<RenameEnding>(copy_, paths_, *temporary_, copied_);
+    open_.reset();
+    copy_.FinishLater(std::move(ending));
+  } else {
+    Abandon();
+  }
+  if (result != SOCKET_FILE_COPY_DONE || !copy_.Extended()) copy_.Report(paths_, result, copied_);
   LogCopyEnd(u"upload file %ls, used %lldms, speed is %.2f K/s!!\r\n", paths_, start, copied_);
 }
 

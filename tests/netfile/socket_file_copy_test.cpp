@@ -7,10 +7,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <new>
 
 #include "netfile/copy_fixture.h"
 #include "netfile/netfile_fixture.h"
 #include "support/debug_lines.h"
+#include "support/failing_new.h"
 #include "support/fault_plan.h"
 #include "support/slow_relay.h"
 #include "support/temp_folder.h"
@@ -100,6 +102,30 @@ TEST_P(Copies, AFailedWriteLeavesNothing) {
   plan.Shorten(Operation::kFileWrite, 1, 1000, 5);
   EXPECT_EQ(CopyFileEx("file"), SOCKET_FILE_COPY_DONE);
   EXPECT_TRUE(ReadWhole(target_.Path("file")) == Pattern(2000000));
+}
+
+TEST_P(Copies, WhereMemoryRunsOutNothingIsLeft) {
+  source_.Write("file", Pattern(600000));
+  int seen = 0;
+  for (int first = 1; first <= seen + 1; ++first) {
+    unlink(target_.Path("file").c_str());
+    bool threw = false;
+    {
+      FailingAllocations failing(first);
+      try {
+        CopyFileEx("file");
+      } catch (const std::bad_alloc&) {
+        threw = true;
+      }
+      seen = failing.Seen();
+    }
+    Names names = NamesIn(target_.Path());
+    EXPECT_TRUE(names == Names{"file"} || (threw && names.empty())) << first;
+    EXPECT_TRUE(names.empty() || ReadWhole(target_.Path("file")) == Pattern(600000)) << first;
+    ASSERT_EQ(client_.IsConnect(), 1) << first;
+  }
+  EXPECT_GT(seen, 10);
+  ExpectTarget({"file"});
 }
 
 TEST_P(Copies, TheListenerEndsAndLimitsACopy) {
