@@ -117,7 +117,7 @@ CONF
 me=$(id -un)
 sftp_do() { echo "$1" | sftp "${ssh_options[@]}" -P "$ssh_port" -b - "$me@127.0.0.1" >/dev/null; }
 scp_do() { scp "${ssh_options[@]}" -P "$ssh_port" -r "$1" "$2"; }
-rsync_do() { rsync -rW --inplace "$1" "$2"; }
+rsync_do() { rsync -r "$1" "$2"; }
 rsync_url() { echo "rsync://127.0.0.1:$rsync_port/work/${1#"$work"/}"; }
 
 get_qvx() { "$qvx" get "$qvx_server" "$from/$1" "$to/$1" >/dev/null; }
