@@ -116,12 +116,20 @@ void Exchange::Unlist() {
 
 bool Exchange::Send(const void* record, std::size_t size, const void* data, std::size_t data_size) {
   const tagSOCKETSENDPART parts[] = {{record, size}, {data, data_size}};
-  bool sent = Enlist() && client_.SendDataParts(SOCKET_CODE_TO_SERVER, parts, 2);
-  return Finish(sent);
+  return SendBy([&] { return client_.SendDataParts(SOCKET_CODE_TO_SERVER, parts, 2); }) != 0;
 }
 
-bool Exchange::Finish(bool sent) {
-  if (!sent) {
+// What could not be sent, an exception included, is not waited for.
+template <typename SendStep>
+int Exchange::SendBy(SendStep send) {
+  int sent = 0;
+  try {
+    if (Enlist()) sent = send();
+  } catch (...) {
+    Unlist();
+    throw;
+  }
+  if (sent == 0) {
     Unlist();
     DbgOutputA(2, "%s: SendData Failed\r\n", kOperationNames[waiter_.nAnswer / 2 - 1]);
   }
@@ -171,11 +179,12 @@ bool Exchange::StartWrite(std::uint64_t handle, std::uint64_t offset, const void
 bool Exchange::StartWriteFile(std::uint64_t handle, std::uint64_t offset, int descriptor,
                               std::uint32_t size) {
   tagSOCKETFILEREQWRITE record{MakeHeader(SOCKET_FILE_REQ_WRITE), handle, offset, size};
-  if (!Enlist()) return Finish(false);
-  int sent = client_.SendDataFile(SOCKET_CODE_TO_SERVER, &record, sizeof(record), descriptor,
-                                  offset, size);
+  int sent = SendBy([&] {
+    return client_.SendDataFile(SOCKET_CODE_TO_SERVER, &record, sizeof(record), descriptor, offset,
+                                size);
+  });
   source_was_short_ = sent == 2;
-  return Finish(sent != 0);
+  return sent != 0;
 }
 
 bool Exchange::StartPath(std::uint32_t command, const WCHAR* path) {

@@ -87,7 +87,8 @@ class Exchange {
   void Unlist();
   bool Send(const void* record, std::size_t size, const void* data = nullptr,
             std::size_t data_size = 0);
-  bool Finish(bool sent);
+  template <typename SendStep>
+  int SendBy(SendStep send);
 
   CSocketFileClient& client_;
   tagSOCKETFILEWAITER waiter_;

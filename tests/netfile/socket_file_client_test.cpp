@@ -188,14 +188,14 @@ TEST(FileClient, ImpossibleAnswersTouchNoMemory) {
 }
 
 TEST(FileClient, AConnectionThatEndsAtAnyByteWakesItsCaller) {
-  std::size_t sent = 0;
-  Bytes whole;
+  constexpr std::size_t kWhole = 20 + 24 + 20;
+  std::atomic<std::size_t> sent{0};
   ScriptedServer server([&](WirePeer& peer, const Bytes& request) {
     if (ValueAt<std::uint32_t>(request, 8) == 3) {
       peer.SendPacket(1, Answer(request, LittleEndian(std::uint64_t{9})));
       return true;
     }
-    whole = PacketBytes(Answer(request, LittleEndian(std::uint32_t{20}) + Bytes(20, 'x')));
+    Bytes whole = PacketBytes(Answer(request, LittleEndian(std::uint32_t{20}) + Bytes(20, 'x')));
     peer.SendBytes(whole.substr(0, sent));
     return false;
   });
@@ -205,8 +205,8 @@ TEST(FileClient, AConnectionThatEndsAtAnyByteWakesItsCaller) {
     ASSERT_EQ(client.Create("127.0.0.1", server.Port(), "cut"), 1);
     ASSERT_EQ(client.OpenFile(u"f", u"rb"), 1);
     std::uint32_t read = client.ReadFile(0, buffer, 20, kForever);
-    EXPECT_EQ(read, sent == whole.size() ? 20u : 0u) << sent;
-  } while (sent++ < whole.size());
+    EXPECT_EQ(read, sent == kWhole ? 20u : 0u) << sent;
+  } while (sent++ < kWhole);
   client.Close();
   EXPECT_EQ(client.ReadFile(0, buffer, 20, kForever), 0u);
 }

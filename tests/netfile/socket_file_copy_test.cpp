@@ -109,22 +109,22 @@ TEST_P(Copies, WhereMemoryRunsOutNothingIsLeft) {
   int seen = 0;
   for (int first = 1; first <= seen + 1; ++first) {
     unlink(target_.Path("file").c_str());
-    bool threw = false;
+    bool done = false;
     {
       FailingAllocations failing(first);
       try {
-        CopyFileEx("file");
+        done = CopyFileEx("file") == SOCKET_FILE_COPY_DONE;
       } catch (const std::bad_alloc&) {
-        threw = true;
       }
       seen = failing.Seen();
     }
     Names names = NamesIn(target_.Path());
-    EXPECT_TRUE(names == Names{"file"} || (threw && names.empty())) << first;
+    EXPECT_TRUE(names == Names{"file"} || (!done && names.empty())) << first;
     EXPECT_TRUE(names.empty() || ReadWhole(target_.Path("file")) == Pattern(600000)) << first;
     ASSERT_EQ(client_.IsConnect(), 1) << first;
   }
   EXPECT_GT(seen, 10);
+  client_.Close();  // an answer that could not be waited for may have opened a file there
   ExpectTarget({"file"});
 }
 
