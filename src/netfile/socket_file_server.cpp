@@ -229,8 +229,9 @@ void CSocketFileServer::OnRequestRead(std::uint64_t nSocketFD,
   auto file = FindClientOpenFile(Descriptor(nSocketFD), request->nFileHandle);
   if (!file || !file->Readable() || request->nSize > SOCKET_FILE_MAX_READ)
     return AnswerFailure(nSocketFD, request->header);
+  const std::uint64_t offset = request->nOffset;
   auto end = static_cast<std::uint64_t>(std::max<std::int64_t>(file->Content().Size(), 0));
-  auto rest = end - std::min<std::uint64_t>(request->nOffset, end);
+  auto rest = end - std::min(offset, end);
   // Some files of the system show no size and have content all the same.
   bool unknown = rest == 0;
   if (unknown) rest = kCopiedRead;
@@ -238,8 +239,7 @@ void CSocketFileServer::OnRequestRead(std::uint64_t nSocketFD,
   if (unknown || bytes <= (file->Writable() ? kCopiedRead : kSmallRead))
     return AnswerCopiedRead(nSocketFD, *request, *file, bytes);
   tagSOCKETFILERESREAD answer{AnswerHeader(request->header), bytes};
-  SendFileRange(nSocketFD, &answer, sizeof(answer), file, request->nOffset,
-                static_cast<int>(bytes));
+  SendFileRange(nSocketFD, &answer, sizeof(answer), file, offset, static_cast<int>(bytes));
 }
 
 void CSocketFileServer::AnswerCopiedRead(std::uint64_t nSocketFD,
