@@ -60,6 +60,7 @@ int CPtrArrayCtrl::Insert(const void* data, int position) {
   OnSizeChange(Sum(mCount, 1));
   if (position < 0 || position > mCount) position = mCount;
   MoveEntries(mTable + position + 1, mTable + position, mCount - position);
+  // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): OnSizeChange has made room
   mTable[position] = data;
   ++mCount;
   UpdateSteady();
