@@ -19,13 +19,15 @@ namespace {
 
 constexpr std::size_t kSmallestStack = 64 * 1024;
 
-// All signals blocked for as long as it lives; a thread made meanwhile keeps them blocked.
+// All signals blocked for as long as it lives, but for the faults that a thread raises by
+// itself, which reach the host's crash handler. A thread made meanwhile keeps this mask.
 class SignalsBlocked {
  public:
   SignalsBlocked() {
-    sigset_t all;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &former_);
+    sigset_t blocked;
+    sigfillset(&blocked);
+    for (int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP}) sigdelset(&blocked, fault);
+    pthread_sigmask(SIG_SETMASK, &blocked, &former_);
   }
   ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &former_, nullptr); }
 

@@ -359,6 +359,7 @@ TEST(BaseThread, GoesOnAfterAFailedAllocation) {
 TEST(BaseThread, TellsTheSystemItsNameStackAndSignalMask) {
   std::size_t stack = 0;
   bool all_blocked = true;
+  bool faults_pass = false;
   Worker worker([&](int) {
     pthread_attr_t attributes;
     pthread_getattr_np(pthread_self(), &attributes);
@@ -369,6 +370,7 @@ TEST(BaseThread, TellsTheSystemItsNameStackAndSignalMask) {
     for (int signal : {SIGINT, SIGTERM, SIGUSR1, SIGPIPE, SIGALRM, SIGCHLD}) {
       all_blocked = all_blocked && sigismember(&mask, signal) == 1;
     }
+    faults_pass = sigismember(&mask, SIGSEGV) == 0 && sigismember(&mask, SIGFPE) == 0;
     return 0;
   });
   CBaseThread thread;
@@ -377,6 +379,7 @@ TEST(BaseThread, TellsTheSystemItsNameStackAndSignalMask) {
   thread.StopThread();
   EXPECT_LE(0x1000000u, stack);  // beyond the default, which a stack may be reused from
   EXPECT_TRUE(all_blocked);
+  EXPECT_TRUE(faults_pass);
 
   Stepper stepper;
   thread.StartThread("a name beyond fifteen", &stepper, 0, -2, 0x400000, 0);
