@@ -29,6 +29,7 @@ std::vector<std::u16string> SplitNames(const std::u16string& list) {
 
 std::vector<std::u16string> TakeNames(CPtrCtrl& list) {
   std::vector<std::u16string> names;
+  names.reserve(static_cast<std::size_t>(list.GetCount()));
   for (int i = 0; i < list.GetCount(); ++i)
     names.emplace_back(static_cast<const WCHAR*>(list.GetAt(i)));
   return names;

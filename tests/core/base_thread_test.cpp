@@ -410,6 +410,7 @@ TEST(BaseThread, HoldsUnderStress) {
   // Never destroyed: abandoned threads may be in their last call.
   static Worker& worker = *new Worker([](int call) { return call % 4; });
   std::vector<std::thread> users;
+  users.reserve(6);
   for (int user = 0; user < 6; ++user) {
     users.emplace_back([&, user] {
       for (int i = 0; i < 60; ++i) {

@@ -206,6 +206,7 @@ TEST(SocketClient, PacketsOfSeveralThreadsGoOutWhole) {
   constexpr int kPackets = 40;
   constexpr std::size_t kSize = 100'000;
   std::vector<std::thread> senders;
+  senders.reserve(4);
   for (int i = 0; i < 4; ++i) {
     senders.emplace_back([&c, i] {
       const std::string payload(kSize, static_cast<char>('a' + i));
