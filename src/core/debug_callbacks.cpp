@@ -69,8 +69,12 @@ void SetCallbacksUsable(bool usable) noexcept {
   callbacks_usable.store(usable, std::memory_order_release);
 }
 
+bool HasDebugCallbacks() noexcept {
+  return Usable() && callback_count.load(std::memory_order_acquire) != 0;
+}
+
 void RunDebugCallbacks(int level, const char* line, int length) {
-  if (!Usable() || callback_count.load(std::memory_order_acquire) == 0) return;
+  if (!HasDebugCallbacks()) return;
   const CAutoBaseLock guard(&CallbackLock());
   const int count = CallbackTable().GetCount();
   for (int i = 0; i < count && i < CallbackTable().GetCount(); ++i) {

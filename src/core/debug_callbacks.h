@@ -18,4 +18,7 @@ void SetCallbacksUsable(bool usable) noexcept;
 // Hands a finished line to every callback, in the order of registration.
 void RunDebugCallbacks(int level, const char* line, int length);
 
+// Whether any callback is registered; a look without the lock.
+bool HasDebugCallbacks() noexcept;
+
 }  // namespace qvx::core

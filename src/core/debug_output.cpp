@@ -110,6 +110,13 @@ class Prefix {
   std::size_t length_ = 0;
 };
 
+// Where nobody would see the line, none is built.
+bool IsSeen() {
+  const int type = display_type.load(std::memory_order_relaxed);
+  return type == 1 || (type == 0 && qvx::platform::HasDebugOutput()) ||
+         qvx::core::HasDebugCallbacks();
+}
+
 void WriteToSink(int level, std::string_view line) {
   const int type = display_type.load(std::memory_order_relaxed);
   if (type == 0) qvx::platform::WriteDebugOutput(level, line);
@@ -133,6 +140,7 @@ void Emit(int level, const char* message) {
 }  // namespace
 
 void DbgOutputA(int level, const char* format, ...) {
+  if (!IsSeen()) return;
   va_list arguments;
   va_start(arguments, format);
   const FormattedText<char> message(format, arguments);
@@ -141,6 +149,7 @@ void DbgOutputA(int level, const char* format, ...) {
 }
 
 void DbgOutputW(int level, const WCHAR* format, ...) {
+  if (!IsSeen()) return;
   va_list arguments;
   va_start(arguments, format);
   const FormattedText<WCHAR> message(format, arguments);

@@ -226,4 +226,8 @@ void WriteDebugOutput(int level, std::string_view text) noexcept {
   errno = error;
 }
 
+bool HasDebugOutput() noexcept {
+  return target.load(std::memory_order_acquire) != Target::kNone;
+}
+
 }  // namespace qvx::platform

@@ -16,4 +16,7 @@ namespace qvx::platform {
 // (1 debug, 2 info, 3 warning, 4 error). errno is kept.
 void WriteDebugOutput(int level, std::string_view text) noexcept;
 
+// Whether the debugger output goes anywhere at all.
+bool HasDebugOutput() noexcept;
+
 }  // namespace qvx::platform
