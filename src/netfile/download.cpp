@@ -12,8 +12,9 @@ namespace qvx::netfile {
 
 namespace {
 
-// Blocks asked for and not yet written, while no speed limit holds.
-constexpr std::size_t kBlocksInFlight = 3;
+// Blocks asked for and not yet written, while no speed limit holds: enough that the server is
+// never without a request while a block is written.
+constexpr std::size_t kBlocksInFlight = 6;
 constexpr int kMaxNames = 100;
 
 }  // namespace
