@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/processor.h"
+
 // The best target is chosen below: the dispatcher of the Highway library would bring its shared
 // library along, which spends milliseconds on its timer when it is loaded. One target beside the
 // baseline is enough for this.
@@ -136,9 +138,7 @@ namespace {
 
 const Loops& BestLoops() {
 #if HWY_TARGETS & HWY_AVX2 && HWY_STATIC_TARGET != HWY_AVX2
-  static const bool wide = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("bmi") &&
-                           __builtin_cpu_supports("bmi2") && __builtin_cpu_supports("fma");
-  if (wide) return N_AVX2::kLoops;
+  if (platform::HasAvx2()) return N_AVX2::kLoops;
 #endif
   return HWY_STATIC_DISPATCH(kLoops);
 }

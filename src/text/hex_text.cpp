@@ -8,6 +8,7 @@
 #include <new>
 #include <string>
 
+#include "core/raw_text.h"
 #include "core/string_access.h"
 #include "qvx/debug_output.h"
 #include "text/hex_codec.h"
@@ -27,6 +28,29 @@ bool HoldsSame(const CBaseStringT<T>& string, const CBaseStringT<T>& other) {
   const auto bytes = static_cast<std::size_t>(length) * sizeof(T);
   return std::memcmp(string.GetString(), other.GetString(), bytes) == 0 ||
          string.Equal(&other, 1) != 0;
+}
+
+// Whether the string holds this very text already but for case, found out piece by piece.
+template <typename T>
+bool HoldsHexOf(const CBaseStringT<T>& string, const std::uint8_t* data, std::size_t size,
+                HexStyle style) {
+  constexpr std::size_t kPiece = 1024;
+  if (size == 0 || static_cast<std::size_t>(string.GetLength()) != size * style.Width()) {
+    return false;
+  }
+  T piece[3 * kPiece];
+  const T* held = string.GetString();
+  for (std::size_t done = 0; done < size; done += kPiece) {
+    const std::size_t count = std::min(kPiece, size - done);
+    const std::size_t length = count * style.Width();
+    qvx::text::EncodeHex(data + done, count, style, piece);
+    if (!qvx::core::SameCharacters(held, piece, length) &&
+        !qvx::core::MatchAll(held, piece, length)) {
+      return false;
+    }
+    held += length;
+  }
+  return true;
 }
 
 // Sets out to length characters that fill writes, as Set would, but without a second copy.
@@ -51,9 +75,10 @@ void WriteBuffer(const void* data, int length, int upperCase, int spaced, CBaseS
   if (data == nullptr || out == nullptr || length < 0) return;
   const HexStyle style{upperCase != 0, spaced != 0};
   const auto size = static_cast<std::size_t>(length);
-  SetFilled(*out, static_cast<std::int64_t>(size * style.Width()), [&](T* text) {
-    qvx::text::EncodeHex(static_cast<const std::uint8_t*>(data), size, style, text);
-  });
+  const auto* bytes = static_cast<const std::uint8_t*>(data);
+  if (HoldsHexOf(*out, bytes, size, style)) return;
+  SetFilled(*out, static_cast<std::int64_t>(size * style.Width()),
+            [&](T* text) { qvx::text::EncodeHex(bytes, size, style, text); });
 }
 
 // Writes a dump without a blank at the end of a line or a line end behind the last one.
