@@ -1,6 +1,7 @@
 #include <qvx/debug_output.h>
 
 #include <gtest/gtest.h>
+#include <qvx/delay_message.h>
 #include <stdlib.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -32,6 +33,7 @@ int Collect(void* context, int level, const char* line, int length) {
 class DebugOutput : public testing::Test {
  protected:
   DebugOutput() {
+    gDelayPostMsgEngine.Stop();  // its thread may still have its first line to log
     DbgOutputSetDisplayType(5);
     DbgOutputSetTag(0, nullptr);
     DbgOutputSetTimeType(2);
@@ -44,6 +46,7 @@ class DebugOutput : public testing::Test {
     DbgOutputSetDisplayType(0);
     DbgOutputSetTimeType(0);
     DbgOutputSetIncludePIDTID(1);
+    gDelayPostMsgEngine.Start();
   }
 
   std::string Last() const { return lines_.empty() ? "none" : lines_.back().second; }

@@ -13,11 +13,19 @@ using Line = std::pair<int, std::string>;
 std::mutex mutex;
 std::vector<Line> lines;
 
+// The library's own thread starts when the library is loaded and tells so when it comes to it,
+// which may be in the middle of a test.
+bool IsOfLoading(const std::string& message) {
+  return message.rfind("thread information, name=DelayMsg,", 0) == 0;
+}
+
 int Collect(void*, int level, const char* line, int length) {
   const std::string text(line, static_cast<std::size_t>(length));
-  const std::size_t message = text.find("=> ");
+  const std::size_t arrow = text.find("=> ");
+  std::string message = arrow == std::string::npos ? text : text.substr(arrow + 3);
+  if (IsOfLoading(message)) return 0;
   std::lock_guard<std::mutex> guard(mutex);
-  lines.emplace_back(level, message == std::string::npos ? text : text.substr(message + 3));
+  lines.emplace_back(level, std::move(message));
   return 0;
 }
 

@@ -1,0 +1,23 @@
+// Runs a fuzz target over the files of the folders that are named: replay FOLDER...
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+int main(int count, char** folders) {
+  int files = 0;
+  for (int i = 1; i < count; ++i) {
+    for (const auto& entry : std::filesystem::directory_iterator(folders[i])) {
+      std::ifstream stream(entry.path(), std::ios::binary);
+      const std::string bytes{std::istreambuf_iterator<char>(stream), {}};
+      LLVMFuzzerTestOneInput(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size());
+      ++files;
+    }
+  }
+  std::printf("%d files\n", files);
+  return files > 0 ? 0 : 1;
+}
