@@ -229,6 +229,7 @@ TEST_F(DebugOutput, LogsFromEightThreadsThroughACallbackThatLogs) {
   NestedLog log;
   DbgOutputAddCallback(&LogAgain, &log);
   std::vector<std::thread> threads;
+  threads.reserve(8);
   for (int thread = 0; thread < 8; ++thread) {
     threads.emplace_back([thread] {
       for (int i = 0; i < 250; ++i) {
