@@ -20,7 +20,7 @@ bool SendsItselfAMessage() {
   return came;
 }
 
-[[noreturn]] void EndChild(bool good) {
+[[noreturn, maybe_unused]] void EndChild(bool good) {
 #if defined(__SANITIZE_ADDRESS__)
   _exit(good ? 0 : 1);  // the parent's threads and what they own count as leaked here
 #else
