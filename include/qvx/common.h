@@ -15,6 +15,7 @@
 #include <qvx/message_queue.h>
 #include <qvx/net_address.h>
 #include <qvx/path_name.h>
+#include <qvx/pixel_format.h>
 #include <qvx/platform.h>
 #include <qvx/ptr_array.h>
 #include <qvx/ptr_ctrl.h>
