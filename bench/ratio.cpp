@@ -29,6 +29,11 @@ std::vector<Figure>& Figures() {
   return figures;
 }
 
+std::vector<Rate>& Rates() {
+  static std::vector<Rate> rates;
+  return rates;
+}
+
 // Of one piece of work.
 double Nanoseconds(const Work& work, long long times) {
   const auto start = std::chrono::steady_clock::now();
@@ -82,6 +87,15 @@ bool MeasureFigure(const Figure& figure) {
   return kept;
 }
 
+void MeasureRate(const Rate& rate) {
+  const long long times = TimesForATurn(rate.work);
+  std::vector<double> turns(kFewestTurns);
+  for (double& turn : turns) turn = Nanoseconds(rate.work, times);
+  const double nanoseconds = Median(turns);
+  std::printf("%-28s %12.1f %12.1f %s/s\n", rate.name, nanoseconds, rate.items * 1e9 / nanoseconds,
+              rate.unit);
+}
+
 bool Chosen(const char* name, const std::vector<std::string>& prefixes) {
   return prefixes.empty() ||
          std::any_of(prefixes.begin(), prefixes.end(), [name](const std::string& prefix) {
@@ -105,6 +119,9 @@ int RunTable(const std::vector<std::string>& prefixes) {
   for (const Figure& figure : Figures()) {
     if (Chosen(figure.name, prefixes)) kept &= MeasureFigure(figure);
   }
+  for (const Rate& rate : Rates()) {
+    if (Chosen(rate.name, prefixes)) MeasureRate(rate);
+  }
   return kept ? 0 : 1;
 }
 
@@ -117,6 +134,11 @@ bool AddPair(Pair pair) {
 
 bool AddFigure(Figure figure) {
   Figures().push_back(std::move(figure));
+  return true;
+}
+
+bool AddRate(Rate rate) {
+  Rates().push_back(std::move(rate));
   return true;
 }
 

@@ -30,4 +30,15 @@ struct Figure {
 
 bool AddFigure(Figure figure);
 
+// A speed without a peer or a bound, printed as what is done in a second: items of one piece of
+// work, in millions of the unit ("Mpixel") or in others ("line").
+struct Rate {
+  const char* name;
+  const char* unit;
+  double items;
+  Work work;
+};
+
+bool AddRate(Rate rate);
+
 }  // namespace qvx::bench

@@ -4,6 +4,8 @@
 #include <qvx/base_buffer.h>
 #include <qvx/base_string.h>
 #include <qvx/base_thread.h>
+#include <qvx/bitmap_file.h>
+#include <qvx/colour_model.h>
 #include <qvx/copy_progress.h>
 #include <qvx/debug_output.h>
 #include <qvx/delay_message.h>
@@ -30,5 +32,6 @@
 #include <qvx/string_split.h>
 #include <qvx/sync.h>
 #include <qvx/text_search.h>
+#include <qvx/thermal.h>
 #include <qvx/types.h>
 #include <qvx/udp_socket.h>

@@ -1,8 +1,22 @@
-// What this platform adds for hosts: code pages, paths, last errors.
+// What this platform adds for hosts: code pages, paths, bitmap objects, last errors.
 #pragma once
+
+#include <cstdint>
 
 #include <qvx/base_string.h>
 #include <qvx/types.h>
+
+// What a bitmap object holds. The addresses are valid until the object is freed.
+struct tagBITMAPDATA {
+  const unsigned char* info;  // the info header and the colour table or masks behind it
+  unsigned char* pixels;      // may be written to
+  std::uint64_t infoSize;     // bytes
+  std::uint64_t pixelSize;    // bytes
+  std::int32_t width;         // pixels
+  std::int32_t height;        // rows; negative where the first row is the top one
+  std::int32_t bitCount;      // bits a pixel
+  std::uint32_t rowBytes;     // from one row to the next
+};
 
 extern "C" {
 
@@ -40,6 +54,14 @@ QVX_API int NativePathToLibraryA(const char* native, CBaseStringA* result);
 QVX_API int NativePathToLibraryW(const char* native, CBaseStringW* result);
 QVX_API int LibraryPathToNativeA(const char* path, CBaseStringA* result);
 QVX_API int LibraryPathToNativeW(const WCHAR* path, CBaseStringA* result);
+
+// Bitmap objects -----------------------------------------------------------------------------
+
+// Looks into an object that CreateHBitmap of bitmap_file.h made, and frees one. Both return 1, or
+// 0 for null and for an object that is none or was freed before; *data then stays as it was. A
+// null data fails. Thread-safe; the caller keeps an object alive while its blocks are in use.
+QVX_API int ReadHBitmap(HBITMAP bitmap, tagBITMAPDATA* data);
+QVX_API int FreeHBitmap(HBITMAP bitmap);
 
 // Errors -------------------------------------------------------------------------------------
 
