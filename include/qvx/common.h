@@ -5,6 +5,7 @@
 #include <qvx/base_string.h>
 #include <qvx/base_thread.h>
 #include <qvx/bitmap_file.h>
+#include <qvx/buffer_draw.h>
 #include <qvx/colour_model.h>
 #include <qvx/copy_progress.h>
 #include <qvx/debug_output.h>

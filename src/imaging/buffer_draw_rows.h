@@ -1,0 +1,42 @@
+// The row loops under the drawing functions. Each wide form gives the bytes of its plain form;
+// rows have any alignment. The wide forms read ahead of what they write: a source row must not
+// begin before a destination row that it overlaps (see MayReadAhead).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace qvx::imaging {
+
+// Whether a row may be blended by vectors: dst doesn't begin inside src.
+bool MayReadAhead(const std::uint8_t* dst, const std::uint8_t* src, std::size_t src_bytes);
+
+// Fill count 32-bit pixels.
+void FillRow(std::uint8_t* dst, std::size_t count, std::uint32_t color);
+void FillRowPlain(std::uint8_t* dst, std::size_t count, std::uint32_t color);
+
+// Write the colour with its alpha scaled by the mask.
+void TintRow(std::uint8_t* dst, const std::uint8_t* mask, std::size_t count, std::uint32_t color);
+void TintRowPlain(std::uint8_t* dst, const std::uint8_t* mask, std::size_t count,
+                  std::uint32_t color);
+
+// Blend in double precision.
+void BlendRowExact(std::uint8_t* dst, const std::uint8_t* src, std::size_t count);
+void BlendRowExactPlain(std::uint8_t* dst, const std::uint8_t* src, std::size_t count);
+
+// Blend in integers.
+void BlendRow(std::uint8_t* dst, const std::uint8_t* src, std::size_t count);
+void BlendRowPlain(std::uint8_t* dst, const std::uint8_t* src, std::size_t count);
+
+// The same with the source's alpha scaled by alpha / 256; a transparent destination takes the
+// source in any case.
+void StampRow(std::uint8_t* dst, const std::uint8_t* src, std::size_t count, std::uint8_t alpha);
+void StampRowPlain(std::uint8_t* dst, const std::uint8_t* src, std::size_t count,
+                   std::uint8_t alpha);
+
+// Writes the 32-bit pixels src[places[i]]. Places rise and lie within the length pixels of src,
+// which all may be read.
+void PickRow(std::uint8_t* dst, const std::uint8_t* src, const std::uint32_t* places,
+             std::size_t count, std::ptrdiff_t length);
+
+}  // namespace qvx::imaging
