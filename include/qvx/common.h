@@ -13,6 +13,7 @@
 #include <qvx/file_data.h>
 #include <qvx/folder_list.h>
 #include <qvx/gif_decoder.h>
+#include <qvx/gradient_draw.h>
 #include <qvx/hex_text.h>
 #include <qvx/md5.h>
 #include <qvx/message_queue.h>
