@@ -10,6 +10,7 @@
 #include <qvx/copy_progress.h>
 #include <qvx/debug_output.h>
 #include <qvx/delay_message.h>
+#include <qvx/digital_text.h>
 #include <qvx/file_data.h>
 #include <qvx/folder_list.h>
 #include <qvx/gif_decoder.h>
@@ -37,3 +38,4 @@
 #include <qvx/thermal.h>
 #include <qvx/types.h>
 #include <qvx/udp_socket.h>
+#include <qvx/url_markup.h>

@@ -3,6 +3,9 @@
 
 #include <qvx/base_string.h>
 
+#include <cstddef>
+#include <limits>
+#include <new>
 #include <utility>
 
 namespace qvx::core {
@@ -23,6 +26,23 @@ struct StringAccess {
     }
     Swap(string, fresh);
     return string.mText;
+  }
+
+  // Appends at most room characters: fill gets the place for them and returns how many it wrote.
+  // What the string held stays readable, where it was, until fill has returned.
+  template <typename T, typename Fill>
+  static void AppendFilled(CBaseStringT<T>& string, std::size_t room, Fill fill) {
+    constexpr std::size_t kLongest = std::numeric_limits<int>::max() - 1;
+    const auto length = static_cast<std::size_t>(string.mLength);
+    if (room == 0) return;
+    if (room > kLongest - length) throw std::bad_alloc();
+    const int needed = static_cast<int>(length + room) + 1;
+    int capability = string.mCapability;
+    T* block = needed <= capability ? string.mText : string.ReAlloc(needed, &capability);
+    const std::size_t written = fill(block + length);
+    block[length + written] = T();
+    string.InstallBlock(block, capability);
+    string.mLength = static_cast<int>(length + written);
   }
 
   template <typename T>
