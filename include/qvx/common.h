@@ -8,6 +8,7 @@
 #include <qvx/buffer_draw.h>
 #include <qvx/colour_model.h>
 #include <qvx/copy_progress.h>
+#include <qvx/curl_binding.h>
 #include <qvx/debug_output.h>
 #include <qvx/delay_message.h>
 #include <qvx/digital_text.h>
@@ -16,6 +17,9 @@
 #include <qvx/gif_decoder.h>
 #include <qvx/gradient_draw.h>
 #include <qvx/hex_text.h>
+#include <qvx/http_download.h>
+#include <qvx/http_file.h>
+#include <qvx/http_file_client.h>
 #include <qvx/md5.h>
 #include <qvx/message_queue.h>
 #include <qvx/net_address.h>

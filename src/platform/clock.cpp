@@ -3,6 +3,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <mutex>
 
@@ -66,10 +67,15 @@ int PollMilliseconds(Deadline deadline) noexcept {
   return static_cast<int>((left + kMillisecond - 1) / kMillisecond);
 }
 
+bool SkipsSleep(std::uint64_t milliseconds) noexcept {
+  constexpr std::uint64_t kMost = INT64_MAX / kMillisecond;
+  const auto wanted = static_cast<std::int64_t>(std::min(milliseconds, kMost)) * kMillisecond;
+  return AskSeam(Operation::kSleep, wanted).error != 0;
+}
+
 void SleepMilliseconds(std::uint32_t milliseconds) noexcept {
-  const std::int64_t wanted = milliseconds * kMillisecond;
-  if (AskSeam(Operation::kSleep, wanted).error != 0) return;
-  const timespec end = ToTimespec(Read(CLOCK_MONOTONIC) + wanted);
+  if (SkipsSleep(milliseconds)) return;
+  const timespec end = ToTimespec(Read(CLOCK_MONOTONIC) + milliseconds * kMillisecond);
   while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &end, nullptr) == EINTR) {
   }
 }

@@ -25,6 +25,8 @@ bool DeadlineReached(Deadline deadline) noexcept;
 // Milliseconds left for poll and its like: rounded up, 0 once reached, -1 for no limit.
 int PollMilliseconds(Deadline deadline) noexcept;
 
+// For sleeps that an event may cut short: true if a test asks that this one be left out.
+bool SkipsSleep(std::uint64_t milliseconds) noexcept;
 // Sleeps at least that long, whatever signals arrive.
 void SleepMilliseconds(std::uint32_t milliseconds) noexcept;
 

@@ -3,20 +3,20 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <charconv>
 #include <optional>
+
+#include "platform/pipe_signal.h"
 
 namespace qvx::platform {
 namespace {
@@ -111,40 +111,6 @@ __attribute__((destructor(101))) void ForgetTarget() {
 }
 
 // Writing -----------------------------------------------------------------------------------
-
-// Keeps the signal of a broken pipe from the host: blocked during the write, and taken back
-// where the write raised it.
-class PipeSignalGuard {
- public:
-  PipeSignalGuard() {
-    sigemptyset(&signal_);
-    sigaddset(&signal_, SIGPIPE);
-    was_pending_ = IsPending();
-    blocked_ = pthread_sigmask(SIG_BLOCK, &signal_, &previous_) == 0;
-  }
-  ~PipeSignalGuard() {
-    const timespec at_once = {0, 0};
-    while (!was_pending_ && IsPending() && sigtimedwait(&signal_, nullptr, &at_once) < 0 &&
-           errno == EINTR) {
-    }
-    if (blocked_) pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
-  }
-  PipeSignalGuard(const PipeSignalGuard&) = delete;
-  PipeSignalGuard& operator=(const PipeSignalGuard&) = delete;
-
- private:
-  static bool IsPending() {
-    sigset_t pending;
-    sigemptyset(&pending);
-    sigpending(&pending);
-    return sigismember(&pending, SIGPIPE) == 1;
-  }
-
-  sigset_t signal_;
-  sigset_t previous_;
-  bool was_pending_;
-  bool blocked_;
-};
 
 bool HasRoom(int to) {
   pollfd entry = {to, POLLOUT, 0};
