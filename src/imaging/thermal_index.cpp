@@ -1,9 +1,7 @@
 #include "imaging/thermal_index.h"
 
-#include "platform/processor.h"
+#include "imaging/wide_dispatch.h"
 
-// One target beside the baseline, chosen below: the Highway library's own choice is slow to load.
-#define HWY_DISABLED_TARGETS (HWY_SSSE3 | HWY_SSE4 | HWY_AVX3 | HWY_AVX3_DL)
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "imaging/thermal_index.cpp"
 #include <hwy/foreach_target.h>
@@ -20,6 +18,8 @@ namespace hn = hwy::HWY_NAMESPACE;
 // Does whole vectors; returns how many values.
 std::size_t FindBinsWide(const double* data, std::size_t count, BinScale scale,
                          std::uint8_t* bins) {
+  constexpr bool kEmulated = HWY_TARGET == HWY_EMU128 || HWY_TARGET == HWY_SCALAR;
+  if constexpr (kEmulated) return 0;
   const hn::ScalableTag<double> d;
   const hn::Rebind<std::int32_t, decltype(d)> d32;
   const hn::Rebind<std::uint8_t, decltype(d)> d8;
@@ -49,13 +49,6 @@ HWY_AFTER_NAMESPACE();
 namespace qvx::imaging {
 namespace {
 
-auto BestFindBins() {
-#if HWY_TARGETS & HWY_AVX2 && HWY_STATIC_TARGET != HWY_AVX2
-  if (platform::HasAvx2()) return N_AVX2::kFindBins;
-#endif
-  return HWY_STATIC_DISPATCH(kFindBins);
-}
-
 std::uint8_t BinOf(double value, BinScale scale) {
   const double scaled = (value - scale.origin) * scale.factor;
   if (!(scaled > 0.0)) return 0;
@@ -69,7 +62,7 @@ void FindBinsPlain(const double* data, std::size_t count, BinScale scale, std::u
 }
 
 void FindBins(const double* data, std::size_t count, BinScale scale, std::uint8_t* bins) {
-  const std::size_t done = BestFindBins()(data, count, scale, bins);
+  const std::size_t done = QVX_BEST_TARGET(kFindBins)(data, count, scale, bins);
   FindBinsPlain(data + done, count - done, scale, bins + done);
 }
 

@@ -1,0 +1,160 @@
+#include "qvx/colour_model.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cmath>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "qvx/md5.h"
+
+namespace qvx::test {
+namespace {
+
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+constexpr double kNoNumber = std::numeric_limits<double>::quiet_NaN();
+
+struct Colour {
+  unsigned char bytes[3];
+
+  bool operator==(const Colour&) const = default;
+};
+
+using Model = std::array<double, 3>;
+
+Model Hsv(Colour colour) {
+  Model m;
+  RGBToHSV(colour.bytes[0], colour.bytes[1], colour.bytes[2], &m[0], &m[1], &m[2]);
+  return m;
+}
+
+Model Hls(Colour colour) {
+  Model m;
+  RGBToHLS(&m[0], &m[1], &m[2], colour.bytes[0], colour.bytes[1], colour.bytes[2]);
+  return m;
+}
+
+Colour FromHsv(Model m) {
+  Colour c;
+  HSVToRGB(m[0], m[1], m[2], &c.bytes[0], &c.bytes[1], &c.bytes[2]);
+  return c;
+}
+
+Colour FromHls(Model m) {
+  Colour c;
+  HLSToRGB(&c.bytes[0], &c.bytes[1], &c.bytes[2], m[0], m[1], m[2]);
+  return c;
+}
+
+TEST(ColourModel, TurnsKnownColours) {
+  const struct {
+    Colour colour;
+    Model hsv;
+    Model hls;
+  } cases[] = {
+      {{{0, 0, 0}}, {0, 0, 0}, {0, 0, 0}},
+      {{{255, 255, 255}}, {0, 0, 1}, {0, 1, 0}},
+      {{{128, 128, 128}}, {0, 0, 128 / 255.0}, {0, 128 / 255.0, 0}},
+      {{{255, 0, 0}}, {0, 1, 1}, {0, 0.5, 1}},
+      {{{0, 255, 0}}, {120, 1, 1}, {120, 0.5, 1}},
+      {{{0, 0, 255}}, {240, 1, 1}, {240, 0.5, 1}},
+      {{{255, 0, 255}}, {300, 1, 1}, {300, 0.5, 1}},
+      {{{255, 255, 0}}, {60, 1, 1}, {60, 0.5, 1}},
+      {{{0, 255, 255}}, {180, 1, 1}, {180, 0.5, 1}},
+  };
+  for (const auto& each : cases) {
+    EXPECT_EQ(Hsv(each.colour), each.hsv);
+    EXPECT_EQ(Hls(each.colour), each.hls);
+  }
+}
+
+// The edges of the circle, values out of range, and what is not a number.
+TEST(ColourModel, MakesColoursOfAnyNumbers) {
+  const struct {
+    Model hsv;
+    Colour colour;
+  } hsv_cases[] = {
+      {{0, 0, 0.5}, {{127, 127, 127}}},    {{kNoNumber, 0, 1}, {{255, 255, 255}}},
+      {{360, 1, 1}, {{255, 0, 255}}},      {{360, 0.5, 1}, {{255, 127, 255}}},
+      {{330, 1, 1}, {{255, 0, 127}}},      {{-30, 1, 1}, {{255, 0, 127}}},
+      {{1e300, 1, 1}, {{255, 0, 255}}},    {{0, 1, 2}, {{255, 0, 0}}},
+      {{0, 2, 1}, {{255, 0, 0}}},          {{0, 1, -1}, {{0, 0, 0}}},
+      {{kInfinity, 1, 1}, {{255, 0, 0}}},  {{kNoNumber, 1, 1}, {{255, 0, 0}}},
+      {{60, kNoNumber, 1}, {{0, 255, 0}}}, {{60, 1, kInfinity}, {{255, 255, 0}}},
+  };
+  for (const auto& each : hsv_cases) {
+    EXPECT_EQ(FromHsv(each.hsv), each.colour) << each.hsv[0] << " " << each.hsv[1];
+  }
+  const struct {
+    Model hls;
+    Colour colour;
+  } hls_cases[] = {
+      {{kNoNumber, 0.5, 0}, {{127, 127, 127}}},
+      {{360, 0.5, 1}, {{255, 0, 0}}},
+      {{-60, 0.5, 1}, {{255, 0, 255}}},
+      {{420, 0.5, 1}, {{255, 255, 0}}},
+      {{800, 0.5, 1}, {{0, 0, 0}}},
+      {{kInfinity, 0.5, 1}, {{0, 0, 0}}},
+      {{0, kNoNumber, 1}, {{0, 0, 0}}},
+      {{0, 2, 0}, {{255, 255, 255}}},
+  };
+  for (const auto& each : hls_cases) {
+    EXPECT_EQ(FromHls(each.hls), each.colour) << each.hls[0] << " " << each.hls[1];
+  }
+}
+
+std::string Hex(MD5& digest) {
+  std::string text;
+  for (int i = 0; i < 16; ++i) {
+    const unsigned char byte = digest.digest()[i];
+    text += MD5::HEX[byte >> 4];
+    text += MD5::HEX[byte & 15];
+  }
+  return text;
+}
+
+template <typename T>
+void Add(MD5& digest, const T& values) {
+  digest.update(reinterpret_cast<const unsigned char*>(&values), sizeof(values));
+}
+
+// Digests of every step-th colour's HSV, what that becomes, its HLS, and what that becomes; blue
+// runs fastest. The expected ones are from a program that has nothing to do with this one.
+std::vector<std::string> DigestCube(int step) {
+  MD5 digests[4];
+  for (int i = 0; i < 256 * 256 * 256; i += (i & 255) + step < 256 ? step : 256 - (i & 255)) {
+    const int red = i >> 16;
+    const int green = i >> 8 & 255;
+    if (red % step != 0 || green % step != 0) continue;
+    const Colour colour{{static_cast<unsigned char>(red), static_cast<unsigned char>(green),
+                         static_cast<unsigned char>(i & 255)}};
+    const Model hsv = Hsv(colour);
+    const Model hls = Hls(colour);
+    Add(digests[0], hsv);
+    Add(digests[1], FromHsv(hsv));
+    Add(digests[2], hls);
+    Add(digests[3], FromHls(hls));
+  }
+  std::vector<std::string> texts;
+  for (MD5& digest : digests) texts.push_back(Hex(digest));
+  return texts;
+}
+
+TEST(ColourModel, IsExactInAGridOfTheCube) {
+  const std::vector<std::string> expected{
+      "e60a147ba0361a612b81ecf2077de67c", "a20c050715fec24306f19e83f3df762f",
+      "8d9d8b2d2fe85648027febd5ce6fb078", "f1c1de93e1bcbcbaddb2bb3d18ab15fc"};
+  EXPECT_EQ(DigestCube(5), expected);
+}
+
+TEST(LargeColourModel, IsExactInTheWholeCube) {
+  const std::vector<std::string> expected{
+      "2b6d4c18e1436186ca64488fd3d6b8a1", "cae45b1caf293756aab83a8d9d269419",
+      "cc6e552f14887f08bc9ae4b8e5d1a14d", "b936bb9e9a0f299bc798f7596516ec7d"};
+  EXPECT_EQ(DigestCube(1), expected);
+}
+
+}  // namespace
+}  // namespace qvx::test
