@@ -122,6 +122,7 @@ class QVX_API CSocketFileClient : public CTCPSocketClient, public IClientSocketL
   std::atomic<std::uint32_t> mNextSerial{0};
   std::atomic<std::uint64_t> mReadSpeedLimit{0};
   std::atomic<std::uint64_t> mWriteSpeedLimit{0};
-  bool mDisconnected = true;  // under the waiter lock
+  bool mDisconnected = true;                     // under the waiter lock
+  tagSOCKETFILEWAITER* mPlacedReader = nullptr;  // of the receiving thread, under that lock
   std::unique_ptr<qvx::platform::ForkGuard> mForkGuard;
 };

@@ -92,15 +92,20 @@ void Copy::FinishAll() {
   }
 }
 
-std::unique_ptr<unsigned char[]> Copy::TakeBlock() {
-  if (blocks_.empty()) return std::make_unique_for_overwrite<unsigned char[]>(kBlockBytes);
-  auto block = std::move(blocks_.back());
-  blocks_.pop_back();
-  return block;
+unsigned char* Copy::Scratch() {
+  if (!scratch_)
+    scratch_ = std::make_unique_for_overwrite<unsigned char[]>(FileSink::kScratchBytes);
+  return scratch_.get();
 }
 
-void Copy::GiveBlock(std::unique_ptr<unsigned char[]> block) {
-  blocks_.push_back(std::move(block));
+std::int32_t CopyJob::CopyBlocks() {
+  std::uint32_t start = MS_GetTime();
+  while (copied_ < total_) {
+    if (copy_.TimeIsUp(start)) return SOCKET_FILE_COPY_TIMEOUT;
+    std::int32_t result = CopyBlock();
+    if (result != SOCKET_FILE_COPY_DONE) return result;
+  }
+  return SOCKET_FILE_COPY_DONE;
 }
 
 void LogCopyEnd(const char16_t* format, const CopyPaths& paths, std::uint32_t start,

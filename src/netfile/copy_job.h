@@ -8,7 +8,6 @@
 #include <new>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "netfile/exchange.h"
 #include "qvx/copy_progress.h"
@@ -82,9 +81,8 @@ class Copy {
   // Waits for all of them.
   void FinishAll();
 
-  // Blocks of kBlockBytes that are used again.
-  std::unique_ptr<unsigned char[]> TakeBlock();
-  void GiveBlock(std::unique_ptr<unsigned char[]> block);
+  // FileSink::kScratchBytes for whatever is under way at the moment.
+  unsigned char* Scratch();
 
  private:
   CSocketFileClient& client_;
@@ -99,7 +97,7 @@ class Copy {
   bool all_done_ = true;
   std::deque<std::unique_ptr<CopyJob>> ahead_;
   std::deque<std::unique_ptr<Ending>> endings_;
-  std::vector<std::unique_ptr<unsigned char[]>> blocks_;
+  std::unique_ptr<unsigned char[]> scratch_;
 };
 
 // A step of a destructor; where memory runs out it is given up.
@@ -133,8 +131,14 @@ class CopyJob {
   const CopyPaths& Paths() const { return paths_; }
 
  protected:
+  // Copies blocks until all are done, one fails or the time for the file is up.
+  std::int32_t CopyBlocks();
+  virtual std::int32_t CopyBlock() = 0;
+
   Copy& copy_;
   CopyPaths paths_;
+  std::uint64_t total_ = 0;
+  std::uint64_t copied_ = 0;
 };
 
 }  // namespace qvx::netfile

@@ -12,14 +12,15 @@ namespace qvx::netfile {
 
 namespace {
 
-// Blocks asked for and not yet written, while no speed limit holds: enough that the server is
-// never without a request while a block is written.
+// Blocks asked for and not yet there, while no speed limit holds: enough that the server is
+// never without a request.
 constexpr std::size_t kBlocksInFlight = 6;
 constexpr int kMaxNames = 100;
 
 }  // namespace
 
 Download::~Download() {
+  blocks_.clear();
   WithoutThrowing([this] { LetGo(); });
   temporary_.Close();
   WithoutThrowing([this] { RemoveTemporary(); });
@@ -35,7 +36,8 @@ void Download::Begin() {
 void Download::Advance() {
   if (!open_ || !open_->Ready() || !WaitOpen()) return;
   if (!size_->Ready() || !WaitSize()) return;
-  if (requested_ == 0 && copy_.ReadLimit() == 0) RequestBlocks(1);
+  if (requested_ != 0 || copy_.ReadLimit() != 0) return;
+  if (OpenTemporary()) RequestBlocks(1);
 }
 
 // The answer of the open request; asks for the size right away.
@@ -59,8 +61,9 @@ void Download::RequestBlocks(std::size_t most) {
   while (blocks_.size() < most && requested_ < total_) {
     auto bytes =
         static_cast<std::uint32_t>(std::min<std::uint64_t>(total_ - requested_, kBlockBytes));
-    auto block = std::make_unique<Block>(copy_.Client(), copy_.TakeBlock(), bytes);
-    block->read.StartRead(handle_, requested_, block->data.get(), bytes);
+    FileSink file(temporary_, requested_, copy_.Scratch());
+    auto block = std::make_unique<Block>(copy_.Client(), file, bytes);
+    block->read.StartReadIntoFile(handle_, requested_, &block->file, bytes);
     blocks_.push_back(std::move(block));
     requested_ += bytes;
   }
@@ -97,6 +100,7 @@ std::int32_t Download::Transfer() {
 }
 
 bool Download::OpenTemporary() {
+  if (temporary_.IsOpen()) return true;
   std::u16string name = paths_.local;
   errno = ENAMETOOLONG;
   bool fits = FitsPath(paths_.local) && FitsPath(paths_.remote);
@@ -116,16 +120,6 @@ bool Download::OpenTemporary() {
   return false;
 }
 
-std::int32_t Download::CopyBlocks() {
-  std::uint32_t start = MS_GetTime();
-  while (copied_ < total_) {
-    if (copy_.TimeIsUp(start)) return SOCKET_FILE_COPY_TIMEOUT;
-    std::int32_t result = CopyBlock();
-    if (result != SOCKET_FILE_COPY_DONE) return result;
-  }
-  return SOCKET_FILE_COPY_DONE;
-}
-
 std::int32_t Download::CopyBlock() {
   SpeedLimit limit;
   RequestBlocks(copy_.ReadLimit() != 0 ? 1 : kBlocksInFlight);
@@ -140,17 +134,16 @@ std::int32_t Download::CopyBlock() {
     return copy_.RemoteFailure();
   }
   if (copy_.ReadLimit() == 0) RequestBlocks(kBlocksInFlight);
-  if (temporary_.WriteAt(copied_, block->data.get(), bytes).count != bytes)
-    return SOCKET_FILE_COPY_LOCAL_IO;
+  if (block->file.Failed()) return SOCKET_FILE_COPY_LOCAL_IO;
   copied_ += bytes;
   if (bytes != block->size) DropBlocks();
-  copy_.GiveBlock(std::move(block->data));
   bool go_on =
       copy_.Progress(copied_, total_, bytes, limit.Start(), &CSocketFileClient::LimitReadSpeed);
   return go_on || copied_ == total_ ? SOCKET_FILE_COPY_DONE : SOCKET_FILE_COPY_CANCELLED;
 }
 
 std::int32_t Download::Conclude(std::int32_t result) {
+  blocks_.clear();
   if (!temporary_.Close() && result == SOCKET_FILE_COPY_DONE) result = SOCKET_FILE_COPY_LOCAL_IO;
   LetGo();
   if (result == SOCKET_FILE_COPY_DONE) return MoveIntoPlace();
@@ -179,7 +172,6 @@ void Download::RemoveTemporary() {
 void Download::LetGo() {
   if (!open_) return;
   open_->Wait(kShortWait);
-  blocks_.clear();
   copy_.CloseLater(open_->Value());
   open_.reset();
 }

@@ -23,17 +23,16 @@ class Download : public CopyJob {
  private:
   // A block that was asked for.
   struct Block {
-    Block(CSocketFileClient& client, std::unique_ptr<unsigned char[]> bytes, std::uint32_t wanted)
-        : data(std::move(bytes)), size(wanted), read(client) {}
-    std::unique_ptr<unsigned char[]> data;
+    Block(CSocketFileClient& client, FileSink into, std::uint32_t wanted)
+        : file(into), size(wanted), read(client) {}
+    FileSink file;
     std::uint32_t size;
-    Exchange read;  // ends before its buffer does
+    Exchange read;  // ends before what it writes to
   };
 
   bool OpenTemporary();
   std::int32_t Transfer();
-  std::int32_t CopyBlocks();
-  std::int32_t CopyBlock();
+  std::int32_t CopyBlock() override;
   std::int32_t Conclude(std::int32_t result);
   std::int32_t MoveIntoPlace();
   void RemoveTemporary();
@@ -46,11 +45,9 @@ class Download : public CopyJob {
   std::unique_ptr<Exchange> open_;
   std::unique_ptr<Exchange> size_;
   std::uint64_t handle_ = 0;
-  std::uint64_t total_ = 0;
   std::uint64_t requested_ = 0;
-  std::uint64_t copied_ = 0;
-  std::deque<std::unique_ptr<Block>> blocks_;
   platform::File temporary_;
+  std::deque<std::unique_ptr<Block>> blocks_;
   std::string temporary_path_;  // native; empty where there is none to care for
 };
 

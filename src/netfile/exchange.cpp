@@ -71,7 +71,11 @@ void tagSOCKETFILEWAITER::StoreRead(const unsigned char* data, std::uint32_t siz
   constexpr auto head = static_cast<std::uint32_t>(sizeof(tagSOCKETFILERESREAD));
   auto bytes = LoadAt<std::uint32_t>(data, sizeof(tagSOCKETFILEHEADER));
   if (bytes > capacity || bytes > size - head) return;
-  if (bytes > 0) std::memcpy(buffer, data + head, bytes);
+  if (file) {
+    file->Write(0, data + head, bytes);
+  } else if (bytes > 0) {
+    std::memcpy(buffer, data + head, bytes);
+  }
   value = bytes;
   stored = true;
 }
@@ -87,6 +91,10 @@ void tagSOCKETFILEWAITER::StoreLists(const unsigned char* data, std::uint32_t si
 }
 
 namespace qvx::netfile {
+
+void FileSink::Write(std::uint32_t at_offset, const unsigned char* data, std::uint32_t size) {
+  if (!failed_) failed_ = file_.WriteAt(offset_ + at_offset, data, size).count != size;
+}
 
 Exchange::~Exchange() {
   Unlist();
@@ -165,6 +173,16 @@ bool Exchange::StartSize(std::uint64_t handle) {
 bool Exchange::StartRead(std::uint64_t handle, std::uint64_t offset, void* buffer,
                          std::uint32_t size) {
   waiter_.buffer = buffer;
+  return SendRead(handle, offset, size);
+}
+
+bool Exchange::StartReadIntoFile(std::uint64_t handle, std::uint64_t offset, FileSink* file,
+                                 std::uint32_t size) {
+  waiter_.file = file;
+  return SendRead(handle, offset, size);
+}
+
+bool Exchange::SendRead(std::uint64_t handle, std::uint64_t offset, std::uint32_t size) {
   waiter_.capacity = size;
   tagSOCKETFILEREQREAD record{MakeHeader(SOCKET_FILE_REQ_READ), handle, offset, size};
   return Send(&record, sizeof(record));

@@ -8,9 +8,35 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/file.h"
 #include "qvx/socket_file_client.h"
 #include "qvx/socket_file_protocol.h"
 #include "qvx/sync.h"
+
+namespace qvx::netfile {
+
+// Takes the bytes of one read and writes them to a file right where they arrived, while they
+// are warm. Of one read at a time; the scratch block may serve the reads of a whole connection.
+class FileSink {
+ public:
+  static constexpr std::uint32_t kScratchBytes = 0x40000;
+
+  FileSink(const platform::File& file, std::uint64_t offset, unsigned char* scratch)
+      : file_(file), offset_(offset), scratch_(scratch) {}
+
+  unsigned char* Scratch() const { return scratch_; }
+  // Bytes that belong at_offset into the read.
+  void Write(std::uint32_t at_offset, const unsigned char* data, std::uint32_t size);
+  bool Failed() const { return failed_; }
+
+ private:
+  const platform::File& file_;
+  std::uint64_t offset_;
+  unsigned char* scratch_;
+  bool failed_ = false;
+};
+
+}  // namespace qvx::netfile
 
 // A request in flight and the place for what its answer brings. All but woken is guarded by
 // the client's waiter lock while it stands in the waiter list.
@@ -24,6 +50,7 @@ struct tagSOCKETFILEWAITER {
   std::atomic<std::uint64_t>* openFile = nullptr;  // also gets the handle
   void* buffer = nullptr;                          // bytes that were read, digest or path
   std::uint32_t capacity = 0;                      // of the buffer, in bytes
+  qvx::netfile::FileSink* file = nullptr;          // takes the bytes in the place of a buffer
   std::u16string* folderNames = nullptr;
   std::u16string* fileNames = nullptr;
 
@@ -58,6 +85,8 @@ class Exchange {
   bool StartClose(std::uint64_t handle);
   bool StartSize(std::uint64_t handle);
   bool StartRead(std::uint64_t handle, std::uint64_t offset, void* buffer, std::uint32_t size);
+  bool StartReadIntoFile(std::uint64_t handle, std::uint64_t offset, FileSink* file,
+                         std::uint32_t size);
   bool StartWrite(std::uint64_t handle, std::uint64_t offset, const void* data, std::uint32_t size);
   // Writes a range of a local file. Where that file is short or can't be read zeros take the
   // place, and SourceWasShort tells.
@@ -85,6 +114,7 @@ class Exchange {
   tagSOCKETFILEHEADER MakeHeader(std::uint32_t command);
   bool Enlist();
   void Unlist();
+  bool SendRead(std::uint64_t handle, std::uint64_t offset, std::uint32_t size);
   bool Send(const void* record, std::size_t size, const void* data = nullptr,
             std::size_t data_size = 0);
   template <typename SendStep>

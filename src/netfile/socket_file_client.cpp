@@ -241,15 +241,21 @@ tagSOCKETFILEWAITER* CSocketFileClient::FindReader(const unsigned char* pHead,
 
 // Holds the waiter lock until OnPayloadPlaced, so that the buffer lives while it is written.
 unsigned char* CSocketFileClient::OnPlacePayload(const unsigned char* pHead, std::uint32_t nLength,
-                                                 std::uint32_t nOffset, std::uint32_t*) {
+                                                 std::uint32_t nOffset, std::uint32_t* pRoom) {
   mWaiterLock.Lock();
-  if (tagSOCKETFILEWAITER* waiter = FindReader(pHead, nLength))
-    return static_cast<unsigned char*>(waiter->buffer) + (nOffset - kReadHead);
-  mWaiterLock.Unlock();
-  return nullptr;
+  mPlacedReader = FindReader(pHead, nLength);
+  if (!mPlacedReader) {
+    mWaiterLock.Unlock();
+    return nullptr;
+  }
+  if (!mPlacedReader->file)
+    return static_cast<unsigned char*>(mPlacedReader->buffer) + (nOffset - kReadHead);
+  *pRoom = std::min(*pRoom, qvx::netfile::FileSink::kScratchBytes);
+  return mPlacedReader->file->Scratch();
 }
 
-void CSocketFileClient::OnPayloadPlaced(std::uint32_t, std::uint32_t) {
+void CSocketFileClient::OnPayloadPlaced(std::uint32_t nOffset, std::uint32_t nSize) {
+  if (auto* file = mPlacedReader->file) file->Write(nOffset - kReadHead, file->Scratch(), nSize);
   mWaiterLock.Unlock();
 }
 

@@ -15,6 +15,7 @@ namespace {
 constexpr std::size_t kBlocksInFlight = 3;
 // Up to this a block is read and sent from memory, which beats a range of the file.
 constexpr std::uint32_t kSmallBlock = 0x10000;
+static_assert(kSmallBlock <= FileSink::kScratchBytes);
 
 // The rename of a complete file and, where a result is wanted, a look whether it worked.
 class RenameEnding : public Ending {
@@ -116,11 +117,9 @@ bool Upload::SendBlock(Block& block, std::uint64_t offset) {
     block.write.StartWriteFile(handle_, offset, local_.Descriptor(), block.size);
     return !block.write.SourceWasShort();
   }
-  auto bytes = copy_.TakeBlock();
-  bool whole = local_.ReadAt(offset, bytes.get(), block.size).count == block.size;
-  if (whole) block.write.StartWrite(handle_, offset, bytes.get(), block.size);
-  copy_.GiveBlock(std::move(bytes));
-  return whole;
+  if (local_.ReadAt(offset, copy_.Scratch(), block.size).count != block.size) return false;
+  block.write.StartWrite(handle_, offset, copy_.Scratch(), block.size);
+  return true;
 }
 
 void Upload::StartClose() {
@@ -162,16 +161,6 @@ std::int32_t Upload::Transfer() {
     return copy_.RemoteFailure(SOCKET_FILE_COPY_REMOTE_OPEN);
   }
   return CopyBlocks();
-}
-
-std::int32_t Upload::CopyBlocks() {
-  std::uint32_t start = MS_GetTime();
-  while (copied_ < total_) {
-    if (copy_.TimeIsUp(start)) return SOCKET_FILE_COPY_TIMEOUT;
-    std::int32_t result = CopyBlock();
-    if (result != SOCKET_FILE_COPY_DONE) return result;
-  }
-  return SOCKET_FILE_COPY_DONE;
 }
 
 std::int32_t Upload::CopyBlock() {

@@ -31,8 +31,7 @@ class Upload : public CopyJob {
 
   bool OpenLocal();
   std::int32_t Transfer();
-  std::int32_t CopyBlocks();
-  std::int32_t CopyBlock();
+  std::int32_t CopyBlock() override;
   std::int32_t CloseRemote();
   bool WaitOpen();
   void SendBlocks(std::size_t most);
@@ -47,9 +46,7 @@ class Upload : public CopyJob {
   std::unique_ptr<Exchange> open_;
   std::unique_ptr<Exchange> close_;
   std::uint64_t handle_ = 0;
-  std::uint64_t total_ = 0;
   std::uint64_t sent_ = 0;
-  std::uint64_t copied_ = 0;
   bool local_failed_ = false;
   std::deque<std::unique_ptr<Block>> blocks_;
 };
