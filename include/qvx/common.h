@@ -42,4 +42,7 @@
 #include <qvx/thermal.h>
 #include <qvx/types.h>
 #include <qvx/udp_socket.h>
+#include <qvx/unzipper.h>
 #include <qvx/url_markup.h>
+#include <qvx/zip_file.h>
+#include <qvx/zipper.h>

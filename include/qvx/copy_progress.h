@@ -1,6 +1,6 @@
 // Progress of copies between the local file system and a server, over the socket file
-// service and over HTTP. A listener is called on the thread that runs the copy, between
-// two blocks, with no lock of the library held; it must outlive the copy.
+// service and over HTTP, and of archives. A listener is called on the thread that runs the copy,
+// between two blocks, with no lock of the library held; it must outlive the copy.
 #pragma once
 
 #include <cstdint>
@@ -33,4 +33,20 @@ class QVX_API INetFolderCopyProgressListener : public INetFileCopyProgressListen
   // A file's copy begins. The order of the paths is the same in both directions.
   virtual void OnNetFileCopyBegin(std::uint64_t userData, const WCHAR* remotePath,
                                   const WCHAR* localPath) = 0;
+};
+
+// Progress of packing into and unpacking from an archive. Called on the thread that packs or
+// unpacks, without any lock.
+class QVX_API IArchiveProgressListener {
+ public:
+  virtual ~IArchiveProgressListener();
+
+  // The entry of this stored name is under way: done bytes of its total, uncompressed. Called
+  // after each block, and at the end with done equal to total unless the source shrank. Returns
+  // 1 to go on; 0 stops the operation, which then fails.
+  virtual int OnArchiveProgress(const char* name, std::uint64_t done, std::uint64_t total) = 0;
+
+  // Packing a folder leaves out what stands under this path: it is hidden, no file, can't be
+  // read, or is the archive itself. Does nothing unless overridden.
+  virtual void OnArchiveSkipped(const char* path);
 };

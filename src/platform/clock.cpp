@@ -100,6 +100,22 @@ SYSTEMTIME LocalTimeOf(std::int64_t seconds, std::int32_t nanoseconds) noexcept 
   return result;
 }
 
+std::optional<std::int64_t> SecondsOfLocalTime(const SYSTEMTIME& time) noexcept {
+  tm calendar{};
+  calendar.tm_year = time.wYear - 1900;
+  calendar.tm_mon = time.wMonth - 1;
+  calendar.tm_mday = time.wDay;
+  calendar.tm_hour = time.wHour;
+  calendar.tm_min = time.wMinute;
+  calendar.tm_sec = time.wSecond;
+  calendar.tm_isdst = -1;
+  const tm wanted = calendar;
+  std::lock_guard<RecursiveLock> guard(calendar_lock);
+  const time_t seconds = mktime(&calendar);
+  if (calendar.tm_mon != wanted.tm_mon || calendar.tm_mday != wanted.tm_mday) return std::nullopt;
+  return seconds;
+}
+
 std::uint32_t CurrentProcessId() noexcept {
   return static_cast<std::uint32_t>(getpid());
 }

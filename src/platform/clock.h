@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "qvx/types.h"
 
@@ -34,6 +35,9 @@ void SleepMilliseconds(std::uint32_t milliseconds) noexcept;
 SYSTEMTIME LocalTimeNow() noexcept;
 // The same for a moment of the system's calendar clock.
 SYSTEMTIME LocalTimeOf(std::int64_t seconds, std::int32_t nanoseconds) noexcept;
+// The moment of a calendar time in the process's time zone, milliseconds and day of week not
+// looked at. Nothing for a time that no calendar holds.
+std::optional<std::int64_t> SecondsOfLocalTime(const SYSTEMTIME& time) noexcept;
 
 std::uint32_t CurrentProcessId() noexcept;
 // The system's id of the calling thread.

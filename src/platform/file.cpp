@@ -227,6 +227,12 @@ bool InstallTemporary(int folder, const std::string& temporary, const std::strin
   return FailAfter([&] { unlinkat(folder, temporary.c_str(), 0); });
 }
 
+EntryKind KindBehind(int folder, const std::string& path) {
+  struct stat status;
+  if (fstatat(folder, path.c_str(), &status, 0) == 0) return KindFromMode(status.st_mode);
+  return KindAt(folder, path.c_str());
+}
+
 timespec Earlier(const timespec& left, const timespec& right) {
   if (left.tv_sec != right.tv_sec) return left.tv_sec < right.tv_sec ? left : right;
   return left.tv_nsec < right.tv_nsec ? left : right;
@@ -323,6 +329,13 @@ bool File::IsAlso(const char* path) const {
          own.st_dev == other.st_dev && own.st_ino == other.st_ino;
 }
 
+bool File::IsSame(const File& other) const {
+  struct stat own;
+  struct stat status;
+  return fstat(descriptor_, &own) == 0 && fstat(other.descriptor_, &status) == 0 &&
+         own.st_dev == status.st_dev && own.st_ino == status.st_ino;
+}
+
 std::int64_t File::Size() const {
   struct stat status;
   if (SeamFails(Operation::kFileSize) || fstat(descriptor_, &status) != 0) return -1;
@@ -365,6 +378,11 @@ Transfer File::WriteAt(std::uint64_t offset, const void* data, std::size_t size)
   return done;
 }
 
+bool File::Resize(std::uint64_t size) const {
+  if (SeamFails(Operation::kFileWrite)) return false;
+  return ftruncate(descriptor_, static_cast<off_t>(size)) == 0;
+}
+
 bool File::Close() {
   if (descriptor_ < 0) return true;
   const bool seam_fails = SeamFails(Operation::kFileClose);
@@ -384,23 +402,25 @@ EntryKind KindAt(int folder, const char* name) {
 }
 
 EntryKind KindOf(const std::string& path) {
-  struct stat status;
-  if (stat(path.c_str(), &status) == 0) return KindFromMode(status.st_mode);
-  return KindAt(AT_FDCWD, path.c_str());
+  return KindBehind(AT_FDCWD, path);
 }
 
 std::uint32_t AttributesOf(const std::string& path) {
-  const EntryKind kind = KindOf(path);
+  return AttributesAt(AT_FDCWD, path);
+}
+
+std::uint32_t AttributesAt(int folder, const std::string& name) {
+  const EntryKind kind = KindBehind(folder, name);
   if (kind == EntryKind::kNone || kind == EntryKind::kSpecial) return kNoAttributes;
   std::uint32_t attributes = kind == EntryKind::kFolder ? 0x10 : 0;
   struct stat status;
-  if (stat(path.c_str(), &status) == 0) {
+  if (fstatat(folder, name.c_str(), &status, 0) == 0) {
     const bool writable =
-        (status.st_mode & 0222) != 0 && faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS) == 0;
+        (status.st_mode & 0222) != 0 && faccessat(folder, name.c_str(), W_OK, AT_EACCESS) == 0;
     if (!writable) attributes |= 0x1;
   }
-  const std::string_view name = LastElement(path);
-  if (!name.empty() && name[0] == '.' && name != "." && name != "..") attributes |= 0x2;
+  const std::string_view last = LastElement(name);
+  if (!last.empty() && last[0] == '.' && last != "." && last != "..") attributes |= 0x2;
   return attributes != 0 ? attributes : 0x20;
 }
 
@@ -415,6 +435,11 @@ std::optional<FileTimes> TimesOf(const File& file) {
   const bool has_birth = (status.stx_mask & STATX_BTIME) != 0;
   times.creation = has_birth ? Earlier(FromStatx(status.stx_btime), times.write) : times.write;
   return times;
+}
+
+bool SetWriteTime(const File& file, std::int64_t seconds) {
+  const timespec times[2] = {{0, UTIME_OMIT}, {static_cast<time_t>(seconds), 0}};
+  return futimens(file.Descriptor(), times) == 0;
 }
 
 bool DeleteName(const std::string& path) {

@@ -12,6 +12,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace qvx::platform {
 
@@ -64,14 +65,20 @@ class File {
   bool IsOpen() const { return descriptor_ >= 0; }
   // For sendfile and the like; -1 when closed. The object goes on owning it.
   int Descriptor() const { return descriptor_; }
+  // Closed afterwards; the descriptor is the caller's.
+  int Release() { return std::exchange(descriptor_, -1); }
 
   // Whether the library path leads to this very file.
   bool IsAlso(const char* path) const;
+  // Whether both are open on one file.
+  bool IsSame(const File& other) const;
 
   // Bytes, or -1.
   std::int64_t Size() const;
   Transfer ReadAt(std::uint64_t offset, void* data, std::size_t size) const;
   Transfer WriteAt(std::uint64_t offset, const void* data, std::size_t size) const;
+  // Cuts the file, or lengthens it by zeros.
+  bool Resize(std::uint64_t size) const;
   // False if what was written may not have reached the file (a full disk seen late). The file
   // is closed in any case. True for a file that is not open.
   bool Close();
@@ -95,6 +102,7 @@ EntryKind KindOf(const std::string& path);
 // of these. kNoAttributes where the path leads to nothing, or to no file or folder.
 inline constexpr std::uint32_t kNoAttributes = 0xFFFFFFFF;
 std::uint32_t AttributesOf(const std::string& path);
+std::uint32_t AttributesAt(int folder, const std::string& name);
 
 struct FileTimes {
   timespec creation;  // the earlier of birth and last write
@@ -102,6 +110,8 @@ struct FileTimes {
   timespec write;
 };
 std::optional<FileTimes> TimesOf(const File& file);
+// Seconds of the system's calendar clock; the time of last access stays.
+bool SetWriteTime(const File& file, std::int64_t seconds);
 
 // Deletes a file or a link (never what it leads to); folders and special files fail.
 bool DeleteName(const std::string& path);

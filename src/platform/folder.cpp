@@ -224,6 +224,11 @@ int FolderReader::Descriptor() const {
   return stream_ == nullptr ? -1 : dirfd(stream_);
 }
 
+std::int64_t FolderReader::WriteTime() const {
+  struct stat status;
+  return fstat(Descriptor(), &status) == 0 ? status.st_mtim.tv_sec : 0;
+}
+
 bool MatchesPattern(std::u16string_view name, std::u16string_view pattern) {
   if (pattern == u"*.*") return true;
   std::size_t at = 0;

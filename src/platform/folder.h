@@ -37,6 +37,8 @@ class FolderReader {
   // False at the end or on an error.
   bool Next(FolderEntry& entry);
   int Descriptor() const;
+  // The last write in seconds of the system's clock; 0 if there is no telling.
+  std::int64_t WriteTime() const;
 
  private:
   DIR* stream_ = nullptr;

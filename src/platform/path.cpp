@@ -1,5 +1,8 @@
 #include "platform/path.h"
 
+#include <limits.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 
@@ -187,6 +190,24 @@ std::optional<std::string> ToNativePath(std::string_view path) {
   const std::optional<std::u16string> wide = WideFromAnsi(path);
   if (!wide) return Fail(EILSEQ);
   return ToNativePath(std::u16string_view(*wide));
+}
+
+std::optional<std::string> AbsolutePath(std::string_view native) {
+  std::string whole(native);
+  if (native.empty() || native[0] != '/') {
+    char folder[PATH_MAX];
+    if (getcwd(folder, sizeof folder) == nullptr) return std::nullopt;
+    whole = std::string(folder) + '/' + whole;
+  }
+  std::string path;
+  for (std::size_t begin = 0; begin < whole.size();) {
+    const std::size_t end = std::min(whole.find('/', begin), whole.size());
+    const std::string_view element(whole.data() + begin, end - begin);
+    begin = end + 1;
+    if (element == "..") path.resize(path.empty() ? 0 : path.rfind('/'));
+    if (!element.empty() && element != "." && element != "..") path.append("/").append(element);
+  }
+  return path.empty() ? "/" : path;
 }
 
 template <typename C>

@@ -37,6 +37,10 @@ std::optional<std::basic_string<C>> FromNativeName(std::string_view name);
 std::u16string WidePath(std::u16string_view path);
 std::u16string WidePath(std::string_view path);
 
+// A native path made absolute by the working directory, without empty, "." and ".." elements,
+// which are worked out by name alone. Nothing where the working directory is gone.
+std::optional<std::string> AbsolutePath(std::string_view native);
+
 template <typename C>
 constexpr bool IsSeparator(C character) {
   return character == C('\\') || character == C('/');

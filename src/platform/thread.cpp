@@ -1,6 +1,7 @@
 #include "platform/thread.h"
 
 #include <limits.h>
+#include <sched.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -124,6 +125,12 @@ void NativeThread::Join() noexcept {
 
 void NativeThread::Detach() noexcept {
   pthread_detach(thread_);
+}
+
+unsigned int UsableProcessors() noexcept {
+  cpu_set_t usable;
+  if (sched_getaffinity(0, sizeof usable, &usable) != 0) return 1;
+  return static_cast<unsigned int>(std::max(1, CPU_COUNT(&usable)));
 }
 
 ThreadEndHook::ThreadEndHook(void (*function)(void* context)) noexcept

@@ -48,6 +48,9 @@ class NativeThread {
   std::shared_ptr<Gate> gate_;
 };
 
+// How many processors this process may use, at least 1.
+unsigned int UsableProcessors() noexcept;
+
 // Runs a function on each thread that asked for it, when that thread ends. Not for the thread
 // that leaves the process, and for none any more once this object is gone.
 class ThreadEndHook {
