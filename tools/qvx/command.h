@@ -31,5 +31,6 @@ void AddListenCommand(CLI::App& app);
 void AddSendCommand(CLI::App& app);
 void AddHexdumpCommand(CLI::App& app);
 void AddLogCommand(CLI::App& app);
+void AddGifCommand(CLI::App& app);
 
 }  // namespace qvx::tool

@@ -35,6 +35,12 @@ void WaitForInterrupt() {
   while (sigwait(&signals, &signal) != 0) continue;
 }
 
+bool WaitForInterrupt(int milliseconds) {
+  const sigset_t signals = Interrupts(false);
+  const timespec time{milliseconds / 1000, milliseconds % 1000 * 1000000L};
+  return sigtimedwait(&signals, nullptr, &time) >= 0;
+}
+
 InterruptGuard::InterruptGuard(std::function<void()> give_up) : give_up_(std::move(give_up)) {
   BlockInterrupts();
   thread_ = std::thread([this] { Watch(); });

@@ -11,6 +11,8 @@ namespace qvx::tool {
 // thread was made.
 void BlockInterrupts();
 void WaitForInterrupt();
+// True if one came within the time.
+bool WaitForInterrupt(int milliseconds);
 
 // While it lives, the first interrupt sets a flag that the work looks at. If the work is still
 // going on 2 s later, or at a second interrupt, give_up is called once, on another thread.

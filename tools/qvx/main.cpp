@@ -26,6 +26,7 @@ void AddCommands(CLI::App& app) {
   AddSendCommand(app);
   AddHexdumpCommand(app);
   AddLogCommand(app);
+  AddGifCommand(app);
 }
 
 int Fail(std::string text) {

@@ -1,12 +1,10 @@
 #include "progress.h"
 
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <utility>
 
+#include "terminal.h"
 #include "text.h"
 
 namespace qvx::tool {
@@ -18,12 +16,6 @@ constexpr milliseconds kDrawEvery{100};
 constexpr milliseconds kPrintEvery{5000};
 constexpr std::size_t kBarWidth = 24;
 constexpr std::size_t kNameWidth = 24;
-
-std::size_t TerminalWidth() {
-  winsize size{};
-  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return 80;
-  return size.ws_col;
-}
 
 // The first bytes of a name, cut between characters.
 std::string Shortened(const std::string& text, std::size_t width) {
@@ -38,7 +30,7 @@ std::string Shortened(const std::string& text, std::size_t width) {
 Progress::Progress(bool is_upload, ProgressRules rules)
     : is_upload_(is_upload),
       rules_(std::move(rules)),
-      on_terminal_(isatty(STDOUT_FILENO) == 1),
+      on_terminal_(OutputIsTerminal()),
       start_(Clock::now()),
       drawn_(start_) {}
 
@@ -101,7 +93,8 @@ void Progress::Draw() {
   if (now - drawn_ < (on_terminal_ ? kDrawEvery : kPrintEvery)) return;
   drawn_ = now;
   if (on_terminal_) {
-    std::printf("\r\033[K%s", Shortened(Line(), TerminalWidth() - 1).c_str());
+    std::printf("\r\033[K%s",
+                Shortened(Line(), static_cast<std::size_t>(SizeOfTerminal().columns) - 1).c_str());
   } else {
     std::printf("%s\n", Line().c_str());
   }
