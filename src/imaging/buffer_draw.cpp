@@ -79,6 +79,9 @@ void DrawColorOnBuffer(unsigned int color, unsigned char* dst, RECT* rect, int p
   const auto width = static_cast<std::size_t>(qvx::imaging::Width(*rect));
   const std::int64_t height = qvx::imaging::Height(*rect);
   std::uint8_t* const first = target.First();
+  if (pitch == qvx::imaging::Width(*rect) * kArgbBytes) {
+    return qvx::imaging::FillRow(first, width * static_cast<std::size_t>(height), color);
+  }
   for (std::int64_t y = 0; y < height; ++y) {
     qvx::imaging::FillRow(first + y * pitch, width, color);
   }

@@ -52,8 +52,27 @@ class Brush {
   Brush(std::uint8_t* dst, int pitch, int pixel_bytes, int size, const std::uint8_t* pixels)
       : dst_(dst), pitch_(pitch), pixel_bytes_(pixel_bytes), size_(size), pixels_(pixels) {}
 
-  void DrawAll(POINT at) const {
-    for (int row = 0; row < size_; ++row) DrawRow(at, row);
+  void Draw(const Line& line) const {
+    if (size_ == 1 && DrawThin(line)) return;
+    for (int row = 0; row < size_; ++row) DrawRow(line.from, row);
+    Walk(line, [this](const Step& step, bool) { DrawEdges(step); });
+  }
+
+ private:
+  bool DrawThin(const Line& line) const {
+    switch (pixel_bytes_) {
+      case 1:
+        DrawThinPixels<1>(line);
+        return true;
+      case 2:
+        DrawThinPixels<2>(line);
+        return true;
+      case 4:
+        DrawThinPixels<4>(line);
+        return true;
+      default:
+        return false;
+    }
   }
 
   // What the last step newly covers.
@@ -62,7 +81,6 @@ class Brush {
     if (step.move_y != 0) DrawRow(step.at, step.move_y > 0 ? size_ - 1 : 0);
   }
 
- private:
   std::uint8_t* Pixel(std::int64_t x, std::int64_t y) const {
     return dst_ + (y * pitch_ + x * pixel_bytes_);
   }
@@ -70,6 +88,15 @@ class Brush {
   void DrawRow(POINT at, int row) const {
     std::memcpy(Pixel(at.x, std::int64_t{at.y} + row), pixels_,
                 static_cast<std::size_t>(size_) * static_cast<std::size_t>(pixel_bytes_));
+  }
+
+  // One pixel a step, with a pen of one pixel.
+  template <std::size_t kBytes>
+  void DrawThinPixels(const Line& line) const {
+    CopyColumn<kBytes>(line.from, 0, pixels_);
+    Walk(line, [this](const Step& step, bool) {
+      std::memcpy(Pixel(step.at.x, step.at.y), pixels_, kBytes);
+    });
   }
 
   void DrawColumn(POINT at, int column) const {
@@ -149,11 +176,6 @@ void ListPoints(const Line& line, CPtrCtrl& points) {
   }
 }
 
-void DrawPixels(const Line& line, const Brush& brush) {
-  brush.DrawAll(line.from);
-  Walk(line, [&brush](const Step& step, bool) { brush.DrawEdges(step); });
-}
-
 POINT Inside(POINT point, int width, int height, int pen) {
   return {std::clamp(point.x, 0, width - pen), std::clamp(point.y, 0, height - pen)};
 }
@@ -170,7 +192,7 @@ void DrawLineOnBuffer(unsigned char* dst, POINT from, POINT to, int width, int h
   const Line line{Inside(from, width, height, pen), Inside(to, width, height, pen), pen};
   if (points != nullptr) ListPoints(line, *points);
   if (dst == nullptr || penPixels == nullptr || bytesPerPixel < 1) return;
-  DrawPixels(line, Brush(dst, pitch, bytesPerPixel, pen, penPixels));
+  Brush(dst, pitch, bytesPerPixel, pen, penPixels).Draw(line);
 }
 
 }  // extern "C"

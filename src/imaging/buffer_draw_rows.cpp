@@ -1,6 +1,7 @@
 #include "imaging/buffer_draw_rows.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "imaging/wide_dispatch.h"
@@ -29,8 +30,8 @@ struct Loops {
   std::size_t (*blend_exact)(std::uint8_t*, const std::uint8_t*, std::size_t) = nullptr;
   std::size_t (*blend)(std::uint8_t*, const std::uint8_t*, std::size_t) = nullptr;
   std::size_t (*stamp)(std::uint8_t*, const std::uint8_t*, std::size_t, std::uint8_t) = nullptr;
-  std::size_t (*pick)(std::uint8_t*, const std::uint8_t*, const std::uint32_t*, std::size_t,
-                      std::ptrdiff_t) = nullptr;
+  std::size_t (*pick)(std::uint8_t*, const std::uint8_t*, const PickPlan&) = nullptr;
+  PickWay (*pick_way)(const PickPlan&) = nullptr;
 };
 
 }  // namespace
@@ -63,12 +64,21 @@ void StorePixels(V32 pixels, std::uint8_t* out) {
   hn::StoreU(hn::BitCast(D8(), pixels), D8(), out);
 }
 
+// Four vectors at a time to aligned addresses, where that serves.
 std::size_t Fill(std::uint8_t* dst, std::size_t count, std::uint32_t color) {
-  const std::size_t step = hn::Lanes(D32());
-  const V32 pixels = hn::Set(D32(), color);
-  std::size_t done = 0;
-  for (; done + step <= count; done += step) StorePixels(pixels, dst + 4 * done);
-  return done;
+  constexpr std::size_t kTurn = 4;
+  const D8 d8;
+  const std::size_t step = hn::Lanes(d8);
+  const std::size_t size = 4 * count;
+  if (size < 2 * kTurn * step) return 0;
+  StorePixels(hn::Set(D32(), color), dst);
+  std::size_t done = step - reinterpret_cast<std::uintptr_t>(dst) % step;
+  const auto turned = static_cast<int>(done % 4 * 8);
+  const auto bytes = hn::BitCast(d8, hn::Set(D32(), std::rotr(color, turned)));
+  for (; done + kTurn * step <= size; done += kTurn * step) {
+    for (std::size_t i = 0; i < kTurn; ++i) hn::Store(bytes, d8, dst + done + i * step);
+  }
+  return done / 4;
 }
 
 std::size_t Tint(std::uint8_t* dst, const std::uint8_t* mask, std::size_t count,
@@ -251,60 +261,106 @@ std::size_t BlendExact(std::uint8_t* dst, const std::uint8_t* src, std::size_t c
   return done;
 }
 
+std::ptrdiff_t LastLoad(const PickPlan& plan) {
+  return plan.length - static_cast<std::ptrdiff_t>(hn::Lanes(D32()));
+}
+
 // How many neighbouring source pixels one vector of target pixels takes, at most.
-std::ptrdiff_t Span(const std::uint32_t* places, std::size_t count, std::ptrdiff_t last_load) {
+std::ptrdiff_t Span(const PickPlan& plan) {
   const std::size_t step = hn::Lanes(D32());
   std::ptrdiff_t span = 0;
-  for (std::size_t i = 0; i + step <= count; i += step) {
-    const std::ptrdiff_t begin = std::min<std::ptrdiff_t>(places[i], last_load);
-    span = std::max<std::ptrdiff_t>(span, places[i + step - 1] - begin + 1);
+  for (std::size_t i = 0; i + step <= plan.count; i += step) {
+    const std::ptrdiff_t begin = std::min<std::ptrdiff_t>(plan.places[i], LastLoad(plan));
+    span = std::max<std::ptrdiff_t>(span, plan.places[i + step - 1] - begin + 1);
   }
   return span;
 }
 
+bool IsDoubled(const PickPlan& plan) {
+  std::size_t i = 0;
+  while (i < plan.count && plan.places[i] == i / 2) ++i;
+  return i == plan.count;
+}
+
+PickWay ChoosePickWay(const PickPlan& plan) {
+  const auto step = static_cast<std::ptrdiff_t>(hn::Lanes(D32()));
+  if (LastLoad(plan) < 0) return PickWay::kEach;
+  if (IsDoubled(plan)) return PickWay::kDoubled;
+  const std::ptrdiff_t span = Span(plan);
+  if (span <= step) return PickWay::kOneLoad;
+  return span <= 2 * step ? PickWay::kTwoLoads : PickWay::kEach;
+}
+
 V32 Permute(V32 pixels, V32 lanes) {
-  const V32 in_range =
-      hn::And(lanes, hn::Set(D32(), static_cast<std::uint32_t>(hn::Lanes(D32()) - 1)));
-  return hn::TableLookupLanes(pixels, hn::IndicesFromVec(D32(), in_range));
+  const V32 last = hn::Set(D32(), static_cast<std::uint32_t>(hn::Lanes(D32()) - 1));
+  return hn::TableLookupLanes(pixels, hn::IndicesFromVec(D32(), hn::And(lanes, last)));
+}
+
+// Where the second vector of a row begins, in pixels: at an aligned address if there is one, where
+// it writes some of the first one's pixels again.
+std::size_t SecondVector(const std::uint8_t* dst, std::size_t step) {
+  const std::size_t size = 4 * hn::Lanes(D32());
+  const std::size_t bytes = size - reinterpret_cast<std::uintptr_t>(dst) % size;
+  return bytes % 4 == 0 ? bytes / 4 : step;
 }
 
 // Each vector of target pixels comes from one load of source pixels, or from two.
 template <bool kTwoLoads>
-std::size_t PickFrom(std::uint8_t* dst, const std::uint8_t* src, const std::uint32_t* places,
-                     std::size_t count, std::ptrdiff_t last_load) {
+std::size_t PickFrom(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan) {
   const D32 d;
   const std::size_t step = hn::Lanes(d);
+  const std::ptrdiff_t last_load = LastLoad(plan);
+  const std::size_t second = SecondVector(dst, step);
+  const auto lanes_end = hn::Set(DInt(), static_cast<std::int32_t>(step));
   std::size_t done = 0;
-  for (; done + step <= count; done += step) {
-    const std::ptrdiff_t first = std::min<std::ptrdiff_t>(places[done], last_load);
-    const V32 place = hn::LoadU(d, places + done);
-    const V32 lanes = hn::Sub(place, hn::Set(d, static_cast<std::uint32_t>(first)));
+  for (; done + step <= plan.count; done = done == 0 ? second : done + step) {
+    const std::ptrdiff_t first = std::min<std::ptrdiff_t>(plan.places[done], last_load);
+    const V32 places = hn::LoadU(d, plan.places + done);
+    const V32 lanes = hn::Sub(places, hn::Set(d, static_cast<std::uint32_t>(first)));
     V32 pixels = Permute(LoadPixels(src + 4 * first), lanes);
     if constexpr (kTwoLoads) {
       const std::ptrdiff_t next = std::min(first + static_cast<std::ptrdiff_t>(step), last_load);
-      const V32 more = hn::Sub(place, hn::Set(d, static_cast<std::uint32_t>(next)));
-      const auto near =
-          hn::Lt(hn::BitCast(DInt(), lanes), hn::Set(DInt(), static_cast<std::int32_t>(step)));
-      pixels = hn::IfThenElse(hn::RebindMask(d, near), pixels,
-                              Permute(LoadPixels(src + 4 * next), more));
+      const V32 more = hn::Sub(places, hn::Set(d, static_cast<std::uint32_t>(next)));
+      const auto near = hn::RebindMask(d, hn::Lt(hn::BitCast(DInt(), lanes), lanes_end));
+      pixels = hn::IfThenElse(near, pixels, Permute(LoadPixels(src + 4 * next), more));
     }
     StorePixels(pixels, dst + 4 * done);
   }
   return done;
 }
 
-std::size_t Pick(std::uint8_t* dst, const std::uint8_t* src, const std::uint32_t* places,
-                 std::size_t count, std::ptrdiff_t length) {
-  const auto step = static_cast<std::ptrdiff_t>(hn::Lanes(D32()));
-  const std::ptrdiff_t last_load = length - step;
-  if (last_load < 0) return 0;
-  const std::ptrdiff_t span = Span(places, count, last_load);
-  if (span <= step) return PickFrom<false>(dst, src, places, count, last_load);
-  if (span <= 2 * step) return PickFrom<true>(dst, src, places, count, last_load);
-  return 0;
+std::size_t PickDoubled(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan) {
+  const D32 d;
+  const std::size_t step = hn::Lanes(d);
+  const V32 half = hn::Set(d, static_cast<std::uint32_t>(step / 2));
+  const V32 halves = hn::ShiftRight<1>(hn::Iota(d, 0));
+  const auto lower = hn::IndicesFromVec(d, halves);
+  const auto upper = hn::IndicesFromVec(d, hn::Add(halves, half));
+  std::size_t done = 0;
+  const std::size_t aligned = SecondVector(dst, 2 * step);
+  const std::size_t second = aligned % 2 == 0 ? aligned : 2 * step;
+  for (; done + 2 * step <= plan.count; done = done == 0 ? second : done + 2 * step) {
+    const V32 pixels = LoadPixels(src + 2 * done);
+    StorePixels(hn::TableLookupLanes(pixels, lower), dst + 4 * done);
+    StorePixels(hn::TableLookupLanes(pixels, upper), dst + 4 * (done + step));
+  }
+  return done;
 }
 
-inline constexpr Loops kLoops = {&Fill, &Tint, &BlendExact, &Blend, &Stamp, &Pick};
+std::size_t Pick(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan) {
+  switch (plan.way) {
+    case PickWay::kOneLoad:
+      return PickFrom<false>(dst, src, plan);
+    case PickWay::kTwoLoads:
+      return PickFrom<true>(dst, src, plan);
+    case PickWay::kDoubled:
+      return PickDoubled(dst, src, plan);
+    default:
+      return 0;
+  }
+}
+
+inline constexpr Loops kLoops = {&Fill, &Tint, &BlendExact, &Blend, &Stamp, &Pick, &ChoosePickWay};
 
 #endif
 
@@ -459,11 +515,26 @@ void StampRow(std::uint8_t* dst, const std::uint8_t* src, std::size_t count, std
   StampRowPlain(dst + 4 * done, src + 4 * done, count - done, alpha);
 }
 
-void PickRow(std::uint8_t* dst, const std::uint8_t* src, const std::uint32_t* places,
-             std::size_t count, std::ptrdiff_t length) {
-  std::size_t done = Run(BestLoops().pick, dst, src, places, count, length);
-  for (; done < count; ++done) {
-    std::memcpy(dst + 4 * done, src + std::size_t{places[done]} * 4, 4);
+PickPlan::PickPlan(const std::uint32_t* all_places, std::size_t all, std::ptrdiff_t source_length)
+    : places(all_places), count(all), length(source_length), way(PickWay::kEach) {
+  const Loops& loops = BestLoops();
+  if (loops.pick_way != nullptr) way = loops.pick_way(*this);
+}
+
+PickPlan PickPlan::Piece(std::size_t begin, std::size_t most) const {
+  PickPlan piece = *this;
+  piece.places += begin;
+  piece.count = std::min(most, count - begin);
+  // Doubling counts from the source's first pixel, but it never needs more than one load.
+  if (way == PickWay::kDoubled) piece.way = PickWay::kOneLoad;
+  return piece;
+}
+
+void PickRow(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan) {
+  const Loops& loops = BestLoops();
+  std::size_t done = loops.pick != nullptr ? loops.pick(dst, src, plan) : 0;
+  for (; done < plan.count; ++done) {
+    std::memcpy(dst + 4 * done, src + std::size_t{plan.places[done]} * 4, 4);
   }
 }
 

@@ -34,9 +34,24 @@ void StampRow(std::uint8_t* dst, const std::uint8_t* src, std::size_t count, std
 void StampRowPlain(std::uint8_t* dst, const std::uint8_t* src, std::size_t count,
                    std::uint8_t alpha);
 
-// Writes the 32-bit pixels src[places[i]]. Places rise and lie within the length pixels of src,
+// How a row of 32-bit pixels is put together.
+enum class PickWay { kEach, kOneLoad, kTwoLoads, kDoubled };
+
+// Takes the pixels src[places[i]]. Places rise and lie within the length pixels of a source row,
 // which all may be read.
-void PickRow(std::uint8_t* dst, const std::uint8_t* src, const std::uint32_t* places,
-             std::size_t count, std::ptrdiff_t length);
+struct PickPlan {
+  PickPlan(const std::uint32_t* all_places, std::size_t all, std::ptrdiff_t source_length);
+
+  // A part of the row; the source stays.
+  PickPlan Piece(std::size_t begin, std::size_t most) const;
+
+  const std::uint32_t* places;
+  std::size_t count;
+  std::ptrdiff_t length;
+  PickWay way;
+};
+
+// src is the row's first pixel, whose place is 0.
+void PickRow(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan);
 
 }  // namespace qvx::imaging

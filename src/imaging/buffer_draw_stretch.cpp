@@ -8,11 +8,11 @@
 namespace qvx::imaging {
 namespace {
 
-// So many columns at a time: their places and pixels stay in the first cache.
-constexpr std::int64_t kBlock = 2048;
+// Columns whose places are worked out once for all rows: those of any screen. Rows go whole,
+// since memory likes that better than columns do; wider ones are cut into blocks of columns.
+constexpr std::int64_t kBlock = 8192;
 
 using Places = std::array<std::uint32_t, kBlock>;
-using Pixels = std::array<std::uint8_t, kBlock * kArgbBytes>;
 
 struct ByteRange {
   std::uintptr_t begin;
@@ -33,12 +33,8 @@ bool Overlap(const Target& dst, const Source& src) {
   return a.begin < b.end && b.begin < a.end;
 }
 
-bool SameWidth(const Target& dst, const Source& src) {
-  return Width(*dst.rect) == Width(*src.rect);
-}
-
 bool SameSize(const Target& dst, const Source& src) {
-  return SameWidth(dst, src) && Height(*dst.rect) == Height(*src.rect);
+  return Width(*dst.rect) == Width(*src.rect) && Height(*dst.rect) == Height(*src.rect);
 }
 
 // Calls draw(dst row, src row) for each target row.
@@ -67,11 +63,9 @@ void ForEachPixel(const Target& dst, const Source& src, Draw draw) {
 
 // A run of target columns: which source pixels they take.
 struct Block {
-  std::int64_t target;          // the first column
-  std::size_t count;            // at most kBlock
-  std::int64_t source;          // where the first one's pixel is
-  std::ptrdiff_t source_count;  // how many pixels follow it in the source's row
-  Places places;                // counted from there
+  std::int64_t target;  // the first column, and where its source pixel is
+  std::int64_t source;
+  PickPlan plan;
 };
 
 // Cuts the columns into blocks, the outer loop, and calls draw(block) for each.
@@ -79,76 +73,76 @@ template <typename Draw>
 void ForEachBlock(const Target& dst, const Source& src, Draw draw) {
   const std::int64_t width = Width(*dst.rect);
   StretchSteps columns(Width(*src.rect), width);
-  Block block;
-  for (block.target = 0; block.target < width; block.target += kBlock) {
-    block.count = static_cast<std::size_t>(std::min(kBlock, width - block.target));
-    block.source = columns.Place();
-    block.source_count = Width(*src.rect) - block.source;
-    for (std::size_t i = 0; i < block.count; ++i, columns.Next()) {
-      block.places[i] = static_cast<std::uint32_t>(columns.Place() - block.source);
+  Places places;
+  for (std::int64_t target = 0; target < width; target += kBlock) {
+    const std::int64_t source = columns.Place();
+    const auto count = static_cast<std::size_t>(std::min(kBlock, width - target));
+    for (std::size_t i = 0; i < count; ++i, columns.Next()) {
+      places[i] = static_cast<std::uint32_t>(columns.Place() - source);
     }
-    draw(block);
+    draw(Block{target, source, {places.data(), count, Width(*src.rect) - source}});
   }
 }
 
 template <std::size_t kBytes>
-void PickPixels(std::uint8_t* dst, const std::uint8_t* src, const Block& block) {
-  for (std::size_t i = 0; i < block.count; ++i) {
-    std::memcpy(dst + i * kBytes, src + std::size_t{block.places[i]} * kBytes, kBytes);
+void PickPixels(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan) {
+  for (std::size_t i = 0; i < plan.count; ++i) {
+    std::memcpy(dst + i * kBytes, src + std::size_t{plan.places[i]} * kBytes, kBytes);
   }
 }
 
-void PickAnyPixels(std::uint8_t* dst, const std::uint8_t* src, const Block& block,
+void PickAnyPixels(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan,
                    std::size_t pixel_bytes) {
-  for (std::size_t i = 0; i < block.count; ++i) {
-    std::memcpy(dst + i * pixel_bytes, src + block.places[i] * pixel_bytes, pixel_bytes);
+  for (std::size_t i = 0; i < plan.count; ++i) {
+    std::memcpy(dst + i * pixel_bytes, src + plan.places[i] * pixel_bytes, pixel_bytes);
   }
 }
 
-void Pick(std::uint8_t* dst, const std::uint8_t* src, const Block& block, int pixel_bytes) {
+void Pick(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan, int pixel_bytes) {
   switch (pixel_bytes) {
     case 1:
-      return PickPixels<1>(dst, src, block);
+      return PickPixels<1>(dst, src, plan);
     case 2:
-      return PickPixels<2>(dst, src, block);
+      return PickPixels<2>(dst, src, plan);
     case 3:
-      return PickPixels<3>(dst, src, block);
+      return PickPixels<3>(dst, src, plan);
     case 4:
-      return PickRow(dst, src, block.places.data(), block.count, block.source_count);
+      return PickRow(dst, src, plan);
     default:
-      return PickAnyPixels(dst, src, block, static_cast<std::size_t>(pixel_bytes));
+      return PickAnyPixels(dst, src, plan, static_cast<std::size_t>(pixel_bytes));
   }
 }
 
-// A row that comes from the same source row as the one before is copied from that one.
 void StretchBlock(const Target& dst, const Source& src, const Block& block) {
-  const std::size_t bytes = block.count * static_cast<std::size_t>(dst.pixel_bytes);
-  const bool same_width = SameWidth(dst, src);
-  const std::uint8_t* last_src = nullptr;
-  std::uint8_t* last_dst = nullptr;
   ForEachRow(dst, src, [&](std::uint8_t* dst_row, const std::uint8_t* src_row) {
-    std::uint8_t* const out = dst_row + block.target * dst.pixel_bytes;
-    const std::uint8_t* const in = src_row + block.source * src.pixel_bytes;
-    if (in == last_src) {
-      std::memmove(out, last_dst, bytes);
-    } else if (same_width) {
-      std::memcpy(out, in, bytes);
-    } else {
-      Pick(out, in, block, dst.pixel_bytes);
-    }
-    last_src = in;
-    last_dst = out;
+    Pick(dst_row + block.target * dst.pixel_bytes, src_row + block.source * src.pixel_bytes,
+         block.plan, dst.pixel_bytes);
   });
 }
 
+// The same columns: only rows are stretched.
+void StretchRows(const Target& dst, const Source& src) {
+  const auto bytes = static_cast<std::size_t>(Width(*dst.rect) * dst.pixel_bytes);
+  ForEachRow(dst, src, [bytes](std::uint8_t* dst_row, const std::uint8_t* src_row) {
+    std::memcpy(dst_row, src_row, bytes);
+  });
+}
+
+// Through a few pixels at a time that are stretched first.
+void BlendPicked(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan) {
+  constexpr std::size_t kPiece = 256;
+  std::array<std::uint8_t, kPiece * kArgbBytes> pixels;
+  for (std::size_t done = 0; done < plan.count; done += kPiece) {
+    const PickPlan piece = plan.Piece(done, kPiece);
+    PickRow(pixels.data(), src, piece);
+    BlendRow(dst + done * kArgbBytes, pixels.data(), piece.count);
+  }
+}
+
 void BlendBlock(const Target& dst, const Source& src, const Block& block) {
-  Pixels pixels;
-  const std::uint8_t* last_src = nullptr;
   ForEachRow(dst, src, [&](std::uint8_t* dst_row, const std::uint8_t* src_row) {
-    const std::uint8_t* const in = src_row + block.source * kArgbBytes;
-    if (in != last_src) Pick(pixels.data(), in, block, kArgbBytes);
-    last_src = in;
-    BlendRow(dst_row + block.target * kArgbBytes, pixels.data(), block.count);
+    BlendPicked(dst_row + block.target * kArgbBytes, src_row + block.source * kArgbBytes,
+                block.plan);
   });
 }
 
@@ -202,6 +196,7 @@ void Stretch(const Target& dst, const Source& src) {
   if (dst.IsEmpty() || src.IsEmpty()) return;
   if (SameSize(dst, src)) return CopySameSize(dst, src);
   if (!Overlap(dst, src)) {
+    if (Width(*dst.rect) == Width(*src.rect)) return StretchRows(dst, src);
     return ForEachBlock(dst, src, [&](const Block& block) { StretchBlock(dst, src, block); });
   }
   ForEachPixel(dst, src, [&](std::uint8_t* out, const std::uint8_t* in) {

@@ -19,6 +19,12 @@ Run Between(double left, double right) {
           static_cast<std::int64_t>(last) - (touches_right ? 0 : 1)};
 }
 
+// Into the first count values, which are sorted.
+void Insert(double* values, int count, double value) {
+  for (; count > 0 && values[count - 1] > value; --count) values[count] = values[count - 1];
+  values[count] = value;
+}
+
 void Append(RowRuns& row, Run run) {
   if (run.first > run.last) return;
   if (row.count > 0 && run.first <= row.runs[0].last + 1) {
@@ -71,9 +77,8 @@ RowRuns StrokeFigure::InRow(std::int64_t y) const {
     const Corner& a = corners_[i];
     const Corner& b = corners_[(i + 3) % 4];
     if ((a.y > row) == (b.y > row)) continue;
-    crossings[count++] = (b.x - a.x) * (row - a.y) / (b.y - a.y) + a.x;
+    Insert(crossings, count++, (b.x - a.x) * (row - a.y) / (b.y - a.y) + a.x);
   }
-  std::sort(crossings, crossings + count);
   RowRuns runs;
   for (int i = 0; i < count; i += 2) Append(runs, Between(crossings[i], crossings[i + 1]));
   return runs;
