@@ -8,7 +8,9 @@
 #include <qvx/buffer_draw.h>
 #include <qvx/colour_model.h>
 #include <qvx/copy_progress.h>
+#include <qvx/crc.h>
 #include <qvx/curl_binding.h>
+#include <qvx/curve_fit.h>
 #include <qvx/debug_output.h>
 #include <qvx/delay_message.h>
 #include <qvx/digital_text.h>
@@ -16,6 +18,7 @@
 #include <qvx/folder_list.h>
 #include <qvx/gif_decoder.h>
 #include <qvx/gradient_draw.h>
+#include <qvx/hash_table.h>
 #include <qvx/hex_text.h>
 #include <qvx/http_download.h>
 #include <qvx/http_file.h>
@@ -23,12 +26,14 @@
 #include <qvx/md5.h>
 #include <qvx/message_queue.h>
 #include <qvx/net_address.h>
+#include <qvx/number_helpers.h>
 #include <qvx/path_name.h>
 #include <qvx/pixel_format.h>
 #include <qvx/platform.h>
 #include <qvx/ptr_array.h>
 #include <qvx/ptr_ctrl.h>
 #include <qvx/ptr_list.h>
+#include <qvx/ring_buffer.h>
 #include <qvx/socket_client.h>
 #include <qvx/socket_file_client.h>
 #include <qvx/socket_file_copy.h>

@@ -8,32 +8,63 @@ namespace qvx::platform {
 namespace {
 
 #if defined(__x86_64__)
+// Leaf 1, register c.
+constexpr unsigned kCarrylessMultiply = 1u << 1;
+constexpr unsigned kSse41 = 1u << 9 | 1u << 19;  // with SSSE3
 constexpr unsigned kFma = 1u << 12;
 constexpr unsigned kOsKeepsRegisters = 1u << 27;
 constexpr unsigned kAvx = 1u << 28;
+// Leaf 7, registers b and c.
 constexpr unsigned kAvx2AndBmi = 1u << 3 | 1u << 5 | 1u << 8;
+constexpr unsigned kAvx512 = 1u << 16 | 1u << 30;  // F and BW
+constexpr unsigned kWideCarrylessMultiply = 1u << 10;
+// What the system keeps of each thread.
 constexpr unsigned kVectorRegisters = 6;
+constexpr unsigned kVector512Registers = kVectorRegisters | 0xE0;
 
-unsigned RegistersKeptBySystem() {
-  unsigned low = 0;
-  unsigned high = 0;
-  asm("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
-  return low;
-}
-
-bool AskForAvx2() {
-  constexpr unsigned kNeeded = kFma | kOsKeepsRegisters | kAvx;
+struct Leaf {
   unsigned a = 0;
   unsigned b = 0;
   unsigned c = 0;
   unsigned d = 0;
-  if (__get_cpuid(1, &a, &b, &c, &d) == 0 || (c & kNeeded) != kNeeded) return false;
-  if ((RegistersKeptBySystem() & kVectorRegisters) != kVectorRegisters) return false;
-  return __get_cpuid_count(7, 0, &a, &b, &c, &d) != 0 && (b & kAvx2AndBmi) == kAvx2AndBmi;
+};
+
+// All zeros where the processor does not know the leaf.
+Leaf Ask(unsigned number) {
+  Leaf leaf;
+  if (__get_cpuid_count(number, 0, &leaf.a, &leaf.b, &leaf.c, &leaf.d) == 0) return {};
+  return leaf;
+}
+
+bool SystemKeeps(unsigned registers) {
+  if ((Ask(1).c & kOsKeepsRegisters) == 0) return false;
+  unsigned low = 0;
+  unsigned high = 0;
+  asm("xgetbv" : "=a"(low), "=d"(high) : "c"(0));
+  return (low & registers) == registers;
+}
+
+bool AskForAvx2() {
+  constexpr unsigned kNeeded = kFma | kAvx;
+  return (Ask(1).c & kNeeded) == kNeeded && SystemKeeps(kVectorRegisters) &&
+         (Ask(7).b & kAvx2AndBmi) == kAvx2AndBmi;
+}
+
+CarrylessMultiply AskForCarrylessMultiply() {
+  constexpr unsigned kNeeded = kCarrylessMultiply | kSse41;
+  if ((Ask(1).c & kNeeded) != kNeeded) return CarrylessMultiply::kNone;
+  const Leaf leaf = Ask(7);
+  if (!HasAvx2() || (leaf.c & kWideCarrylessMultiply) == 0) return CarrylessMultiply::k128;
+  const bool is_512 = (leaf.b & kAvx512) == kAvx512 && SystemKeeps(kVector512Registers);
+  return is_512 ? CarrylessMultiply::k512 : CarrylessMultiply::k256;
 }
 #else
 bool AskForAvx2() {
   return false;
+}
+
+CarrylessMultiply AskForCarrylessMultiply() {
+  return CarrylessMultiply::kNone;
 }
 #endif
 
@@ -43,6 +74,11 @@ bool AskForAvx2() {
 bool HasAvx2() noexcept {
   static const bool has = AskForAvx2();
   return has;
+}
+
+CarrylessMultiply WidestCarrylessMultiply() noexcept {
+  static const CarrylessMultiply widest = AskForCarrylessMultiply();
+  return widest;
 }
 
 }  // namespace qvx::platform

@@ -32,5 +32,6 @@ void AddSendCommand(CLI::App& app);
 void AddHexdumpCommand(CLI::App& app);
 void AddLogCommand(CLI::App& app);
 void AddGifCommand(CLI::App& app);
+void AddSumCommand(CLI::App& app);
 
 }  // namespace qvx::tool

@@ -27,6 +27,7 @@ void AddCommands(CLI::App& app) {
   AddHexdumpCommand(app);
   AddLogCommand(app);
   AddGifCommand(app);
+  AddSumCommand(app);
 }
 
 int Fail(std::string text) {

@@ -1,0 +1,264 @@
+#include "qvx/hash_table.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <map>
+#include <random>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "qvx/ptr_list.h"
+#include "support/failing_new.h"
+
+namespace qvx::test {
+namespace {
+
+const void* Value(std::uintptr_t number) {
+  return reinterpret_cast<const void*>(number);
+}
+
+// Both tables behind one face, with keys that are numbers.
+class Numbers {
+ public:
+  explicit Numbers(int size) : table_(size) {}
+  CHashTable& Table() { return table_; }
+  void Add(unsigned key, const void* data) { table_.AddData(key, data); }
+  void Set(unsigned key, const void* data) { table_.SetData(key, data); }
+  const void* First(unsigned key) { return table_.FindFirstData(key); }
+  const void* Next(unsigned key) { return table_.FindNextData(key); }
+  const void* DropFirst(unsigned key) { return table_.DeleteFirstData(key); }
+  const void* DropNext(unsigned key) { return table_.DeleteNextData(key); }
+  void DropSlot(unsigned key) { table_.DeleteAllData(key); }
+  void All(CPtrCtrl* result, unsigned key) { table_.FindAllHashData(result, key); }
+  int Has(unsigned key) { return table_.IsDataAvailable(key); }
+  unsigned SlotOf(unsigned key, int size) { return key % static_cast<unsigned>(size); }
+
+ private:
+  CHashTable table_;
+};
+
+class Texts {
+ public:
+  explicit Texts(int size) : table_(size) {}
+  CCRCHashTable& Table() { return table_; }
+  void Add(unsigned key, const void* data) {
+    const std::string text = Text(key);
+    table_.AddData(text.data(), Length(text), data);
+  }
+  void Set(unsigned key, const void* data) {
+    table_.SetData(Text(key).data(), Length(Text(key)), data);
+  }
+  const void* First(unsigned key) {
+    return table_.FindFirstData(Text(key).data(), Length(Text(key)));
+  }
+  const void* Next(unsigned key) {
+    return table_.FindNextData(Text(key).data(), Length(Text(key)));
+  }
+  const void* DropFirst(unsigned key) {
+    return table_.DeleteFirstData(Text(key).data(), Length(Text(key)));
+  }
+  const void* DropNext(unsigned key) {
+    return table_.DeleteNextData(Text(key).data(), Length(Text(key)));
+  }
+  void DropSlot(unsigned key) { table_.DeleteAllData(Text(key).data(), Length(Text(key))); }
+  void All(CPtrCtrl* result, unsigned key) {
+    table_.FindAllCRCHashData(result, Text(key).data(), Length(Text(key)));
+  }
+  int Has(unsigned key) { return table_.IsDataAvailable(Text(key).data(), Length(Text(key))); }
+  unsigned SlotOf(unsigned key, int size) {
+    CCRC32 crc;
+    const std::string text = Text(key);
+    crc.AppendData(reinterpret_cast<const unsigned char*>(text.data()), Length(text));
+    return crc.GetResult() % static_cast<unsigned>(size);
+  }
+
+ private:
+  // Key 0 is the empty key; the others have many lengths.
+  static std::string Text(unsigned key) {
+    return key == 0 ? "" : std::string(key % 40, 'k') + std::to_string(key);
+  }
+  static int Length(const std::string& text) { return static_cast<int>(text.size()); }
+
+  CCRCHashTable table_;
+};
+
+template <class T>
+class HashTables : public testing::Test {};
+using Kinds = testing::Types<Numbers, Texts>;
+TYPED_TEST_SUITE(HashTables, Kinds);
+
+// Random changes against a plain vector a slot, whose search order is written out here.
+struct Oracle {
+  using Record = std::pair<unsigned, const void*>;
+  std::map<unsigned, std::vector<Record>> slots;
+
+  std::vector<std::size_t> SearchOrder(unsigned slot, unsigned key) {
+    const std::vector<Record>& records = slots[slot];
+    const std::size_t count = records.size();
+    std::vector<std::size_t> order;
+    std::set<std::size_t> seen;
+    for (std::size_t i = 0; i < count; ++i) {
+      for (const std::size_t index : {i, (count - i) % count}) {
+        if (seen.insert(index).second && records[index].first == key) order.push_back(index);
+      }
+    }
+    return order;
+  }
+};
+
+TYPED_TEST(HashTables, AgreeWithPlainVectorsOfSlots) {
+  std::mt19937 random(23);
+  for (const int size : {1, 3, 64}) {
+    TypeParam table(size);
+    Oracle oracle;
+    int count = 0;
+    for (int turn = 0; turn < 2000; ++turn) {
+      const unsigned key = random() % 50;
+      const unsigned slot = table.SlotOf(key, size);
+      auto& records = oracle.slots[slot];
+      const std::vector<std::size_t> order = oracle.SearchOrder(slot, key);
+      const void* first = order.empty() ? nullptr : records[order[0]].second;
+      const auto erase = [&](std::size_t index) {
+        records.erase(records.begin() + static_cast<std::ptrdiff_t>(index));
+        --count;
+      };
+      ASSERT_EQ(table.Has(key), order.empty() ? 0 : 1);
+      switch (random() % 8) {
+        case 0:
+          table.Set(key, Value(1000000 + static_cast<unsigned>(turn)));
+          if (!order.empty())
+            records[order[0]].second = Value(1000000 + static_cast<unsigned>(turn));
+          break;
+        case 1:
+          ASSERT_EQ(table.DropFirst(key), first);
+          if (!order.empty()) erase(order[0]);
+          break;
+        case 2:
+          ASSERT_EQ(table.First(key), first);
+          if (order.size() < 2) break;
+          ASSERT_EQ(table.DropNext(key), records[order[1]].second);
+          erase(order[1]);
+          break;
+        case 3: {
+          CPtrListCtrl found;
+          found.AddData(Value(7), -1);
+          table.All(&found, key);
+          std::vector<const void*> expected{Value(7)};
+          for (const auto& record : records) {
+            if (record.first == key) expected.push_back(record.second);
+          }
+          ASSERT_EQ(found.GetCount(), static_cast<int>(expected.size()));
+          for (int i = 0; i < found.GetCount(); ++i)
+            ASSERT_EQ(found.GetAt(i), expected[static_cast<std::size_t>(i)]);
+          break;
+        }
+        case 4:
+          if (random() % 16 != 0) break;
+          table.DropSlot(key);
+          count -= static_cast<int>(records.size());
+          records.clear();
+          break;
+        default:
+          table.Add(key, Value(static_cast<unsigned>(turn) + 1));
+          records.emplace_back(key, Value(static_cast<unsigned>(turn) + 1));
+          ++count;
+          break;
+      }
+      ASSERT_EQ(table.Table().GetCount(), count);
+      const std::vector<std::size_t> now = oracle.SearchOrder(slot, key);
+      const void* found = table.First(key);
+      for (const std::size_t index : now) {
+        ASSERT_EQ(found, records[index].second);
+        found = table.Next(key);
+      }
+      ASSERT_EQ(found, nullptr);
+    }
+    tagHASHPOSITION position;
+    int more = table.Table().GetHeadPosition(position);
+    for (const auto& slot : oracle.slots) {
+      for (const auto& record : slot.second) {
+        ASSERT_EQ(more, 1);
+        ASSERT_EQ(table.Table().IsDataAvailable(position), 1);
+        ASSERT_EQ(table.Table().GetDataAt(position), record.second);
+        ASSERT_EQ(position.bucket, static_cast<int>(slot.first));
+        more = table.Table().MoveHashPositionNext(position);
+      }
+    }
+    ASSERT_EQ(more, 0);
+    ASSERT_EQ(position.bucket, size);
+    ASSERT_EQ(table.Table().IsDataAvailable(position), 0);
+    ASSERT_EQ(table.Table().MoveHashPositionNext(position), 0);
+    table.Table().DeleteAll();
+    ASSERT_EQ(table.Table().GetCount(), 0);
+    ASSERT_EQ(table.Table().GetHeadPosition(position), 0);
+    ASSERT_EQ(table.Table().GetDataAt({-1, 0}), nullptr);
+  }
+}
+
+TYPED_TEST(HashTables, AreAsTheyWereWhenMemoryIsOut) {
+  TypeParam table(4);
+  for (unsigned i = 0; i < 64; ++i) table.Add(1, Value(i + 1));
+  CPtrArrayCtrl found;
+  found.AddData(Value(9), -1);
+  for (int allowed = 0; allowed < 4; ++allowed) {
+    const FailingNew failing(allowed);
+    try {
+      table.All(&found, 1);
+      break;
+    } catch (const std::bad_alloc&) {
+      ASSERT_EQ(found.GetCount(), 1);
+    }
+  }
+  for (const unsigned key : {1u, 2u}) {
+    for (int allowed = 0; allowed < 2; ++allowed) {
+      {
+        const FailingNew failing(allowed);
+        EXPECT_THROW(table.Add(key, Value(5)), std::bad_alloc);
+      }
+      EXPECT_EQ(table.Table().GetCount(), 64);
+      EXPECT_EQ(table.Has(2), 0);
+    }
+  }
+  table.Add(2, Value(5));
+  EXPECT_EQ(table.First(2), Value(5));
+}
+
+TEST(CrcHashTable, TellsKeysOfEqualCrcApart) {
+  // The difference of two keys of equal CRC is a multiple of the polynomial.
+  const unsigned char difference[] = {0x01, 0x04, 0xC1, 0x1D, 0xB7};
+  unsigned char first[] = {1, 2, 3, 4, 5, 6};
+  unsigned char second[6];
+  std::memcpy(second, first, sizeof(second));
+  for (int i = 0; i < 5; ++i) second[i] ^= difference[i];
+  CCRC32 crc;
+  crc.AppendData(first, 6);
+  const unsigned expected = crc.GetResult();
+  crc.Reset();
+  crc.AppendData(second, 6);
+  ASSERT_EQ(crc.GetResult(), expected);
+
+  CCRCHashTable table;
+  table.AddData(first, 6, Value(1));
+  EXPECT_EQ(table.IsDataAvailable(second, 6), 0);
+  table.AddData(second, 6, Value(2));
+  first[0] = 99;  // the table has a copy
+  EXPECT_EQ(table.FindFirstData(second, 6), Value(2));
+  first[0] = 1;
+  EXPECT_EQ(table.FindFirstData(first, 6), Value(1));
+  EXPECT_EQ(table.FindFirstData(first, 5), nullptr);
+  table.AddData(nullptr, 3, Value(3));
+  EXPECT_EQ(table.FindFirstData("x", -1), Value(3));
+}
+
+TEST(HashTable, HasOneSlotAtLeast) {
+  CHashTable table(-5);
+  table.AddData(UINT64_MAX, Value(1));
+  EXPECT_EQ(table.FindFirstData(UINT64_MAX), Value(1));
+  table.FindAllHashData(nullptr, UINT64_MAX);
+}
+
+}  // namespace
+}  // namespace qvx::test
