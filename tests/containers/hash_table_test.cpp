@@ -204,7 +204,7 @@ TYPED_TEST(HashTables, AreAsTheyWereWhenMemoryIsOut) {
   CPtrArrayCtrl found;
   found.AddData(Value(9), -1);
   for (int allowed = 0; allowed < 4; ++allowed) {
-    const FailingNew failing(allowed);
+    const FailingAllocations failing(allowed + 1, 1000);
     try {
       table.All(&found, 1);
       break;
@@ -215,7 +215,7 @@ TYPED_TEST(HashTables, AreAsTheyWereWhenMemoryIsOut) {
   for (const unsigned key : {1u, 2u}) {
     for (int allowed = 0; allowed < 2; ++allowed) {
       {
-        const FailingNew failing(allowed);
+        const FailingAllocations failing(allowed + 1, 1000);
         EXPECT_THROW(table.Add(key, Value(5)), std::bad_alloc);
       }
       EXPECT_EQ(table.Table().GetCount(), 64);

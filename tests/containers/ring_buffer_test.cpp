@@ -107,7 +107,7 @@ TEST(RingBuffer, IsLeftWithoutABlockWhenMemoryIsOut) {
   ring.Init(8);
   values.Init(8);
   {
-    const FailingNew failing(0);
+    const FailingAllocations failing(1, 1000);
     EXPECT_THROW(ring.Init(100), std::bad_alloc);
     EXPECT_THROW(values.Init(100), std::bad_alloc);
   }
