@@ -116,7 +116,7 @@ TYPED_TEST(HashTables, AgreeWithPlainVectorsOfSlots) {
     Oracle oracle;
     int count = 0;
     for (int turn = 0; turn < 2000; ++turn) {
-      const unsigned key = random() % 50;
+      const unsigned key = static_cast<unsigned>(random() % 50);
       const unsigned slot = table.SlotOf(key, size);
       auto& records = oracle.slots[slot];
       const std::vector<std::size_t> order = oracle.SearchOrder(slot, key);
