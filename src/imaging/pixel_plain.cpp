@@ -171,12 +171,4 @@ constinit const RepackRows kPlainRepackRows = {
      {&RgbToRgb<kRgb565, kRgb888>, nullptr, &RgbToRgb<kRgb565, kRgb555>},
      {&RgbToRgb<kRgb555, kRgb888>, &RgbToRgb<kRgb555, kRgb565>, nullptr}}};
 
-const ColourRows& BestColourRows() {
-  return kPlainColourRows;
-}
-
-const RepackRows& BestRepackRows() {
-  return kPlainRepackRows;
-}
-
 }  // namespace qvx::imaging

@@ -9,15 +9,17 @@
 //   #include <hwy/highway.h>
 //   HWY_BEFORE_NAMESPACE();
 //   namespace qvx::imaging { namespace { namespace HWY_NAMESPACE {
-//   ... const Loops kLoops = {...};
+//   #if !QVX_WIDE_IS_EMULATED
+//   ... constexpr Loops kLoops = {...};
+//   #endif
 //   }}}
 //   HWY_AFTER_NAMESPACE();
 //   #if HWY_ONCE
-//   ... QVX_BEST_TARGET(kLoops) inside of qvx::imaging
+//   ... QVX_BEST_TARGET(kLoops, kPlainLoops) inside of qvx::imaging
 //   #endif
 //
-// The baseline of x86-64 has no byte shuffles: there Highway only imitates vectors, one lane
-// after the other (QVX_WIDE_IS_EMULATED), and a plain loop is the better one.
+// Without byte shuffles, as on the baseline of x86-64, Highway only imitates vectors, one lane
+// after the other: there plain loops serve better.
 #pragma once
 
 #include "platform/processor.h"
@@ -25,9 +27,18 @@
 #define HWY_DISABLED_TARGETS (HWY_SSSE3 | HWY_SSE4 | HWY_AVX3 | HWY_AVX3_DL)
 #include <hwy/detect_targets.h>
 
-#if HWY_TARGETS & HWY_AVX2 && HWY_STATIC_TARGET != HWY_AVX2
-#define QVX_BEST_TARGET(NAME) \
-  (::qvx::platform::HasAvx2() ? N_AVX2::NAME : HWY_STATIC_DISPATCH(NAME))
+// Of the target that is being compiled.
+#define QVX_WIDE_IS_EMULATED (HWY_TARGET == HWY_EMU128 || HWY_TARGET == HWY_SCALAR)
+
+#if HWY_STATIC_TARGET == HWY_EMU128 || HWY_STATIC_TARGET == HWY_SCALAR
+#define QVX_BASELINE_TARGET(NAME, PLAIN) PLAIN
 #else
-#define QVX_BEST_TARGET(NAME) HWY_STATIC_DISPATCH(NAME)
+#define QVX_BASELINE_TARGET(NAME, PLAIN) HWY_STATIC_DISPATCH(NAME)
+#endif
+
+#if HWY_TARGETS & HWY_AVX2 && HWY_STATIC_TARGET != HWY_AVX2
+#define QVX_BEST_TARGET(NAME, PLAIN) \
+  (::qvx::platform::HasAvx2() ? N_AVX2::NAME : QVX_BASELINE_TARGET(NAME, PLAIN))
+#else
+#define QVX_BEST_TARGET(NAME, PLAIN) QVX_BASELINE_TARGET(NAME, PLAIN)
 #endif
