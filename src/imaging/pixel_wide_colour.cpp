@@ -404,7 +404,7 @@ HWY_AFTER_NAMESPACE();
 namespace qvx::imaging {
 
 const ColourRows& BestColourRows() {
-  return QVX_BEST_TARGET(kRows, kPlainColourRows);
+  return QVX_BEST_TARGET_OR(kRows, kPlainColourRows);
 }
 
 }  // namespace qvx::imaging

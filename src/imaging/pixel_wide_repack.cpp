@@ -243,7 +243,7 @@ HWY_AFTER_NAMESPACE();
 namespace qvx::imaging {
 
 const RepackRows& BestRepackRows() {
-  return QVX_BEST_TARGET(kRows, kPlainRepackRows);
+  return QVX_BEST_TARGET_OR(kRows, kPlainRepackRows);
 }
 
 }  // namespace qvx::imaging

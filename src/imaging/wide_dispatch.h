@@ -15,11 +15,12 @@
 //   }}}
 //   HWY_AFTER_NAMESPACE();
 //   #if HWY_ONCE
-//   ... QVX_BEST_TARGET(kLoops, kPlainLoops) inside of qvx::imaging
+//   ... QVX_BEST_TARGET_OR(kLoops, kPlainLoops) inside of qvx::imaging
 //   #endif
 //
 // Without byte shuffles, as on the baseline of x86-64, Highway only imitates vectors, one lane
-// after the other: there plain loops serve better.
+// after the other: there plain loops serve better. Where that makes no difference, leave out the
+// question and take QVX_BEST_TARGET(kLoops), which has the imitation too.
 #pragma once
 
 #include "platform/processor.h"
@@ -31,14 +32,17 @@
 #define QVX_WIDE_IS_EMULATED (HWY_TARGET == HWY_EMU128 || HWY_TARGET == HWY_SCALAR)
 
 #if HWY_STATIC_TARGET == HWY_EMU128 || HWY_STATIC_TARGET == HWY_SCALAR
-#define QVX_BASELINE_TARGET(NAME, PLAIN) PLAIN
+#define QVX_BASELINE_TARGET_OR(NAME, PLAIN) PLAIN
 #else
-#define QVX_BASELINE_TARGET(NAME, PLAIN) HWY_STATIC_DISPATCH(NAME)
+#define QVX_BASELINE_TARGET_OR(NAME, PLAIN) HWY_STATIC_DISPATCH(NAME)
 #endif
 
 #if HWY_TARGETS & HWY_AVX2 && HWY_STATIC_TARGET != HWY_AVX2
-#define QVX_BEST_TARGET(NAME, PLAIN) \
-  (::qvx::platform::HasAvx2() ? N_AVX2::NAME : QVX_BASELINE_TARGET(NAME, PLAIN))
+#define QVX_BEST_TARGET(NAME) \
+  (::qvx::platform::HasAvx2() ? N_AVX2::NAME : HWY_STATIC_DISPATCH(NAME))
+#define QVX_BEST_TARGET_OR(NAME, PLAIN) \
+  (::qvx::platform::HasAvx2() ? N_AVX2::NAME : QVX_BASELINE_TARGET_OR(NAME, PLAIN))
 #else
-#define QVX_BEST_TARGET(NAME, PLAIN) QVX_BASELINE_TARGET(NAME, PLAIN)
+#define QVX_BEST_TARGET(NAME) HWY_STATIC_DISPATCH(NAME)
+#define QVX_BEST_TARGET_OR(NAME, PLAIN) QVX_BASELINE_TARGET_OR(NAME, PLAIN)
 #endif
