@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -18,12 +19,12 @@ struct Smoothed {
   Values out;
 };
 
-Smoothed Smooth(Values data, double threshold) {
-  const Values before = data;
+Smoothed Smooth(const Values& before, double threshold) {
+  Values data = before;
   Smoothed smoothed{0, Values(data.size(), kUntouched)};
   smoothed.result =
       SmoothData(data.data(), smoothed.out.data(), static_cast<int>(data.size()), threshold);
-  EXPECT_EQ(data, before);
+  EXPECT_EQ(std::memcmp(data.data(), before.data(), data.size() * sizeof(double)), 0);
   return smoothed;
 }
 
@@ -91,7 +92,7 @@ Values Fit(const Values& x, const Values& y, int degree) {
 
 // Points on polynomials with whole numbers: all sums and most quotients are exact.
 TEST(GaussPolyFit, FindsThePolynomialOfItsPoints) {
-  const Values x{-3, -2, -1, 0, 1, 2, 3};
+  const Values x{-2, -1, 0, 1, 2, 3, 4, 5};
   const Values coefficients{2, -1, 3, 0.5, 0.25, -0.125};
   for (std::size_t degree = 0; degree < coefficients.size(); ++degree) {
     Values y;
@@ -102,7 +103,7 @@ TEST(GaussPolyFit, FindsThePolynomialOfItsPoints) {
       y.push_back(sum);
     }
     const Values found = Fit(x, y, static_cast<int>(degree));
-    for (std::size_t k = 0; k <= degree; ++k) EXPECT_NEAR(found[k], coefficients[k], 1e-9) << k;
+    for (std::size_t k = 0; k <= degree; ++k) EXPECT_NEAR(found[k], coefficients[k], 1e-6) << k;
   }
   EXPECT_EQ(Fit({1, 2, 3, 4}, {5, 7, 9, 11}, 1), (Values{3, 2}));
   EXPECT_EQ(Fit({1, 2, 3, 4}, {5, 7, 9, 12}, 0), (Values{8.25}));
@@ -153,9 +154,11 @@ TEST(GaussPolyFit, RoundsInTheOrderOfThePoints) {
 TEST(GaussPolyFit, SurvivesWhatCannotBeFitted) {
   const Values found = Fit({1, 2}, {1, 2}, 3);
   EXPECT_FALSE(std::isfinite(found[3]));
-  EXPECT_FALSE(std::isfinite(Fit({}, {}, 0)[0]));
-  double untouched = kUntouched;
   const double one = 1;
+  double nothing = 0;
+  Gauss_PolyFit(0, &one, &one, 0, &nothing);
+  EXPECT_FALSE(std::isfinite(nothing));
+  double untouched = kUntouched;
   Gauss_PolyFit(1, &one, &one, -1, &untouched);
   Gauss_PolyFit(1, nullptr, &one, 0, &untouched);
   Gauss_PolyFit(1, &one, nullptr, 0, &untouched);

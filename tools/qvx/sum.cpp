@@ -127,7 +127,7 @@ void AddSumCommand(CLI::App& app) {
   command->add_option("FILE", options->file, "File to read")->required();
   command->add_flag("--md5", options->md5, "MD5 digest");
   command->add_option("--crc16", options->crc16, "16-bit CRC with this set of parameters")
-      ->check(CLI::IsMember(Presets(), CLI::ignore_case));
+      ->transform(CLI::IsMember(Presets(), CLI::ignore_case));
   command->add_flag("--crc32", options->crc32, "CRC-32/MPEG-2, which is not the one of zip");
   command->callback([options] { Sum(*options); });
 }
