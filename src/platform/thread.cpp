@@ -70,7 +70,8 @@ void Announce(std::atomic<std::uint32_t>& word, std::uint32_t value) {
 
 }  // namespace
 
-// Shared by the starter and the thread until the body begins.
+// Shared by the starter and the thread. The starter keeps it until the join: were the thread to
+// free it, the C library would set up a heap for the thread just for that.
 struct NativeThread::Gate {
   std::atomic<std::uint32_t> id{0};
   std::atomic<std::uint32_t> open{0};
@@ -116,11 +117,11 @@ bool NativeThread::Create(const ThreadOptions& options, Body body, void* context
 
 void NativeThread::Release() noexcept {
   Announce(gate_->open, 1);
-  gate_.reset();
 }
 
 void NativeThread::Join() noexcept {
   pthread_join(thread_, nullptr);
+  gate_.reset();
 }
 
 void NativeThread::Detach() noexcept {
