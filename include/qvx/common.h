@@ -7,6 +7,7 @@
 #include <qvx/bitmap_file.h>
 #include <qvx/buffer_draw.h>
 #include <qvx/colour_model.h>
+#include <qvx/completion_port.h>
 #include <qvx/copy_progress.h>
 #include <qvx/crc.h>
 #include <qvx/curl_binding.h>
@@ -34,6 +35,8 @@
 #include <qvx/ptr_ctrl.h>
 #include <qvx/ptr_list.h>
 #include <qvx/ring_buffer.h>
+#include <qvx/serial_names.h>
+#include <qvx/serial_port.h>
 #include <qvx/socket_client.h>
 #include <qvx/socket_file_client.h>
 #include <qvx/socket_file_copy.h>

@@ -63,6 +63,13 @@ QVX_API int LibraryPathToNativeW(const WCHAR* path, CBaseStringA* result);
 QVX_API int ReadHBitmap(HBITMAP bitmap, tagBITMAPDATA* data);
 QVX_API int FreeHBitmap(HBITMAP bitmap);
 
+// Serial ports -------------------------------------------------------------------------------
+
+// Puts the device at a native path behind the name of a serial port ("COM12", any case), from now
+// on and for the whole process, in place of what the name stood for; a null or empty path takes
+// the mapping away. 1, or 0 for a null or empty name. Thread-safe. Throws std::bad_alloc.
+QVX_API int MapSerialPort(const char* name, const char* path);
+
 // Errors -------------------------------------------------------------------------------------
 
 // The code that the last failed call on this thread left, where a function says that it leaves

@@ -27,6 +27,10 @@ enum class Operation {
   kFork,   // starting a child process
   kClock,  // value: nanoseconds to report instead of the clock's own
   kSleep,  // value: nanoseconds asked for; a failing answer skips the sleep
+  kSerialOpen,
+  kSerialSetup,  // value: the terminal's control flags, and its input flags shifted by 32
+  kSerialRead,   // limit shortens
+  kSerialWrite,  // limit shortens
   kCount
 };
 

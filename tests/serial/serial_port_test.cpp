@@ -1,0 +1,398 @@
+#include "qvx/serial_port.h"
+
+// Not <termios.h>, whose structure has no room for arbitrary rates.
+#include <asm/termbits.h>
+#include <gtest/gtest.h>
+#include <sys/ioctl.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/clock.h"
+#include "platform/seam.h"
+#include "qvx/serial_names.h"
+#include "serial/pseudo_terminal.h"
+#include "support/debug_lines.h"
+#include "support/fault_plan.h"
+#include "support/temp_folder.h"
+
+namespace qvx::test {
+namespace {
+
+using platform::Operation;
+
+constexpr const char* kPort = "COM12";
+constexpr unsigned int kLong = 20000;
+
+std::string RandomBytes(std::size_t size) {
+  std::mt19937 random(11);
+  std::string bytes(size, '\0');
+  for (char& byte : bytes) byte = static_cast<char>(random());
+  return bytes;
+}
+
+const unsigned char* Data(const std::string& bytes) {
+  return reinterpret_cast<const unsigned char*>(bytes.data());
+}
+
+std::string Read(CSerialUtil& port, unsigned int size, unsigned int ms, int all) {
+  std::string bytes(size, '\0');
+  bytes.resize(port.ReadData(reinterpret_cast<unsigned char*>(bytes.data()), size, ms, all));
+  return bytes;
+}
+
+unsigned int Write(CSerialUtil& port, const std::string& bytes, unsigned int ms = kLong) {
+  return port.WriteData(Data(bytes), static_cast<unsigned int>(bytes.size()), ms, 0, 0, nullptr);
+}
+
+class SerialPort : public testing::Test {
+ protected:
+  void Open(unsigned int rate = 115200) { ASSERT_EQ(1, port_.OpenSerial(12, rate, 8, 0, 0)); }
+
+  DebugLines lines_;
+  PseudoTerminal far_{kPort};
+  CSerialUtil port_;
+};
+
+// The far side of a pseudo-terminal tells the settings of the near one.
+TEST_F(SerialPort, TakesEveryRateAndStopBits) {
+  const unsigned int rates[] = {
+      50,     75,     110,     134,     150,     200,     300,     600,     1200,    1800,
+      2400,   4800,   9600,    19200,   38400,   57600,   115200,  230400,  460800,  500000,
+      576000, 921600, 1000000, 1152000, 1500000, 2000000, 2500000, 3000000, 3500000, 4000000,
+      1,      31250,  12345,   250000,  256000,  1234567, 12000000};
+  unsigned char stop = 0;
+  for (unsigned int rate : rates) {
+    ASSERT_EQ(1, port_.OpenSerial(kPort, rate, 8, 0, stop)) << rate;
+    termios2 terminal;
+    ASSERT_EQ(0, ioctl(far_.Far(), TCGETS2, &terminal));
+    EXPECT_EQ(rate, terminal.c_ospeed);
+    EXPECT_EQ(stop == 2, (terminal.c_cflag & CSTOPB) != 0);
+    EXPECT_EQ(0u, terminal.c_lflag | terminal.c_oflag);
+    stop = stop == 0 ? 2 : 0;
+  }
+}
+
+std::atomic<std::int64_t> g_setup{0};
+
+void NoteSetup(platform::SeamCall& call) {
+  if (call.operation == Operation::kSerialSetup) g_setup = call.value;
+}
+
+TEST_F(SerialPort, AsksForByteSizeAndParity) {
+  const std::int64_t sizes[] = {CS5, CS6, CS7, CS8};
+  const std::int64_t parities[] = {0, PARENB | PARODD, PARENB, PARENB | PARODD | CMSPAR,
+                                   PARENB | CMSPAR};
+  platform::SetSeamHook(&NoteSetup);
+  for (unsigned char size = 3; size < 10; ++size) {
+    for (unsigned char parity = 0; parity < 6; ++parity) {
+      for (unsigned char stop = 0; stop < 4; ++stop) {
+        const bool fits =
+            size >= 5 && size <= 8 && parity < 5 && (stop == 0 || stop == (size == 5 ? 1 : 2));
+        ASSERT_EQ(fits ? 1 : 0, port_.OpenSerial(kPort, 9600, size, parity, stop));
+        if (!fits) continue;
+        const std::int64_t mask = CSIZE | PARENB | PARODD | CMSPAR | CSTOPB | CLOCAL | CREAD;
+        const std::int64_t flags =
+            sizes[size - 5] | parities[parity] | (stop != 0 ? CSTOPB : 0) | CLOCAL | CREAD;
+        EXPECT_EQ(flags, g_setup & mask);
+        EXPECT_EQ(parity == 1 || parity == 2, (g_setup >> 32 & INPCK) != 0);
+      }
+    }
+  }
+  platform::SetSeamHook(nullptr);
+}
+
+TEST_F(SerialPort, OpensAloneAndTellsWhyNot) {
+  Open();
+  EXPECT_EQ(1, port_.IsOpened());
+  EXPECT_EQ(1, port_.IsSerialExist());
+  EXPECT_EQ(1, lines_.Count(2, "Prepare Open Serial: Com=\\\\.\\COM12(8N1) BaudRate=115200\r\n"));
+  CSerialUtil second;
+  EXPECT_EQ(0, second.OpenSerial(12, 9600, 8, 0, 0));
+  EXPECT_EQ(1, lines_.Count(2, "Open \\\\.\\COM12 failed:16\r\n"));
+  EXPECT_EQ(1, lines_.Count(2,
+                            "OpenSerial: Com=\\\\.\\COM12 BaudRate=9600, Success=0, "
+                            "mSerialFile=0xffffffff\r\n"));
+  port_.CloseSerial();
+  EXPECT_EQ(1, second.ReOpen());
+  second.CloseSerial();
+  EXPECT_EQ(0, second.OpenSerial(12, 0, 8, 0, 0));
+  EXPECT_EQ(1, lines_.Count(2, "BuildCommDCBA baud=0 parity=N data=8 stop=1 failed:22\r\n"));
+  const TempFolder temp;
+  for (const std::string& path :
+       {temp.Write("file", ""), temp.Path(), temp.Path("absent"), std::string("/dev/null")}) {
+    MapSerialPort("COM13", path.c_str());
+    EXPECT_EQ(0, port_.OpenSerial("com13", 9600, 8, 0, 0)) << path;
+  }
+  MapSerialPort("COM13", nullptr);
+  EXPECT_EQ(0, port_.OpenSerial("COM13", 9600, 8, 0, 0));
+  EXPECT_EQ(0, port_.OpenSerial(static_cast<const char*>(nullptr), 9600, 8, 0, 0));
+  const struct {
+    Operation operation;
+    int error;
+    const char* line;
+  } steps[] = {{Operation::kSerialOpen, EACCES, "Open \\\\.\\COM12 failed:13\r\n"},
+               {Operation::kSerialSetup, EIO, "SetCommState failed:5\r\n"},
+               {Operation::kThreadCreate, EAGAIN, "SetupComm failed:11\r\n"}};
+  for (const auto& step : steps) {
+    FaultPlan plan;
+    plan.Fail(step.operation, 1, step.error);
+    EXPECT_EQ(0, port_.OpenSerial(12, 9600, 8, 0, 0)) << step.line;
+    EXPECT_EQ(1, lines_.Count(2, step.line)) << step.line;
+    EXPECT_EQ(0, port_.IsOpened());
+    EXPECT_EQ("", Read(port_, 10, kLong, 1));
+    EXPECT_EQ(0u, Write(port_, "x"));
+  }
+  EXPECT_EQ(1, port_.ReOpen());
+}
+
+TEST_F(SerialPort, ReadsInTime) {
+  Open();
+  ASSERT_TRUE(far_.Send("hello"));
+  EXPECT_EQ("hello", Read(port_, 100, kLong, 0));
+  EXPECT_EQ("", Read(port_, 100, 0, 0));
+  ASSERT_TRUE(far_.Send("abcdef"));
+  EXPECT_EQ("abc", Read(port_, 3, kLong, 1));
+  EXPECT_EQ("def", Read(port_, 100, 50, 1));  // waits on for more until time is up
+  std::thread sender([&] {
+    for (const char* part : {"one", "two", "three"}) {
+      platform::SleepMilliseconds(30);
+      far_.Send(part);
+    }
+  });
+  EXPECT_EQ("onetwothree", Read(port_, 11, kLong, 1));
+  sender.join();
+  port_.CancelRead();  // has no effect on a later read
+  std::thread canceller([&] {
+    far_.Send("x");
+    platform::SleepMilliseconds(50);
+    port_.CancelRead();
+  });
+  EXPECT_EQ("x", Read(port_, 2, UINT32_MAX, 1));
+  canceller.join();
+  const std::string bytes = RandomBytes(5000);
+  for (bool interrupts : {false, true}) {
+    FaultPlan plan;
+    plan.Shorten(Operation::kSerialRead, 1, 7, 1000);
+    if (interrupts) plan.Fail(Operation::kSerialRead, 1, EINTR, 9);
+    ASSERT_TRUE(far_.Send(bytes));
+    EXPECT_TRUE(bytes == Read(port_, 5000, kLong, 1));
+  }
+  EXPECT_EQ(1, port_.IsOpened());
+}
+
+// Nobody reads, and still the far side gets rid of what the input queue holds.
+TEST_F(SerialPort, KeepsWhatArrivesAndDropsItWhenTold) {
+  Open();
+  const std::string bytes = RandomBytes(0x20000);
+  ASSERT_TRUE(far_.Send(bytes));
+  EXPECT_TRUE(bytes.substr(0, 1000) == Read(port_, 1000, kLong, 1));
+  EXPECT_TRUE(bytes.substr(1000) == Read(port_, 0x20000 - 1000, kLong, 1));
+  ASSERT_TRUE(far_.Send(bytes));
+  port_.ResetInputBuffer(20);
+  EXPECT_EQ("", Read(port_, 10, 0, 0));
+  ASSERT_TRUE(far_.Send("next"));
+  EXPECT_EQ("next", Read(port_, 4, kLong, 1));
+}
+
+TEST_F(SerialPort, WritesInPacketsAndInTime) {
+  Open();
+  const std::string bytes = RandomBytes(10000);
+  EXPECT_EQ(0u, port_.WriteData(Data(bytes), 10, 0, 0, 0, nullptr));
+  int cancel = 1;
+  EXPECT_EQ(0u, port_.WriteData(Data(bytes), 10, kLong, 0, 0, &cancel));
+  cancel = 0;
+  {
+    FaultPlan plan;
+    plan.Shorten(Operation::kSerialWrite, 1, 100, 1000);
+    std::thread reader([&] { EXPECT_TRUE(bytes == far_.Receive(bytes.size())); });
+    EXPECT_EQ(10000u, port_.WriteData(Data(bytes), 10000, kLong, 333, 1000, &cancel));
+    reader.join();
+    EXPECT_GE(plan.Calls(Operation::kSerialWrite), 100);
+  }
+  // The far side stalls: a part goes, then a packet times out with nothing, and no port is lost.
+  const std::string much = RandomBytes(1 << 20);
+  const unsigned int part = port_.WriteData(Data(much), 1 << 20, kLong, 1000, 50, nullptr);
+  EXPECT_GT(part, 0u);
+  EXPECT_LT(part, 1u << 20);
+  EXPECT_EQ(1,
+            lines_.Count(2, "WriteOnePacket write 0 bytes, total need write 1048576, has write " +
+                                std::to_string(part) + "\r\n"));
+  EXPECT_EQ(1, port_.IsOpened());
+  port_.ResetOutputBuffer();
+  far_.Receive(1);
+}
+
+TEST_F(SerialPort, MovesAMebibyteEachWay) {
+  Open();
+  const std::string bytes = RandomBytes(1 << 20);
+  std::thread sender([&] { EXPECT_TRUE(far_.Send(bytes)); });
+  EXPECT_TRUE(bytes == Read(port_, 1 << 20, kLong, 1));
+  sender.join();
+  std::thread receiver([&] { EXPECT_TRUE(bytes == far_.Receive(bytes.size())); });
+  EXPECT_EQ(1u << 20, Write(port_, bytes));
+  receiver.join();
+}
+
+TEST_F(SerialPort, SeesThatThePortIsPulledOut) {
+  Open();
+  ASSERT_TRUE(far_.Send("last"));
+  std::thread puller([&] {
+    platform::SleepMilliseconds(50);
+    far_.Pull();
+  });
+  EXPECT_EQ("last", Read(port_, 100, kLong, 1));
+  puller.join();
+  EXPECT_EQ(0, port_.IsOpened());
+  EXPECT_EQ(0, port_.IsSerialExist());
+  EXPECT_EQ(0, port_.ReOpen());
+  port_.CloseSerial();
+
+  PseudoTerminal again(kPort);
+  ASSERT_EQ(1, port_.IsSerialExist());
+  ASSERT_EQ(1, port_.ReOpen());
+  std::thread second_puller([&] {
+    again.Receive(100);
+    again.Pull();
+  });
+  EXPECT_LT(Write(port_, RandomBytes(1 << 20)), 1u << 20);
+  second_puller.join();
+  Write(port_, "x");
+  EXPECT_EQ(0, port_.IsOpened());
+  EXPECT_EQ(0, port_.IsSerialExist());
+
+  PseudoTerminal third(kPort);
+  ASSERT_EQ(1, port_.ReOpen());
+  ASSERT_TRUE(third.Send("back"));
+  EXPECT_EQ("back", Read(port_, 4, kLong, 1));
+}
+
+TEST_F(SerialPort, CopiesShareAnOpenPort) {
+  Open();
+  CSerialUtil copy(port_);
+  ASSERT_TRUE(far_.Send("abc"));
+  EXPECT_EQ("a", Read(copy, 1, kLong, 1));
+  EXPECT_EQ("bc", Read(port_, 2, kLong, 1));
+  port_.CloseSerial();
+  EXPECT_EQ("", Read(copy, 1, kLong, 1));
+  copy = port_;
+  EXPECT_EQ(0, copy.IsOpened());
+  EXPECT_EQ(1, copy.ReOpen());
+}
+
+tagCOMPLETION Take(HANDLE queue) {
+  tagCOMPLETION completion{};
+  EXPECT_EQ(1, WaitCompletionPort(queue, kLong, &completion));
+  return completion;
+}
+
+// The far side sends everything back. Posted writes and reads run at once; several threads take
+// the completions and post anew.
+TEST_F(SerialPort, ServesACompletionPort) {
+  Open();
+  const HANDLE queue = port_.StartIOCPReadWrite(nullptr);
+  ASSERT_NE(nullptr, queue);
+  EXPECT_EQ(queue, port_.StartIOCPReadWrite(queue));
+  EXPECT_EQ(nullptr, port_.StartIOCPReadWrite(this));
+  const std::string bytes = RandomBytes(1 << 20);
+  constexpr unsigned int kBlock = 0x1000;
+  std::string received(bytes.size(), '\0');
+  OVERLAPPED writing{};
+  OVERLAPPED reading{};
+  std::atomic<unsigned int> written{0};
+  std::atomic<unsigned int> read{0};
+  const auto post_write = [&] {
+    return port_.PostIOCPSendBuffer(&writing, Data(bytes) + written, kBlock);
+  };
+  const auto post_read = [&] {
+    unsigned char* to = reinterpret_cast<unsigned char*>(received.data()) + read;
+    const unsigned int left = static_cast<unsigned int>(bytes.size()) - read;
+    return port_.PostIOCPRecvBuffer(&reading, to, std::min(kBlock, left));
+  };
+  std::thread echo([&] {
+    for (std::size_t done = 0; done < bytes.size(); done += kBlock) far_.Send(far_.Receive(kBlock));
+  });
+  const auto work = [&] {
+    tagCOMPLETION done{};
+    while (WaitCompletionPort(queue, kLong, &done) == 1 && done.key == 0) {
+      EXPECT_EQ(0, done.error);
+      EXPECT_EQ(done.bytes, done.overlapped->InternalHigh);
+      std::atomic<unsigned int>& count = done.overlapped == &writing ? written : read;
+      count += done.bytes;
+      if (count < bytes.size()) {
+        EXPECT_EQ(1, &count == &written ? post_write() : post_read());
+      }
+      if (read == bytes.size()) break;
+    }
+    const tagCOMPLETION end{nullptr, 1, 0, 0};
+    PostCompletion(queue, &end);
+  };
+  ASSERT_EQ(1, post_read());
+  ASSERT_EQ(1, post_write());
+  std::vector<std::thread> workers;
+  for (int i = 0; i < 3; ++i) workers.emplace_back(work);
+  for (std::thread& worker : workers) worker.join();
+  echo.join();
+  EXPECT_TRUE(received == bytes);
+  EXPECT_EQ(1, CloseCompletionPort(queue));
+  EXPECT_EQ(0, CloseCompletionPort(queue));
+}
+
+TEST_F(SerialPort, CompletesInOrderAndWhateverHappens) {
+  Open();
+  const HANDLE queue = CreateCompletionPort();
+  ASSERT_EQ(queue, port_.StartIOCPReadWrite(queue));
+  std::array<OVERLAPPED, 4> jobs{};
+  std::array<unsigned char, 8> buffer{};
+  ASSERT_EQ(1, port_.PostIOCPRecvBuffer(&jobs[0], buffer.data(), 8));
+  EXPECT_EQ(0u, Take(queue).bytes);  // nothing came within 20 ms
+  ASSERT_TRUE(far_.Send("abcdef"));
+  // A read at once goes behind what was posted, and has times of its own.
+  ASSERT_EQ(1, port_.PostIOCPRecvBuffer(&jobs[0], buffer.data(), 2));
+  ASSERT_EQ(1, port_.PostIOCPRecvBuffer(&jobs[1], buffer.data() + 2, 1));
+  EXPECT_EQ("def", Read(port_, 3, kLong, 1));
+  EXPECT_EQ(&jobs[0], Take(queue).overlapped);
+  EXPECT_EQ(&jobs[1], Take(queue).overlapped);
+  EXPECT_EQ(0, std::memcmp("abc", buffer.data(), 3));
+
+  const std::string much = RandomBytes(1 << 20);
+  ASSERT_EQ(1, port_.PostIOCPSendBuffer(&jobs[2], Data(much), 1 << 20));
+  ASSERT_EQ(1, port_.PostIOCPSendBuffer(&jobs[3], Data(much), 1 << 20));
+  port_.ResetOutputBuffer();
+  for (int i = 2; i < 4; ++i) {
+    const tagCOMPLETION done = Take(queue);
+    EXPECT_EQ(&jobs[static_cast<std::size_t>(i)], done.overlapped);
+    EXPECT_EQ(ECANCELED, done.error);
+  }
+  ASSERT_EQ(1, port_.PostIOCPSendBuffer(&jobs[2], Data(much), 1 << 20));
+  port_.CloseSerial();
+  EXPECT_EQ(ECANCELED, Take(queue).error);
+  EXPECT_EQ(0, port_.PostIOCPSendBuffer(&jobs[2], Data(much), 1));
+  EXPECT_EQ(nullptr, port_.StartIOCPReadWrite(queue));
+
+  ASSERT_EQ(1, port_.ReOpen());
+  ASSERT_EQ(queue, port_.StartIOCPReadWrite(queue));
+  ASSERT_EQ(1, port_.PostIOCPSendBuffer(&jobs[0], Data(much), 1 << 20));
+  far_.Pull();
+  EXPECT_EQ(22, Take(queue).error);
+  while (port_.PostIOCPRecvBuffer(&jobs[1], buffer.data(), 8) == 1) Take(queue);
+  EXPECT_EQ(0, port_.IsOpened());
+  EXPECT_EQ(1, lines_.Count(2, "ReadFile Error=22\r\n"));
+
+  std::thread waiter([&] {
+    tagCOMPLETION none{};
+    EXPECT_EQ(0, WaitCompletionPort(queue, UINT32_MAX, &none));
+  });
+  EXPECT_EQ(1, CloseCompletionPort(queue));
+  waiter.join();
+}
+
+}  // namespace
+}  // namespace qvx::test
