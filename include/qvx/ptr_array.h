@@ -4,6 +4,10 @@
 
 #include "qvx/ptr_ctrl.h"
 
+namespace qvx::containers {
+struct PtrArrayAccess;
+}
+
 class QVX_API CPtrArrayCtrl : public CPtrCtrl {
  public:
   CPtrArrayCtrl();  // without a table
@@ -71,6 +75,8 @@ class QVX_API CPtrArrayCtrl : public CPtrCtrl {
   const void** GetDataPtr() { return mTable; }
 
  private:
+  friend struct qvx::containers::PtrArrayAccess;
+
   int Insert(const void* data, int position);
   bool FindDataAtPos(int index, const void* key, int (*match)(const void*, const void*));
   void SetFindData(int origin, int backward, int forward);

@@ -10,6 +10,7 @@
 #include "containers/intro_sort.h"
 #include "containers/ptr_algorithms.h"
 #include "core/capability.h"
+#include "platform/memory_hint.h"
 
 using qvx::containers::SearchResult;
 
@@ -30,7 +31,9 @@ void MoveEntries(const void** to, const void* const* from, int count) {
 }
 
 const void** NewTable(int capability) {
-  return static_cast<const void**>(::operator new(Bytes(capability)));
+  void* table = ::operator new(Bytes(capability));
+  qvx::platform::ExpectFilling(table, Bytes(capability));
+  return static_cast<const void**>(table);
 }
 
 int Sum(int count, int more) {

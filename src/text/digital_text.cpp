@@ -58,10 +58,15 @@ bool HoldsHexPrefix(View<T> text) {
 }
 
 template <typename T>
+View<T> UpToNul(View<T> text) {
+  return text.substr(0, text.find(T()));
+}
+
+template <typename T>
 std::uint64_t ReadIntegral(View<T> text) {
   std::size_t end = 0;
   const int value = qvx::text::ReadInteger(text, &end);
-  if (end < text.size() && HoldsHexPrefix(text)) return ReadHex(text.substr(2));
+  if (end < text.size() && HoldsHexPrefix(UpToNul(text))) return ReadHex(text.substr(2));
   return static_cast<std::uint64_t>(std::int64_t{value});
 }
 
@@ -88,13 +93,6 @@ void ReadGiven(const T* text, int length, void* value, int type) {
   ReadValue(GivenView(text, length), value, type);
 }
 
-// A field as far as its own NUL.
-template <typename T>
-View<T> Field(View<T> text, std::size_t start, std::size_t end) {
-  const View<T> field = text.substr(start, end - start);
-  return field.substr(0, field.find(T()));
-}
-
 // Reads fields into values of one type, one behind the other; without values, or for a type
 // without a conversion, just counts.
 template <typename T>
@@ -106,7 +104,7 @@ int ReadFields(View<T> text, const CharacterSet<T>& separators, SplitRule rule, 
   qvx::text::SplitAtCharacters(text, separators, rule, [&](std::size_t start, std::size_t end) {
     ++count;
     if (value == nullptr) return;
-    ReadValue(Field(text, start, end), value, type);
+    ReadValue(text.substr(start, end - start), value, type);
     value += size;
   });
   return count;
@@ -139,7 +137,8 @@ int ParseGroups(View<T> text, const GroupRules<T>& rules, void* values, int type
   const auto read = [&](std::size_t start, std::size_t end) {
     ++count;
     if (first == nullptr) return;
-    ReadFields(Field(text, start, end), rules.value_separators, rules.values, first, type);
+    const View<T> group = UpToNul(text.substr(start, end - start));
+    ReadFields(group, rules.value_separators, rules.values, first, type);
     first += size;
   };
   qvx::text::SplitAtCharacters(text, rules.group_separators, rules.groups, read);

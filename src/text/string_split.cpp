@@ -7,13 +7,15 @@
 #include <string_view>
 #include <vector>
 
+#include "containers/ptr_array_access.h"
+#include "platform/memory_hint.h"
 #include "qvx/ptr_array.h"
-#include "qvx/text_search.h"
 #include "text/field_splitter.h"
 #include "text/pattern_search.h"
 #include "text/read_number.h"
 #include "text/text_length.h"
 
+using qvx::containers::PtrArrayAccess;
 using qvx::text::Case;
 using qvx::text::CharacterSet;
 using qvx::text::GivenView;
@@ -28,26 +30,41 @@ using View = std::basic_string_view<T>;
 template <typename T>
 std::unique_ptr<T[]> CopyText(View<T> text) {
   auto copy = std::make_unique_for_overwrite<T[]>(text.size() + 2);
+  qvx::platform::ExpectFilling(copy.get(), (text.size() + 2) * sizeof(T));
   T* end = copy.get() + text.copy(copy.get(), text.size());
   end[0] = end[1] = T();
   return copy;
+}
+
+// Adds the fields of a copy to out and ends each with a NUL. The copy is changed only when
+// nothing can fail any more.
+template <typename T>
+void CutAtCharacters(T* copy, View<T> text, const CharacterSet<T>& set, SplitRule rule,
+                     CPtrArrayCtrl& out) {
+  int count = 0;
+  qvx::text::SplitAtCharacters(text, set, rule, [&](std::size_t, std::size_t) { ++count; });
+  PtrArrayAccess::AppendFilled(out, count, [&](const void** entry) {
+    const auto cut = [&](std::size_t start, std::size_t end) {
+      copy[end] = T();
+      *entry++ = copy + start;
+    };
+    qvx::text::SplitAtCharacters(text, set, rule, cut);
+  });
 }
 
 template <typename T>
 T* DivideByCharacters(const T* text, int length, const T* separators, int separatorCount,
                       int skipEmpty, CPtrCtrl* out, int maxCount) {
   if (text == nullptr || out == nullptr) return nullptr;
-  std::unique_ptr<T[]> copy = CopyText(GivenView(text, length));
-  T* const start = copy.get();
+  const View<T> given = GivenView(text, length);
+  std::unique_ptr<T[]> copy = CopyText(given);
+  const View<T> copied(copy.get(), given.size());
   const CharacterSet<T> set(GivenView(separators, separatorCount));
   const SplitRule rule{skipEmpty != 0, maxCount, out->GetCount()};
   CPtrArrayCtrl fields;
-  qvx::text::SplitAtCharacters(View<T>(start, qvx::text::Length(text, length)), set, rule,
-                               [&](std::size_t first, std::size_t end) {
-                                 start[end] = T();
-                                 fields.AddData(start + first, -1);
-                               });
-  out->AddPtrCtrl(&fields, -1);
+  CPtrArrayCtrl* array = PtrArrayAccess::AsArray(out);
+  CutAtCharacters(copy.get(), copied, set, rule, array != nullptr ? *array : fields);
+  if (array == nullptr) out->AddPtrCtrl(&fields, -1);
   return copy.release();
 }
 

@@ -95,6 +95,33 @@ inline void DecodeEscape(Cursor& cursor) {
   cursor.text += 3;
 }
 
+// Decodes until count bytes of the text are done, or as few more as the last escape needs.
+inline void DecodeSome(Cursor& cursor, std::size_t count) {
+  const Byte* last = cursor.text + count;
+  while (cursor.text < last) {
+    if (*cursor.text == '%') {
+      DecodeEscape(cursor);
+    } else {
+      const Byte byte = *cursor.text++;
+      *cursor.out++ = byte == '+' ? Byte{' '} : byte;
+    }
+  }
+}
+
+// For each choice of eight places, those chosen, one after the other.
+constexpr std::array<std::array<Byte, 8>, 256> MakeOrders() {
+  std::array<std::array<Byte, 8>, 256> orders{};
+  for (std::size_t choice = 0; choice < orders.size(); ++choice) {
+    std::size_t count = 0;
+    for (std::size_t place = 0; place < 8; ++place) {
+      if ((choice >> place & 1) != 0) orders[choice][count++] = static_cast<Byte>(place);
+    }
+  }
+  return orders;
+}
+
+constexpr std::array<std::array<Byte, 8>, 256> kOrders = MakeOrders();
+
 }  // namespace
 }  // namespace qvx::text
 #endif
@@ -146,46 +173,135 @@ std::size_t CountEscapes(const Byte* text, std::size_t size) {
   return count;
 }
 
-// Encodes all but the last vector or less.
-void Encode(Cursor& cursor) {
+// Encodes a vector that holds few escapes: the bytes behind each one are moved along with it, a
+// vector at a time, over what the step before has written there.
+HWY_INLINE void EncodeFew(Cursor& cursor, V bytes, std::uint64_t escapes) {
   const D d;
   const std::size_t step = hn::Lanes(d);
-  while (cursor.Left() >= step + 3) {
+  Byte* out = cursor.out;
+  hn::StoreU(Replace(bytes, ' ', '+'), d, out);
+  for (; escapes != 0; escapes &= escapes - 1, out += 2) {
+    const auto place = static_cast<std::size_t>(std::countr_zero(escapes));
+    const V behind = hn::LoadU(d, cursor.text + place + 1);
+    const std::uint32_t code = kCodes[cursor.text[place]];
+    std::memcpy(out + place, &code, sizeof(code));
+    hn::StoreU(Replace(behind, ' ', '+'), d, out + place + 3);
+  }
+  cursor.text += step;
+  cursor.out = out + step;
+}
+
+HWY_INLINE void EncodeRow(Cursor& cursor, V bytes) {
+  const D d;
+  const V high = UpperDigits(hn::ShiftRight<4>(bytes));
+  const V low = UpperDigits(hn::And(bytes, hn::Set(d, Byte{15})));
+  hn::StoreInterleaved3(hn::Set(d, Byte{'%'}), high, low, d, cursor.out);
+  cursor.text += hn::Lanes(d);
+  cursor.out += 3 * hn::Lanes(d);
+}
+
+// Encodes all but the last few bytes.
+void Encode(Cursor& cursor) {
+  constexpr int kFew = 5;
+  const D d;
+  const std::size_t step = hn::Lanes(d);
+  const std::uint64_t all = (std::uint64_t{1} << step) - 1;
+  while (cursor.Left() >= 2 * step) {
     const V bytes = hn::LoadU(d, cursor.text);
-    const auto plain = Plain(bytes);
-    if (hn::AllTrue(d, plain)) {
-      hn::StoreU(Replace(bytes, ' ', '+'), d, cursor.out);
-      cursor.text += step;
-      cursor.out += step;
-    } else if (hn::AllFalse(d, plain)) {
-      const V high = UpperDigits(hn::ShiftRight<4>(bytes));
-      const V low = UpperDigits(hn::And(bytes, hn::Set(d, Byte{15})));
-      hn::StoreInterleaved3(hn::Set(d, Byte{'%'}), high, low, d, cursor.out);
-      cursor.text += step;
-      cursor.out += 3 * step;
+    std::uint64_t escapes = 0;
+    hn::StoreMaskBits(d, Plain(bytes), reinterpret_cast<Byte*>(&escapes));
+    escapes ^= all;
+    if (std::popcount(escapes) <= kFew) {
+      EncodeFew(cursor, bytes, escapes);
+    } else if (escapes == all) {
+      EncodeRow(cursor, bytes);
     } else {
       EncodeEach(cursor, step);
     }
   }
+  if (cursor.Left() > 3) EncodeEach(cursor, cursor.Left() - 3);
 }
 
-// Decodes all but the last vector or less.
+// The values of digits; clears clean where a character is none.
+HWY_INLINE V FromDigits(V characters, hn::Mask<D>& clean) {
+  const D d;
+  const V letters = hn::Or(characters, hn::Set(d, Byte{0x20}));
+  const auto is_letter = InRange(letters, 'a', 'f');
+  clean = hn::And(clean, hn::Or(InRange(characters, '0', '9'), is_letter));
+  const V nine = hn::IfThenElseZero(is_letter, hn::Set(d, Byte{9}));
+  return hn::Add(hn::And(characters, hn::Set(d, Byte{15})), nine);
+}
+
+HWY_INLINE V JoinDigits(V high, V low) {
+  return hn::Or(hn::ShiftLeft<4>(high), low);
+}
+
+// Decodes a vector of escapes, if there is one at the cursor.
+HWY_INLINE bool DecodeRow(Cursor& cursor) {
+  const D d;
+  const std::size_t step = hn::Lanes(d);
+  if (cursor.Left() < 3 * step || cursor.text[3] != '%' || cursor.text[6] != '%') return false;
+  V percent;
+  V high;
+  V low;
+  hn::LoadInterleaved3(d, cursor.text, percent, high, low);
+  auto clean = hn::Eq(percent, hn::Set(d, Byte{'%'}));
+  const V first = FromDigits(high, clean);
+  const V second = FromDigits(low, clean);
+  if (!hn::AllTrue(d, clean)) return false;
+  hn::StoreU(JoinDigits(first, second), d, cursor.out);
+  cursor.text += 3 * step;
+  cursor.out += step;
+  return true;
+}
+
+// Moves the bytes whose bits are set to the front, eight by eight.
+HWY_INLINE Byte* StoreKept(const Byte* bytes, std::uint64_t keep, std::size_t count, Byte* out) {
+  const hn::CappedTag<Byte, 8> eight;
+  for (std::size_t i = 0; i < count; i += 8, keep >>= 8) {
+    const auto order = hn::LoadU(eight, kOrders[keep & 0xFF].data());
+    hn::StoreU(hn::TableLookupBytes(hn::LoadU(eight, bytes + i), order), eight, out);
+    out += std::popcount(keep & 0xFF);
+  }
+  return out;
+}
+
+// Decodes a vector with escapes among other bytes; false where one is not well formed. Both
+// digits of an escape in the last places lie behind the vector.
+HWY_INLINE bool DecodeMixed(Cursor& cursor, V bytes, hn::Mask<D> escapes) {
+  const D d;
+  const std::size_t step = hn::Lanes(d);
+  auto clean = hn::Eq(bytes, bytes);
+  const V high = FromDigits(hn::LoadU(d, cursor.text + 1), clean);
+  const V low = FromDigits(hn::LoadU(d, cursor.text + 2), clean);
+  if (!hn::AllFalse(d, hn::AndNot(clean, escapes))) return false;
+  const V decoded = hn::IfThenElse(escapes, JoinDigits(high, low), Replace(bytes, '+', ' '));
+  HWY_ALIGN Byte values[hn::MaxLanes(d)];
+  hn::Store(decoded, d, values);
+  std::uint64_t starts = 0;
+  hn::StoreMaskBits(d, escapes, reinterpret_cast<Byte*>(&starts));
+  const std::uint64_t digits = starts << 1 | starts << 2;
+  cursor.out = StoreKept(values, ~digits, step, cursor.out);
+  cursor.text += step + static_cast<std::size_t>(std::popcount(digits >> step));
+  return true;
+}
+
+// Decodes all but what is left when less than a vector and the digits behind it remain.
 void Decode(Cursor& cursor) {
   const D d;
   const std::size_t step = hn::Lanes(d);
-  while (cursor.Left() >= step) {
+  while (cursor.Left() >= step + 2) {
     const V bytes = hn::LoadU(d, cursor.text);
-    hn::StoreU(Replace(bytes, '+', ' '), d, cursor.out);
     const auto escapes = hn::Eq(bytes, hn::Set(d, Byte{'%'}));
     if (hn::AllFalse(d, escapes)) {
+      hn::StoreU(Replace(bytes, '+', ' '), d, cursor.out);
       cursor.text += step;
       cursor.out += step;
+    } else if (*cursor.text == '%' && DecodeRow(cursor)) {
       continue;
+    } else if (!DecodeMixed(cursor, bytes, escapes)) {
+      DecodeSome(cursor, step);
     }
-    const std::size_t before = hn::FindKnownFirstTrue(d, escapes);
-    cursor.text += before;
-    cursor.out += before;
-    while (cursor.Left() > 0 && *cursor.text == '%') DecodeEscape(cursor);
   }
 }
 
@@ -237,14 +353,7 @@ std::uint8_t* DecodeUrl(const std::uint8_t* text, std::size_t size, std::uint8_t
 
 std::uint8_t* DecodeUrlPlain(const std::uint8_t* text, std::size_t size, std::uint8_t* out) {
   Cursor cursor{text, text + size, out};
-  while (cursor.Left() > 0) {
-    if (*cursor.text == '%') {
-      DecodeEscape(cursor);
-    } else {
-      const Byte byte = *cursor.text++;
-      *cursor.out++ = byte == '+' ? Byte{' '} : byte;
-    }
-  }
+  DecodeSome(cursor, size);
   return cursor.out;
 }
 

@@ -2,7 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <random>
 #include <string>
+#include <vector>
+
+#include "text/widths.h"
 
 namespace qvx::test {
 namespace {
@@ -46,6 +53,188 @@ TEST(TextSearch, FindsWideTextAtAnyByte) {
   EXPECT_EQ(reinterpret_cast<const char*>(hit) - reinterpret_cast<const char*>(text), 7);
   EXPECT_EQ(MemFindBufW(text, -1, u"b", -1), text + 1);
   EXPECT_EQ(MemFindBufW(text, 1, u"b", -1), nullptr);
+}
+
+template <typename T>
+struct Twin;
+
+template <>
+struct Twin<char> {
+  static constexpr auto kFind = &MemFindBufA;
+  static constexpr decltype(&CreateKMPPatternA) kCreate[] = {&CreateKMPPatternA,
+                                                             &CreateKMPPatternNoCaseA};
+  static constexpr decltype(&BufFindPatternA) kFindPattern[] = {&BufFindPatternA,
+                                                                &BufFindPatternNoCaseA};
+  static constexpr auto kSameLength = &StrMaxSameLengthA;
+};
+
+template <>
+struct Twin<WCHAR> {
+  static constexpr auto kFind = &MemFindBufW;
+  static constexpr decltype(&CreateKMPPatternW) kCreate[] = {&CreateKMPPatternW,
+                                                             &CreateKMPPatternNoCaseW};
+  static constexpr decltype(&BufFindPatternW) kFindPattern[] = {&BufFindPatternW,
+                                                                &BufFindPatternNoCaseW};
+  static constexpr auto kSameLength = &StrMaxSameLengthW;
+};
+
+template <typename T>
+class TextSearchTwin : public testing::Test {
+ protected:
+  using Text = std::basic_string<T>;
+
+  // Where the pattern stands in the text, or -1, with case ignored for kind 1.
+  static std::ptrdiff_t Find(const Text& text, const Text& pattern, int kind) {
+    std::vector<int> next(std::max<std::size_t>(pattern.size(), 1), 7);
+    const int length = static_cast<int>(pattern.size());
+    Twin<T>::kCreate[kind](next.data(), pattern.data(), length);
+    const T* hit = Twin<T>::kFindPattern[kind](text.data(), static_cast<int>(text.size()),
+                                               pattern.data(), length, next.data());
+    return hit == nullptr ? -1 : hit - text.data();
+  }
+
+  static bool Same(T left, T right, int kind) {
+    const auto upper = [](T c) { return c >= T('a') && c <= T('z') ? static_cast<T>(c - 32) : c; };
+    return left == right || (kind == 1 && upper(left) == upper(right));
+  }
+
+  static std::ptrdiff_t Expected(const Text& text, const Text& pattern, int kind) {
+    const auto hit = std::search(text.begin(), text.end(), pattern.begin(), pattern.end(),
+                                 [&](T left, T right) { return Same(left, right, kind); });
+    return hit == text.end() && !pattern.empty() ? -1 : hit - text.begin();
+  }
+};
+
+TYPED_TEST_SUITE(TextSearchTwin, Widths);
+
+TYPED_TEST(TextSearchTwin, BuildsTheTable) {
+  using T = TypeParam;
+  const auto table = [](const char* pattern, int kind) {
+    const std::basic_string<T> text = Widen<T>(pattern);
+    std::vector<int> next(std::max<std::size_t>(text.size(), 1), 7);
+    Twin<T>::kCreate[kind](next.data(), text.data(), static_cast<int>(text.size()));
+    return next;
+  };
+  using Table = std::vector<int>;
+  EXPECT_EQ(table("abcabd", 0), (Table{-1, 0, 0, -1, 0, 2}));
+  EXPECT_EQ(table("aaaa", 0), (Table{-1, -1, -1, -1}));
+  EXPECT_EQ(table("AbA", 0), (Table{-1, 0, -1}));
+  EXPECT_EQ(table("aBAbaC", 0), (Table{-1, 0, 0, 0, -1, 1}));
+  EXPECT_EQ(table("aBAbaC", 1), (Table{-1, 0, -1, 0, -1, 3}));
+  EXPECT_EQ(table("", 0), (Table{-1}));
+}
+
+TYPED_TEST(TextSearchTwin, FindsPatterns) {
+  using T = TypeParam;
+  const auto find = [](const char* text, const char* pattern, int kind) {
+    return TestFixture::Find(Widen<T>(text), Widen<T>(pattern), kind);
+  };
+  EXPECT_EQ(find("abcabcabd", "abcabd", 0), 3);
+  EXPECT_EQ(find("aBa", "AbA", 1), 0);
+  EXPECT_EQ(find("aBa", "AbA", 0), -1);
+  EXPECT_EQ(find("@`[{", "`{", 1), -1);  // 32 apart, but no letters
+  EXPECT_EQ(find("abc", "", 0), 0);
+  const std::basic_string<T> text = Widen<T>("ab");
+  EXPECT_EQ(Twin<T>::kFindPattern[0](text.data(), 2, text.data(), 3, nullptr), nullptr);
+  EXPECT_EQ(Twin<T>::kFindPattern[0](nullptr, 2, text.data(), 1, nullptr), nullptr);
+}
+
+// Few letters and many, short and long, so that all loops and both kinds of near misses come up.
+TYPED_TEST(TextSearchTwin, FindsWhatAPlainSearchFinds) {
+  using T = TypeParam;
+  std::mt19937 random(81);
+  const std::basic_string<T> letters = Widen<T>("aAbB@`[{zZ0 ") + static_cast<T>(0xE9);
+  for (int round = 0; round < 6000; ++round) {
+    const std::size_t kinds = 2 + random() % (letters.size() - 1);
+    const auto draw = [&](std::size_t length) {
+      std::basic_string<T> text(length, T());
+      for (T& c : text) c = letters[random() % kinds];
+      return text;
+    };
+    const std::basic_string<T> text = draw(random() % 700);
+    std::basic_string<T> pattern = draw(random() % 8);
+    if (round % 2 == 0) {
+      const std::size_t from = random() % (text.size() + 1);
+      pattern = text.substr(from, random() % 150);
+    }
+    for (int kind : {0, 1}) {
+      ASSERT_EQ(TestFixture::Find(text, pattern, kind), TestFixture::Expected(text, pattern, kind))
+          << round << " kind " << kind;
+    }
+    const std::string_view bytes(reinterpret_cast<const char*>(text.data()),
+                                 text.size() * sizeof(T));
+    const std::size_t place =
+        bytes.find({reinterpret_cast<const char*>(pattern.data()), pattern.size() * sizeof(T)});
+    const T* hit = Twin<T>::kFind(text.data(), static_cast<int>(text.size()), pattern.data(),
+                                  static_cast<int>(pattern.size()));
+    ASSERT_EQ(hit == nullptr
+                  ? bytes.npos
+                  : static_cast<std::size_t>(reinterpret_cast<const char*>(hit) - bytes.data()),
+              place)
+        << round;
+  }
+}
+
+// Patterns that nearly fit at every place: only a linear search gets through these.
+TYPED_TEST(TextSearchTwin, StaysLinear) {
+  using T = TypeParam;
+  constexpr std::size_t kSize = 1 << 20;
+  std::basic_string<T> text(kSize, T('a'));
+  std::basic_string<T> pattern(kSize / 2, T('a'));
+  for (std::size_t odd : {std::size_t{0}, kSize / 4, kSize / 2 - 1}) {
+    pattern[odd] = T('b');
+    for (int kind : {0, 1}) EXPECT_EQ(TestFixture::Find(text, pattern, kind), -1) << odd;
+    text[kSize - kSize / 2 + odd] = T('b');
+    const auto place = static_cast<std::ptrdiff_t>(kSize / 2);
+    for (int kind : {0, 1}) EXPECT_EQ(TestFixture::Find(text, pattern, kind), place) << odd;
+    pattern[odd] = text[kSize - kSize / 2 + odd] = T('a');
+  }
+}
+
+// The rule word for word: every start in both, and every pair behind it.
+template <typename T>
+int MostAgreeing(const std::basic_string<T>& first, const std::basic_string<T>& second, bool fold) {
+  int most = 0;
+  for (std::size_t i = 0; i < first.size(); ++i) {
+    for (std::size_t j = 0; j < second.size(); ++j) {
+      int count = 0;
+      for (std::size_t k = 0; i + k < first.size() && j + k < second.size(); ++k) {
+        const int left = first[i + k];
+        const int right = second[j + k];
+        const bool letters = left < 128 && right < 128 && isalpha(left) && isalpha(right);
+        const bool same = left == right || (fold && letters && std::abs(left - right) == 32);
+        if (!same && !fold) break;
+        count += same ? 1 : 0;
+      }
+      most = std::max(most, count);
+    }
+  }
+  return most;
+}
+
+TYPED_TEST(TextSearchTwin, MeasuresWhatAgrees) {
+  using T = TypeParam;
+  const auto measure = [](const char* first, const char* second, int ignoreCase) {
+    return Twin<T>::kSameLength(Widen<T>(first).c_str(), Widen<T>(second).c_str(), ignoreCase);
+  };
+  EXPECT_EQ(measure("abcdef", "xxcdey", 0), 3);
+  EXPECT_EQ(measure("aXc", "aYc", 0), 1);
+  EXPECT_EQ(measure("aXc", "aYc", 1), 2);
+  EXPECT_EQ(measure("", "a", 0), 0);
+  EXPECT_EQ(Twin<T>::kSameLength(nullptr, Widen<T>("a").c_str(), 0), 0);
+  std::mt19937 random(18);
+  for (int round = 0; round < 2000; ++round) {
+    std::basic_string<T> texts[2];
+    for (auto& text : texts) {
+      text.resize(random() % 12);
+      for (T& c : text) c = static_cast<T>("abAB[{"[random() % 6]);
+    }
+    for (bool fold : {false, true}) {
+      ASSERT_EQ(Twin<T>::kSameLength(texts[0].c_str(), texts[1].c_str(), fold ? 1 : 0),
+                MostAgreeing(texts[0], texts[1], fold))
+          << round;
+    }
+  }
 }
 
 }  // namespace

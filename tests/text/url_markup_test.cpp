@@ -1,0 +1,197 @@
+#include "qvx/url_markup.h"
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <random>
+#include <string>
+
+#include "support/failing_new.h"
+#include "text/url_codec.h"
+#include "text/widths.h"
+
+namespace qvx::test {
+namespace {
+
+std::string Encoded(const std::string& text, const char* held = "") {
+  CBaseStringA out(held);
+  EncodeURL(text.data(), static_cast<int>(text.size()), &out);
+  return Content(out);
+}
+
+std::string Decoded(const std::string& text) {
+  CBaseStringA out;
+  DecodeURL(text.data(), static_cast<int>(text.size()), &out);
+  return Content(out);
+}
+
+// The rules by the C library's own functions.
+std::string PlainEncoded(const std::string& text) {
+  std::string out;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    char code[4] = {c};
+    if (c == ' ') code[0] = '+';
+    const bool kept = byte < 0x80 && (isalnum(byte) || c == '.' || c == '/' || c == ' ');
+    if (!kept) std::snprintf(code, sizeof(code), "%%%02X", byte);
+    out += code;
+  }
+  return out;
+}
+
+std::string PlainDecoded(const std::string& text) {
+  std::string out;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] != '%') {
+      out += text[i] == '+' ? ' ' : text[i];
+      continue;
+    }
+    if (i + 2 >= text.size()) break;
+    out += static_cast<char>(std::strtoul(text.substr(i + 1, 2).c_str(), nullptr, 16));
+    i += 2;
+  }
+  return out;
+}
+
+TEST(UrlMarkup, CodesUrls) {
+  EXPECT_EQ(Encoded("a b/c-d"), "a+b/c%2Dd");
+  EXPECT_EQ(Encoded("\xE4"), "%E4");
+  EXPECT_EQ(Encoded("abc", "x="), "x=abc");
+  EXPECT_EQ(Decoded("a+b%2Dc"), "a b-c");
+  EXPECT_EQ(Decoded("abc%4"), "abc");
+  EXPECT_EQ(Decoded("abc%41"), "abcA");
+  EXPECT_EQ(Decoded("%G1%1G%"), std::string("\0\1", 2));
+  CBaseStringA out("kept");
+  EncodeURL(nullptr, 3, &out);
+  EncodeURL("abc", 0, &out);
+  DecodeURL("abc", -2, &out);
+  EncodeURL("abc", -1, nullptr);
+  EXPECT_EQ(Content(out), "kept");
+  EncodeURL("?", -1, &out);
+  DecodeURL("%3F", -1, &out);
+  EXPECT_EQ(Content(out), "kept%3F?");
+}
+
+// All pairs of characters behind a "%", at both ends of the wide loops.
+TEST(UrlMarkup, DecodesEveryPair) {
+  const std::string much(70, 'x');
+  for (int first = 0; first < 256; ++first) {
+    std::string text;
+    for (int second = 0; second < 256; ++second) {
+      text += {'%', static_cast<char>(first), static_cast<char>(second)};
+      if (second % 16 == 0) text += much;
+    }
+    ASSERT_EQ(Decoded(text), PlainDecoded(text)) << first;
+    ASSERT_EQ(Decoded(text.substr(0, 3)), PlainDecoded(text.substr(0, 3))) << first;
+  }
+}
+
+TEST(UrlMarkup, CodesLikeAPlainLoopThereAndBack) {
+  std::mt19937 random(85);
+  for (int round = 0; round < 4000; ++round) {
+    std::string text(random() % 300, '\0');
+    const auto kept = random() % 40;
+    for (char& c : text)
+      c = static_cast<char>(random() % 40 < kept ? 'a' + random() % 26 : random());
+    const std::string encoded = Encoded(text);
+    ASSERT_EQ(encoded, PlainEncoded(text)) << round;
+    ASSERT_EQ(Decoded(encoded), text) << round;
+    for (char& c : text) {
+      if (random() % 10 == 0) c = "%+"[random() % 2];
+    }
+    ASSERT_EQ(Decoded(text), PlainDecoded(text)) << round;
+    CBaseStringA doubled(text.data(), static_cast<int>(text.size()));
+    if (text.empty()) continue;
+    EncodeURL(doubled.GetString(), doubled.GetLength(), &doubled);
+    DecodeURL(doubled.GetString(), static_cast<int>(text.size()), &doubled);
+    ASSERT_EQ(Content(doubled), text + PlainEncoded(text) + PlainDecoded(text)) << round;
+  }
+}
+
+TEST(UrlMarkup, KeepsTheStringWithoutMemory) {
+  CBaseStringA narrow("kept");
+  CBaseStringW wide(u"kept");
+  const std::string text(100, '&');
+  const FailingAllocations failing(1, 100);
+  EXPECT_THROW(EncodeURL(text.data(), 100, &narrow), std::bad_alloc);
+  EXPECT_THROW(DecodeURL(text.data(), 100, &narrow), std::bad_alloc);
+  EXPECT_THROW(HtmlCodeToString("a&#66;", 6, &wide), std::bad_alloc);
+  EXPECT_STREQ(narrow.GetString(), "kept");
+  EXPECT_EQ(wide.GetLength(), 4);
+}
+
+TEST(UrlMarkup, ResolvesReferences) {
+  struct Case {
+    std::string text;
+    std::u16string result;
+  };
+  const Case cases[] = {{"A&#66;C", u"ABC"},
+                        {"&#x43;", u"C"},
+                        {"ab&#66", u"ab"},
+                        {"&#X43;-&#;", std::u16string(u"\0-\0", 3)},
+                        {"&amp;&#x4E2d;&#20013;", u"&amp;中中"},
+                        {"&#65601;&#x1F600;", u"A\xF600"},
+                        {"&#-1; &#x0x41;", u"\xFFFF A"},
+                        {"\xE4\xB8\xAD&&#35;#", u"中&##"},
+                        {"&#66;&", u"B&"}};
+  for (const Case& one : cases) {
+    CBaseStringW out(u"=");
+    HtmlCodeToString(one.text.data(), static_cast<int>(one.text.size()), &out);
+    EXPECT_EQ(Content(out), u"=" + one.result) << one.text;
+  }
+  CBaseStringW out;
+  HtmlCodeToString("a&#66;", -1, &out);
+  HtmlCodeToString("a", 0, &out);
+  HtmlCodeToString(nullptr, -1, &out);
+  EXPECT_EQ(Content(out), u"aB");
+}
+
+TEST(UrlMarkup, ReadsTimes) {
+  for (const char* text :
+       {"2021/03/04 05:06:07", " 2021/3/4  5:6:7x", "2021/03/04 05:06", "x", ""}) {
+    SYSTEMTIME narrow{1, 2, 3, 4, 5, 6, 7, 8};
+    SYSTEMTIME wide = narrow;
+    const int count = StringToSystemTimeA(text, &narrow);
+    EXPECT_EQ(StringToSystemTimeW(Widen<WCHAR>(text).c_str(), &wide), count);
+    EXPECT_EQ(count, text[0] == '\0' ? -1 : text[0] == 'x' ? 0 : text[16] == '\0' ? 5 : 6) << text;
+    EXPECT_EQ(narrow.wYear, count > 0 ? 2021 : 1);
+    EXPECT_EQ(narrow.wDay, 4);
+    EXPECT_EQ(wide.wMonth, count > 0 ? 3 : 2);
+    EXPECT_EQ(wide.wHour, 5);
+    EXPECT_EQ(wide.wSecond, 7);
+    EXPECT_EQ(narrow.wDayOfWeek * 10 + narrow.wMilliseconds, 38);
+  }
+  SYSTEMTIME time{};
+  EXPECT_EQ(StringToSystemTimeW(u"2021/03中", &time), 2);
+  EXPECT_EQ(StringToSystemTimeA(nullptr, &time), 0);
+}
+
+TEST(UrlMarkup, ReadsMilliseconds) {
+  struct Case {
+    const char* text;
+    unsigned int hours, minutes;
+  };
+  const Case cases[] = {{"01:02:03,5", 3723500, 62500},
+                        {"01:02:03.05", 3723050, 62050},
+                        {"01:02:03,5000", 0, 0},
+                        {"01:02:03", 3723000, 62000},
+                        {"01", 0, 0},
+                        {"02:03.5", 0, 123500},
+                        {"02:03,123", 0, 123123},
+                        {"02:03.", 0, 0},
+                        {"1,5:2:3.5", 3723500, 62500},
+                        {"0:1:2,250.5", 0, 1500},
+                        {"", 0, 0}};
+  for (const Case& one : cases) {
+    EXPECT_EQ(TimeStringToInt_HMS(one.text, -1), one.hours) << one.text;
+    EXPECT_EQ(TimeStringToInt_MS(one.text, -1), one.minutes) << one.text;
+  }
+  EXPECT_EQ(TimeStringToInt_HMS("01:02:03,5000", 10), 3723500u);
+  EXPECT_EQ(TimeStringToInt_MS(nullptr, 3), 0u);
+}
+
+}  // namespace
+}  // namespace qvx::test
