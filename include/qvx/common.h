@@ -31,6 +31,7 @@
 #include <qvx/path_name.h>
 #include <qvx/pixel_format.h>
 #include <qvx/platform.h>
+#include <qvx/process_util.h>
 #include <qvx/ptr_array.h>
 #include <qvx/ptr_ctrl.h>
 #include <qvx/ptr_list.h>

@@ -31,6 +31,8 @@ void AddListenCommand(CLI::App& app);
 void AddSendCommand(CLI::App& app);
 void AddHexdumpCommand(CLI::App& app);
 void AddLogCommand(CLI::App& app);
+void AddNumberCommand(CLI::App& app);
+void AddConfigCommand(CLI::App& app);
 void AddGifCommand(CLI::App& app);
 void AddSumCommand(CLI::App& app);
 

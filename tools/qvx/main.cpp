@@ -26,6 +26,8 @@ void AddCommands(CLI::App& app) {
   AddSendCommand(app);
   AddHexdumpCommand(app);
   AddLogCommand(app);
+  AddNumberCommand(app);
+  AddConfigCommand(app);
   AddGifCommand(app);
   AddSumCommand(app);
 }
