@@ -3,7 +3,7 @@
 // blocks until the transfer has ended, and needs InitSysLibCURL (curl_binding.h) before.
 //
 // The connection arguments are the same twelve everywhere, in this order. All texts are copied.
-//   url            what to fetch; http and https only, redirects are followed
+//   url            what to fetch; http and https only; up to 30 redirects are followed
 //   caCertificate  PEM certificates that the server's own must lead to; null or empty turns
 //                  all checks of the server off
 //   bearerToken    adds the header "Authorization:Bearer " with this token; null or empty: none

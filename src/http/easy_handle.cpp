@@ -9,6 +9,7 @@ namespace qvx::http {
 namespace {
 
 constexpr long kReceiveBuffer = 0x40000;
+constexpr long kMostRedirects = 30;
 
 bool HasText(const char* text) {
   return text != nullptr && *text != '\0';
@@ -90,6 +91,7 @@ EasyHandle::EasyHandle(const CurlFunctions& curl, const Connection& connection)
     SetAuthentication(curl, handle_, connection);
     SetServerChecks(curl, handle_, connection.ca_certificate);
     KeepToTheWeb(curl, handle_);
+    Set(CURLOPT_MAXREDIRS, kMostRedirects);
     Set(CURLOPT_BUFFERSIZE, kReceiveBuffer);
   } catch (const std::bad_alloc&) {
     FreeHandle(curl, handle_);

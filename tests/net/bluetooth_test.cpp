@@ -6,18 +6,15 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <spawn.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <string>
-#include <vector>
 
 #include "platform/bluetooth.h"
 #include "qvx/socket_client.h"
 #include "support/debug_lines.h"
 #include "support/fault_plan.h"
+#include "support/own_process.h"
 #include "support/packet_bytes.h"
 #include "support/raw_peer.h"
 #include "support/temp_folder.h"
@@ -68,41 +65,20 @@ int AskStub(const char* question) {
   return answer;
 }
 
-// Runs one of the disabled cases below in a process that finds its libraries in the folder.
-int RunWithLibraries(const std::string& folder, const std::string& test,
-                     const std::string& more = "QVX_NOTHING=") {
-  std::vector<std::string> environment{"LD_LIBRARY_PATH=" + folder, more};
-  for (char** entry = environ; *entry != nullptr; ++entry) {
-    if (std::string(*entry).rfind("LD_LIBRARY_PATH=", 0) != 0) environment.push_back(*entry);
-  }
-  std::vector<char*> native;
-  for (std::string& entry : environment) native.push_back(entry.data());
-  native.push_back(nullptr);
-  std::string filter = "--gtest_filter=Bluetooth.DISABLED_" + test;
-  std::string disabled = "--gtest_also_run_disabled_tests";
-  std::string brief = "--gtest_brief=1";
-  std::string program = "/proc/self/exe";
-  char* arguments[] = {program.data(), filter.data(), disabled.data(), brief.data(), nullptr};
-  pid_t child = 0;
-  if (posix_spawn(&child, program.c_str(), nullptr, nullptr, arguments, native.data()) != 0) {
-    return -1;
-  }
-  int status = -1;
-  return waitpid(child, &status, 0) == child ? status : -1;
-}
-
 TEST(Bluetooth, ClientFindsDeviceAndServiceThroughTheLibrary) {
-  EXPECT_EQ(RunWithLibraries(QVX_BLUETOOTH_STUB, "ConnectsByName"), 0);
+  EXPECT_EQ(RunWithLibraries(QVX_BLUETOOTH_STUB, "Bluetooth.DISABLED_ConnectsByName"), 0);
 }
 
 TEST(Bluetooth, WithoutAdapterNothingIsFound) {
-  EXPECT_EQ(RunWithLibraries(QVX_BLUETOOTH_STUB, "FindsNothing", "QVX_STUB_NO_ADAPTER=1"), 0);
+  EXPECT_EQ(RunWithLibraries(QVX_BLUETOOTH_STUB, "Bluetooth.DISABLED_FindsNothing",
+                             "QVX_STUB_NO_ADAPTER=1"),
+            0);
 }
 
 TEST(Bluetooth, WithoutTheLibraryNothingIsFound) {
   const TempFolder folder;
   folder.Write("libbluetooth.so.3", "no library");
-  EXPECT_EQ(RunWithLibraries(folder.Path(), "FindsNothing"), 0);
+  EXPECT_EQ(RunWithLibraries(folder.Path(), "Bluetooth.DISABLED_FindsNothing"), 0);
 }
 
 TEST(Bluetooth, SocketThatTheMachineCannotMakeIsRefused) {

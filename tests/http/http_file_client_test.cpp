@@ -1,0 +1,329 @@
+#include "qvx/http_file_client.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <future>
+#include <random>
+#include <thread>
+
+#include "http/http_fixture.h"
+#include "http/odd_server.h"
+#include "support/debug_lines.h"
+#include "support/fault_plan.h"
+#include "support/web_servers.h"
+
+namespace {
+
+using namespace qvx::test;
+using qvx::platform::Operation;
+
+using HttpFileClient = HttpTest;
+
+constexpr std::int64_t kSecond = 1'000'000'000;
+
+std::string Continue(CHttpFileClient& client, unsigned int size, std::uint64_t limit = 0) {
+  std::string text(size, '\0');
+  text.resize(client.ReadFile_Continue(text.data(), size, limit));
+  return text;
+}
+
+std::string Part(CHttpFileClient& client, unsigned int size, std::uint64_t limit = 0) {
+  std::string text(size, '\0');
+  text.resize(client.ReadFile_Part(text.data(), size, limit));
+  return text;
+}
+
+// Serves a text with ranges; without a length where size is false.
+OddServer::Answer Serve(const std::string& content, bool size = true) {
+  return [content, size](const OddRequest& request, const OddConnection& connection) {
+    const std::uint64_t start = std::min<std::uint64_t>(request.RangeStart(), content.size());
+    const std::string body = content.substr(start);
+    const std::string length =
+        size ? "Content-Length: " + std::to_string(body.size()) + "\r\n" : "";
+    const std::string range = "Content-Range: bytes " + std::to_string(start) + "-9/10\r\n";
+    connection.Send(OddHead(start == 0 ? 200 : 206, length + range));
+    return request.Method() == "HEAD" ? size : connection.Send(body) && size;
+  };
+}
+
+TEST_F(HttpFileClient, RandomSeeksAndReadsEqualALocalCopy) {
+  const TempFolder folder;
+  const std::string content = Pattern(1'000'003);
+  folder.Write("file", content);
+  const Nginx nginx(folder.Path());
+  CHttpFileClient client;
+  ASSERT_EQ(Web{nginx.Url("file")}.OpenIn(client), 1);
+  ASSERT_EQ(client.GetFileSize(), content.size());
+  std::mt19937 random(5);
+  std::int64_t position = 0;
+  const auto size = static_cast<std::int64_t>(content.size());
+  for (int i = 0; i < 10'000; ++i) {
+    const auto kind = static_cast<unsigned int>(random() % 16);
+    const auto length = static_cast<unsigned int>(random() % (kind == 0 ? 100000 : 3000) + 1);
+    if (kind < 2) {
+      const int origin = static_cast<int>(random() % 4);
+      const std::int64_t offset = static_cast<std::int64_t>(random() % 2'200'000) - 1'100'000;
+      const std::int64_t base = origin == 1 ? position : origin == 2 ? size : 0;
+      position = origin == 3 ? 0 : std::clamp<std::int64_t>(base + offset, 0, size);
+      ASSERT_EQ(client.SeekFile(offset, origin), position);
+    } else if (kind < 5) {
+      ASSERT_EQ(client.SeekFile(0, 1), position);
+    }
+    const std::string read = kind % 5 == 1 ? Part(client, length) : Continue(client, length);
+    const auto start = static_cast<std::size_t>(position);
+    ASSERT_TRUE(read == content.substr(start, length)) << i << ": " << length << " at " << start;
+    position += static_cast<std::int64_t>(read.size());
+    ASSERT_EQ(client.GetFilePos(), static_cast<std::uint64_t>(position));
+    if (position == size) position = client.SeekFile(0, 0);
+  }
+}
+
+TEST_F(HttpFileClient, OneTransferServesReadsUntilItsPlaceIsLeft) {
+  OddServer server(Serve("0123456789"));
+  CHttpFileClient client;
+  EXPECT_EQ(Continue(client, 4), "");
+  ASSERT_EQ(Web{server.Url()}.OpenIn(client), 1);
+  EXPECT_EQ(Continue(client, 3), "012");
+  EXPECT_EQ(client.SeekFile(3, 0), 3);
+  EXPECT_EQ(Continue(client, 3), "345");
+  EXPECT_EQ(server.Requests(), 2);
+  EXPECT_EQ(client.SeekFile(-100, 1), 0);
+  EXPECT_EQ(Continue(client, 2), "01");
+  EXPECT_EQ(server.Requests(), 3);
+  EXPECT_EQ(Part(client, 2), "23");
+  EXPECT_EQ(Continue(client, 100), "456789");
+  EXPECT_EQ(Continue(client, 1), "");
+  EXPECT_EQ(Part(client, 1), "");
+  EXPECT_EQ(server.Requests(), 5);
+  EXPECT_EQ(client.SeekFile(100, 0), 10);
+  EXPECT_EQ(client.SeekFile(INT64_MAX, 1), 10);
+  EXPECT_EQ(client.SeekFile(INT64_MIN, 2), 0);
+  EXPECT_GT(client.GetTotalAvgDownloadSpeedKBPS(), 0.0);
+  EXPECT_EQ(client.CloseFile(), 1);
+  EXPECT_EQ(client.GetFileSize(), 0u);
+  EXPECT_EQ(client.GetTotalAvgDownloadSpeedKBPS(), 0.0);
+  EXPECT_EQ(Continue(client, 4), "");
+  EXPECT_EQ(Part(client, 4), "");
+}
+
+TEST_F(HttpFileClient, UnknownSizeIsReadToTheEnd) {
+  OddServer server(Serve("0123456789", false));
+  CHttpFileClient client;
+  ASSERT_EQ(Web{server.Url()}.OpenIn(client), 1);
+  EXPECT_EQ(client.GetFileSize(), 0u);
+  EXPECT_EQ(client.SeekFile(0, 2), 0);
+  EXPECT_EQ(Continue(client, 4), "0123");
+  EXPECT_EQ(Continue(client, 100), "456789");
+  EXPECT_EQ(Continue(client, 100), "");
+  EXPECT_EQ(client.SeekFile(2, 0), 2);
+  EXPECT_EQ(Part(client, 3), "234");
+}
+
+// The server sends what a test hands over, one piece at a time.
+class Drip {
+ public:
+  Drip()
+      : server([this](const OddRequest& request, const OddConnection& connection) {
+          if (request.Method() == "HEAD") {
+            return connection.Send(OddHead(200, "Content-Length: 100\r\n"));
+          }
+          const std::string start = std::to_string(request.RangeStart());
+          connection.Send(
+              OddHead(206, "Content-Length: 100\r\nContent-Range: bytes " + start + "-99/100\r\n"));
+          connection.Send(pieces_.get_future().get());
+          connection.Stall();
+          return false;
+        }) {}
+  ~Drip() {
+    if (!given_) Give("");
+  }
+  void Give(const std::string& piece) {
+    given_ = true;
+    pieces_.set_value(piece);
+  }
+  void Renew() {
+    pieces_ = std::promise<std::string>();
+    given_ = false;
+  }
+
+ private:
+  std::promise<std::string> pieces_;
+  bool given_ = false;
+
+ public:
+  OddServer server;
+};
+
+TEST_F(HttpFileClient, TimeLimitOfAReadLeavesTheTransferAlone) {
+  Drip drip;
+  CHttpFileClient client;
+  ASSERT_EQ(Web{drip.server.Url()}.OpenIn(client), 1);
+  EXPECT_EQ(Continue(client, 8, 20), "");
+  drip.Give("01234567");
+  EXPECT_EQ(Continue(client, 8), "01234567");
+  EXPECT_EQ(drip.server.Requests(), 2);
+}
+
+TEST_F(HttpFileClient, StallOfThirtySecondsEndsTheTransfer) {
+  DebugLines log;
+  FaultPlan plan;
+  plan.FakeClock(100 * kSecond);
+  Drip drip;
+  CHttpFileClient client;
+  ASSERT_EQ(Web{drip.server.Url()}.OpenIn(client), 1);
+  drip.Give("0123");
+  EXPECT_EQ(Continue(client, 4), "0123");
+  plan.FakeClock(130 * kSecond);
+  EXPECT_EQ(Continue(client, 4, 1500), "");
+  EXPECT_EQ(drip.server.Requests(), 2);
+  drip.Renew();
+  plan.FakeClock(130 * kSecond + kSecond / 1000);
+  EXPECT_EQ(Continue(client, 4), "");
+  const char* line = "CHttpFileClient::OnHttpDataProgressCallback: transer timeout....\r\n";
+  EXPECT_EQ(log.Count(2, line), 1);
+  drip.Give("4567");
+  EXPECT_EQ(Continue(client, 4), "4567");
+  EXPECT_EQ(drip.server.Requests(), 3);
+}
+
+TEST_F(HttpFileClient, SpeedLimitSleepsForTheWholeTimeOfTheBytes) {
+  const std::string content = Pattern(10'000);
+  OddServer server(Serve(content));
+  CHttpFileClient client;
+  ASSERT_EQ(Web{server.Url()}.OpenIn(client), 1);
+  FaultPlan plan;
+  plan.FakeClock(100 * kSecond);
+  client.LimitReadSpeed(1000);
+  EXPECT_EQ(Continue(client, 2000).size(), 2000u);
+  EXPECT_EQ(plan.Slept(), 2 * kSecond);
+  client.LimitReadSpeed(250);
+  EXPECT_EQ(Part(client, 1).size(), 1u);
+  EXPECT_EQ(plan.Slept(), 2 * kSecond + 4 * kSecond / 1000);
+  client.LimitReadSpeed(0);
+  Continue(client, 2000);
+  client.LimitReadSpeed(10'000'000);  // 0.2 ms, which is no time
+  Continue(client, 2000);
+  EXPECT_EQ(plan.Calls(Operation::kSleep), 2);
+  client.LimitReadSpeed(1000);
+  ASSERT_EQ(Web{server.Url()}.OpenIn(client), 1);
+  Continue(client, 2000);
+  EXPECT_EQ(plan.Calls(Operation::kSleep), 2);
+}
+
+TEST_F(HttpFileClient, CloseCutsASleepAndAReadShort) {
+  OddServer server(Serve("0123456789"));
+  CHttpFileClient client;
+  ASSERT_EQ(Web{server.Url()}.OpenIn(client), 1);
+  client.LimitReadSpeed(1);
+  std::thread sleeper([&] { EXPECT_EQ(Continue(client, 5), "01234"); });
+  while (client.GetFilePos() == 0) std::this_thread::yield();
+  client.CloseFile();
+  sleeper.join();
+  for (const bool part : {false, true}) {
+    Drip drip;
+    ASSERT_EQ(Web{drip.server.Url()}.OpenIn(client), 1);
+    std::thread reader(
+        [&] { EXPECT_LE((part ? Part(client, 50) : Continue(client, 50)).size(), 50u); });
+    while (drip.server.Requests() < 2) std::this_thread::yield();
+    if (part) {
+      client.CloseFile();
+    } else {
+      client.PrepareClose();
+    }
+    reader.join();
+    client.CloseFile();
+  }
+}
+
+TEST_F(HttpFileClient, CancelEndsOneReadAndTheNextBeginsAfresh) {
+  const std::string content = Pattern(4'000'000);
+  OddServer server(Serve(content));
+  CHttpFileClient client;
+  ASSERT_EQ(Web{server.Url()}.OpenIn(client), 1);
+  EXPECT_TRUE(Continue(client, 1000) == content.substr(0, 1000));
+  client.CancelRead();
+  EXPECT_EQ(Continue(client, 1000), "");
+  EXPECT_TRUE(Continue(client, 2'000'000) == content.substr(1000, 2'000'000));
+  EXPECT_EQ(server.Requests(), 3);
+  Drip drip;
+  ASSERT_EQ(Web{drip.server.Url()}.OpenIn(client), 1);
+  std::thread reader([&] { EXPECT_EQ(Part(client, 50), ""); });
+  while (drip.server.Requests() < 2) std::this_thread::yield();
+  client.CancelRead();
+  reader.join();
+  EXPECT_EQ(client.GetFilePos(), 0u);
+}
+
+// Every call from every side at once: what is read is always a piece of the file.
+TEST_F(HttpFileClient, AllCallsAtOnce) {
+  const TempFolder folder;
+  const std::string content = Pattern(300'000);
+  folder.Write("file", content);
+  const Nginx nginx(folder.Path());
+  CHttpFileClient client;
+  std::atomic<bool> done{false};
+  std::thread reader([&] {
+    for (unsigned int i = 0; !done; ++i) {
+      const std::string read = i % 4 == 0 ? Part(client, 500) : Continue(client, 20'000, i % 3);
+      EXPECT_TRUE(read.empty() || content.find(read) != std::string::npos);
+    }
+  });
+  std::thread caller([&] {
+    for (int i = 0; !done; ++i) {
+      if (i % 5 == 0) client.CancelRead();
+      if (i % 50 == 0) client.PrepareClose();
+      client.SeekFile(i * 977 % 290'000, 0);
+      client.GetFilePos();
+      client.GetRealTimeDownloadSpeedKBPS();
+      client.GetTotalAvgDownloadSpeedKBPS();
+      client.LimitReadSpeed(i % 2 == 0 ? 1'000'000'000 : 0);
+      std::this_thread::yield();
+    }
+  });
+  std::mt19937 random(7);
+  for (int i = 0; i < 60; ++i) {
+    EXPECT_EQ(Web{nginx.Url("file")}.OpenIn(client), 1);
+    for (std::uint64_t spin = random() % 2000; spin > 0; --spin) std::this_thread::yield();
+    if (i % 3 != 0) client.CloseFile();
+  }
+  done = true;
+  client.CloseFile();
+  reader.join();
+  caller.join();
+}
+
+TEST_F(HttpFileClient, FailuresOfThreadAndMemoryEndOneRead) {
+  const std::string content = Pattern(100'000);
+  OddServer server(Serve(content));
+  CHttpFileClient client;
+  FaultPlan plan;
+  ASSERT_EQ(Web{server.Url()}.OpenIn(client), 1);
+  plan.Fail(Operation::kThreadCreate, 1, EAGAIN);
+  EXPECT_EQ(Continue(client, 1000), "");
+  EXPECT_TRUE(Continue(client, 1000) == content.substr(0, 1000));
+  const CHttpFileClient copy(client);
+  EXPECT_TRUE(Continue(client, 90'000) == content.substr(1000, 90'000));
+}
+
+// The child's object is closed, and closing it leaves the parent's connection alone.
+TEST_F(HttpFileClient, ForkedChildDoesNotTouchTheTransfer) {
+  const std::string content = Pattern(5'000'000);
+  OddServer server(Serve(content));
+  CHttpFileClient client;
+  ASSERT_EQ(Web{server.Url()}.OpenIn(client), 1);
+  EXPECT_TRUE(Continue(client, 1000) == content.substr(0, 1000));
+  const pid_t child = fork();
+  if (child == 0) {
+    const bool closed = Continue(client, 10).empty() && Part(client, 10).empty();
+    client.CloseFile();
+    _exit(closed ? 0 : 1);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(Continue(client, 4'000'000) == content.substr(1000, 4'000'000));
+  EXPECT_EQ(server.Requests(), 2);
+}
+
+}  // namespace

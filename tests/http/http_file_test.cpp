@@ -1,0 +1,388 @@
+#include "qvx/http_file.h"
+
+#include <cstring>
+#include <future>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "http/http_fixture.h"
+#include "http/odd_server.h"
+#include "support/debug_lines.h"
+#include "support/failing_new.h"
+#include "support/fault_plan.h"
+#include "support/web_servers.h"
+
+namespace {
+
+using namespace qvx::test;
+using qvx::platform::Operation;
+
+using HttpFile = HttpTest;
+
+constexpr std::int64_t kSecond = 1'000'000'000;
+
+std::string Headers(const std::string& line, std::size_t size) {
+  return line + std::string(size, 'x') + "\r\n";
+}
+
+// Collects a stream, up to a number of bytes.
+class Collector : public IHttpDataCallback {
+ public:
+  explicit Collector(std::size_t most = SIZE_MAX) : most_(most) {}
+
+  unsigned int OnHttpDataRecvCallback(const unsigned char* data, unsigned int len,
+                                      std::uint64_t userData) override {
+    EXPECT_EQ(userData, 77u);
+    text.append(reinterpret_cast<const char*>(data), len);
+    return text.size() >= most_ ? 0 : len;
+  }
+  int OnHttpDataProgressCallback(std::uint64_t) override { return stop; }
+
+  std::string text;
+  int stop = 0;
+
+ private:
+  std::size_t most_;
+};
+
+std::string Stream(tagHTTPFILEINFO* info, std::uint64_t start) {
+  Collector collector;
+  ReadHttpBodyWithCustomCallback(info, start, &collector, 77);
+  return collector.text;
+}
+
+TEST_F(HttpFile, RealServersTakeEveryKindOfConnection) {
+  const TempFolder folder;
+  const std::string content = Pattern(100'000);
+  folder.Write("file", content);
+  const Nginx nginx(folder.Path());
+  const ApacheDigest apache(folder.Path());
+  const Tinyproxy tinyproxy;
+  const std::string proxy = tinyproxy.Address();
+  const std::string own = nginx.Authority();
+  const std::string other = nginx.OtherAuthority();
+  CBaseBuffer right;
+  CBaseBuffer wrong;
+  CBaseBuffer empty;
+  right.SetBuffer(own.data(), static_cast<unsigned int>(own.size()));
+  wrong.SetBuffer(other.data(), static_cast<unsigned int>(other.size()));
+  const struct {
+    const char* name;
+    int opened;
+    Web web;
+  } kCases[] = {
+      {"plain", 1, {nginx.Url("file")}},
+      {"missing", 0, {nginx.Url("nothing")}},
+      {"no scheme of the web", 0, {"file://" + folder.Path("file")}},
+      {"redirect", 1, {nginx.Url("moved/file")}},
+      {"right authority", 1, {nginx.SecureUrl("file"), &right}},
+      {"wrong authority", 0, {nginx.SecureUrl("file"), &wrong}},
+      {"empty authority", 1, {nginx.SecureUrl("file"), &empty}},
+      {"no authority", 1, {nginx.SecureUrl("file")}},
+      {"basic", 1, {nginx.Url("private/file"), {}, {}, {}, 1, "user", "secret"}},
+      {"basic wrong", 0, {nginx.Url("private/file"), {}, {}, {}, 1, "user", "other"}},
+      {"basic not asked", 0, {nginx.Url("private/file"), {}, {}, {}, 0, "user", "secret"}},
+      {"digest", 1, {apache.Url("file"), {}, {}, {}, 2, "user", "secret"}},
+      {"digest wrong", 0, {apache.Url("file"), {}, {}, {}, 2, "user", "other"}},
+      {"proxy",
+       1,
+       {nginx.Url("file"), {}, {}, {}, 0, {}, {}, 1, 0, proxy.c_str(), "user", "secret"}},
+      {"proxy wrong",
+       0,
+       {nginx.Url("file"), {}, {}, {}, 0, {}, {}, 1, 0, proxy.c_str(), "user", "other"}},
+      {"proxy not asked", 1, {nginx.Url("file"), {}, {}, {}, 0, {}, {}, 0, 0, "127.0.0.1:1"}},
+  };
+  for (const auto& test : kCases) {
+    SCOPED_TRACE(test.name);
+    OpenedFile file(test.web);
+    EXPECT_EQ(file.opened, test.opened);
+    EXPECT_EQ(file.fileSize, test.opened != 0 ? content.size() : 0);
+    EXPECT_EQ(file.curlHandle != nullptr, test.opened != 0);
+    EXPECT_EQ(file.url.GetString(), test.web.url);
+    CBaseBuffer whole;
+    EXPECT_EQ(test.web.Get(&whole), test.opened);
+    if (test.opened == 0) continue;
+    EXPECT_TRUE(Text(whole) == content);
+    EXPECT_TRUE(file.Read(50'000, 1000) == content.substr(50'000, 1000));
+    EXPECT_TRUE(Stream(&file, 99'000) == content.substr(99'000));
+    EXPECT_GT(GetHttpDownloadSpeedBPS(file.curlHandle), 0.0);
+  }
+}
+
+TEST_F(HttpFile, OpenJudgesTheAnswerToHead) {
+  const struct {
+    std::string answer;
+    int opened;
+    std::uint64_t size;
+  } kCases[] = {
+      {OddHead(200, "Content-Length: 12\r\n"), 1, 12},
+      {OddHead(200), 1, 0},
+      {OddHead(399, "Content-Length: 5\r\n"), 1, 5},
+      {OddHead(400, "Content-Length: 5\r\n"), 0, 0},
+      {OddHead(200, "Content-Length: -7\r\n"), 0, 0},
+      {OddHead(200, Headers("Long: ", 0x100000)), 0, 0},
+      {OddHead(302, "Location: ftp://127.0.0.1/\r\n"), 0, 0},
+      {"no web at all\r\n\r\n", 0, 0},
+      {"", 0, 0},
+  };
+  for (const auto& test : kCases) {
+    SCOPED_TRACE(test.answer.substr(0, 60));
+    DebugLines log;
+    OddServer server([&](const OddRequest& request, const OddConnection& connection) {
+      EXPECT_EQ(request.Method(), "HEAD");
+      connection.Send(test.answer);
+      return false;
+    });
+    OpenedFile file({server.Url()});
+    EXPECT_EQ(file.opened, test.opened);
+    EXPECT_EQ(file.fileSize, test.size);
+    EXPECT_EQ(log.Count(2, "OpenHttpFile: " + std::to_string(test.size) + "\r\n"), 1);
+    const bool refused = log.Count(2, "<" + server.Url() + "> response: 400\r\n") == 1;
+    EXPECT_EQ(refused, test.answer.find(" 400 ") != std::string::npos);
+  }
+}
+
+TEST_F(HttpFile, BoundedReadKeepsWhatFitsAndWhatCame) {
+  const struct {
+    const char* name;
+    std::string answer;
+    std::string stored;
+    const char* log;
+  } kCases[] = {
+      {"range", OddAnswer(206, "4567", "Content-Range: bytes 4-7/20\r\n"), "4567", nullptr},
+      {"ranges ignored", OddAnswer(200, "0123456789"), "0123",
+       "curl_write_cbuffer_func: recv data len 10, write data len 4, buffer left=0, "
+       "need stop=FALSE\r\n"},
+      {"starts elsewhere", OddAnswer(206, "6789", "Content-Range: bytes 6-9/20\r\n"), "6789",
+       nullptr},
+      {"short", OddAnswer(206, "45"), "45", nullptr},
+      {"cut", OddHead(206, "Content-Length: 4\r\n") + "45", "45", nullptr},
+      {"no length", OddHead(206) + "456", "456", nullptr},
+      {"error page", OddAnswer(404, "gone"), "gone", nullptr},
+      {"not the web", "nonsense", "", nullptr},
+  };
+  for (const auto& test : kCases) {
+    SCOPED_TRACE(test.name);
+    DebugLines log;
+    OddServer server([&](const OddRequest& request, const OddConnection& connection) {
+      if (request.Method() == "HEAD")
+        return connection.Send(OddHead(200, "Content-Length: 20\r\n"));
+      EXPECT_TRUE(request.Has("Range: bytes=4-7\r\n"));
+      connection.Send(test.answer);
+      return false;
+    });
+    OpenedFile file({server.Url()});
+    EXPECT_EQ(file.Read(4, 4), test.stored);
+    EXPECT_EQ(file.timed_out, 0);
+    EXPECT_EQ(test.log == nullptr ? 1 : log.Count(2, test.log), 1);
+  }
+}
+
+TEST_F(HttpFile, StreamTakesNothingButTheFile) {
+  const struct {
+    const char* name;
+    std::uint64_t start;
+    std::string answer;
+    std::string stored;
+  } kCases[] = {
+      {"whole", 0, OddAnswer(200, "0123456789"), "0123456789"},
+      {"from a place", 4, OddAnswer(206, "456789", "Content-Range: bytes 4-9/10\r\n"), "456789"},
+      {"cut", 0, OddHead(200, "Content-Length: 10\r\n") + "0123", "0123"},
+      {"ranges ignored", 4, OddAnswer(200, "0123456789"), ""},
+      {"starts elsewhere", 4, OddAnswer(206, "6789", "Content-Range: bytes 6-9/10\r\n"), ""},
+      {"error page", 0, OddAnswer(500, "sorry"), ""},
+      {"behind the end", 40, OddAnswer(416, "sorry"), ""},
+  };
+  for (const auto& test : kCases) {
+    SCOPED_TRACE(test.name);
+    OddServer server([&](const OddRequest& request, const OddConnection& connection) {
+      if (request.Method() == "HEAD") return connection.Send(OddHead(200));
+      EXPECT_EQ(request.Has("Range: bytes=" + std::to_string(test.start) + "-\r\n"),
+                test.start != 0);
+      connection.Send(test.answer);
+      return false;
+    });
+    OpenedFile file({server.Url()});
+    EXPECT_EQ(Stream(&file, test.start), test.stored);
+  }
+}
+
+TEST_F(HttpFile, KindsOfReadNeverSeeEachOthersRange) {
+  std::mutex mutex;
+  std::string ranges;
+  OddServer server([&](const OddRequest& request, const OddConnection& connection) {
+    std::lock_guard<std::mutex> guard(mutex);
+    const std::size_t at = request.head.find("Range: bytes=");
+    if (at != std::string::npos) {
+      ranges += request.head.substr(at + 13, request.head.find('\r', at) - at - 13);
+    }
+    ranges += ' ';
+    const std::string place = "Content-Range: bytes " + std::to_string(request.RangeStart());
+    return connection.Send(
+        OddAnswer(206, request.Method() == "HEAD" ? "" : "data", place + "-9/10\r\n"));
+  });
+  OpenedFile file({server.Url()});
+  file.Read(5, 4);
+  Stream(&file, 0);
+  Stream(&file, 7);
+  file.Read(0, 4);
+  Stream(&file, 0);
+  std::lock_guard<std::mutex> guard(mutex);
+  EXPECT_EQ(ranges, " 5-8  7- 0-3  ");
+  EXPECT_EQ(server.Connections(), 1);
+}
+
+TEST_F(HttpFile, HeaderLinesAreThoseOfTheArguments) {
+  const struct {
+    Web web;
+    bool token;
+    bool extra;
+  } kCases[] = {{{"", nullptr, "t0ken"}, true, false},
+                {{"", nullptr, nullptr, "X-Extra: 1"}, false, true},
+                {{"", nullptr, "t0ken", "X-Extra: 1"}, true, true},
+                {{"", nullptr, "", ""}, false, false}};
+  for (auto test : kCases) {
+    const std::string big = Pattern(0x180000);
+    bool expects = false;
+    OddServer server([&](const OddRequest& request, const OddConnection& connection) {
+      EXPECT_EQ(request.Has("Authorization:Bearer t0ken\r\n"), test.token);
+      EXPECT_EQ(request.Has("X-Extra: 1\r\n"), test.extra);
+      expects = request.Has("Expect: 100-continue\r\n");
+      if (expects) connection.Send("HTTP/1.1 100 Continue\r\n\r\n");
+      return connection.Send(OddAnswer(200, "")) && !expects;
+    });
+    test.web.url = server.Url();
+    OpenedFile file(test.web);
+    EXPECT_EQ(file.opened, 1);
+    EXPECT_EQ(file.Read(0, 4), "");
+  }
+}
+
+TEST_F(HttpFile, StopsByFlagLimitAndCallback) {
+  FaultPlan plan;
+  DebugLines log;
+  plan.FakeClock(100 * kSecond);
+  std::function<void()> on_request = [] {};
+  OddServer server([&](const OddRequest& request, const OddConnection& connection) {
+    if (request.Method() == "HEAD") return connection.Send(OddHead(200, "Content-Length: 20\r\n"));
+    connection.Send(OddHead(200, "Content-Length: 20\r\n") + "0123");
+    on_request();
+    connection.Stall();
+    return false;
+  });
+  OpenedFile file({server.Url()});
+  int stop = 0;
+  on_request = [&] { std::atomic_ref<int>(stop).store(1); };
+  EXPECT_LE(file.Read(0, 20, 0, &stop).size(), 4u);
+  EXPECT_EQ(log.Count(2, "curl_progress_func: stop transfer....\r\n"), 1);
+  on_request = [&] { plan.FakeClock(106 * kSecond); };
+  EXPECT_LE(file.Read(0, 20, 5999).size(), 4u);
+  EXPECT_EQ(file.timed_out, 0);
+  plan.FakeClock(200 * kSecond);
+  on_request = [&] { plan.FakeClock(231 * kSecond); };
+  CBaseBuffer response;
+  EXPECT_EQ(Web{server.Url()}.Get(&response), 0);
+  int limits = 0;
+  for (const auto& [level, line] : log.All()) {
+    limits += line.find("curl_progress_func: transer timeout, startTime is ") == 0 ? 1 : 0;
+  }
+  EXPECT_EQ(limits, 2);
+  Collector collector;
+  collector.stop = 1;
+  ReadHttpBodyWithCustomCallback(&file, 0, &collector, 77);
+  EXPECT_LE(collector.text.size(), 4u);
+}
+
+TEST_F(HttpFile, EndlessBodyEndsWithTheReader) {
+  OddServer server([&](const OddRequest& request, const OddConnection& connection) {
+    if (!connection.Send(OddHead(200))) return false;
+    while (request.Method() == "GET" && connection.Send(Pattern(0x10000))) {
+    }
+    return false;
+  });
+  OpenedFile file({server.Url()});
+  EXPECT_EQ(file.Read(0, 0x18000).size(), 0x18000u);
+  Collector collector(0x100000);
+  ReadHttpBodyWithCustomCallback(&file, 0, &collector, 77);
+  EXPECT_GE(collector.text.size(), 0x100000u);
+}
+
+// The echo of the request, reached through a redirect that keeps the method.
+TEST_F(HttpFile, CommandsSendAndAppend) {
+  OddServer server([&](const OddRequest& request, const OddConnection& connection) {
+    if (request.head.find(" /moved ") != std::string::npos) {
+      return connection.Send(OddAnswer(307, "", "Location: /echo\r\n"));
+    }
+    const int status = request.body == "bad" ? 400 : 200;
+    const bool sized = request.Has("Content-Length: " + std::to_string(request.body.size()));
+    return connection.Send(
+        OddAnswer(status, request.Method() + (sized ? "+" : "-") + request.body));
+  });
+  const std::string big = Pattern(1'000'000);
+  const struct {
+    const char* name;
+    std::string data;
+    int result;
+  } kCases[] = {{"echo", "hello", 1},
+                {"echo", "", 1},
+                {"moved", "hello", 1},
+                {"echo", "bad", 0},
+                {"moved", big, 1}};
+  for (const auto& test : kCases) {
+    CBaseBuffer data;
+    CBaseBuffer response;
+    data.SetBuffer(test.data.data(), static_cast<unsigned int>(test.data.size()));
+    response.SetBuffer("before ", 7);
+    EXPECT_EQ(Web{server.Url(test.name)}.Post(&data, &response), test.result) << test.name;
+    EXPECT_TRUE(Text(response) == "before POST+" + test.data) << Text(response).substr(0, 40);
+  }
+  CBaseBuffer response;
+  const CBaseBuffer nothing;
+  EXPECT_EQ(Web{server.Url("moved")}.Get(&response), 1);
+  EXPECT_EQ(Text(response), "GET-");
+  EXPECT_EQ(Web{""}.Get(&response), 0);
+  EXPECT_EQ(Web{server.Url()}.Get(nullptr), 0);
+  EXPECT_EQ(Web{server.Url()}.Post(nullptr, &response), 0);
+  EXPECT_EQ(Web{server.Url()}.Post(&nothing, nullptr), 0);
+}
+
+TEST_F(HttpFile, PublishedMd5IsDecoded) {
+  const std::pair<const char*, int> kCases[] = {{"000102030405060708090a0b0c0d0e0f", 16},
+                                                {"000102030405060708090A0B0C0D0E0F  name\n", 16},
+                                                {"0001020", 3},
+                                                {"", 0}};
+  for (const auto& [body, count] : kCases) {
+    OddServer server([&](const OddRequest&, const OddConnection& connection) {
+      return connection.Send(OddAnswer(200, body));
+    });
+    unsigned char md5[16];
+    std::memset(md5, 0xff, sizeof(md5));
+    EXPECT_EQ(GetHttpFileMD5(server.Url().c_str(), md5), 1);
+    for (int i = 0; i < 16; ++i) EXPECT_EQ(md5[i], i < count ? i : 0xff) << body;
+  }
+}
+
+// Whatever allocation fails, nothing leaks, and only the standard exception comes out.
+TEST_F(HttpFile, FailingAllocationsEndTheOperation) {
+  OddServer server([&](const OddRequest& request, const OddConnection& connection) {
+    return connection.Send(OddAnswer(200, request.Method() == "HEAD" ? "" : "body"));
+  });
+  const Web web{server.Url(), nullptr, "token"};
+  int failed = 0;
+  for (int first = 1;; ++first) {
+    CBaseBuffer response;
+    FailingAllocations failing(first);
+    try {
+      OpenedFile file(web);
+      Stream(&file, 0);
+      web.Get(&response);
+    } catch (const std::bad_alloc&) {
+      ++failed;
+    }
+    if (failing.Seen() < first) break;
+  }
+  EXPECT_GT(failed, 5);
+}
+
+}  // namespace
