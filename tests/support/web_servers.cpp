@@ -114,7 +114,7 @@ std::string ApacheSettings(const std::string& own, const std::string& served, st
             ".so\n";
   }
   if (geteuid() == 0) text += "User nobody\nGroup nogroup\n";
-  return text + "ServerName 127.0.0.1\nListen 127.0.0.1:" + std::to_string(port) +
+  return text + "ServerName 127.0.0.1\nKeepAlive Off\nListen 127.0.0.1:" + std::to_string(port) +
          "\nDefaultRuntimeDir " + own + "\nPidFile " + own + "/pid\nErrorLog " + own +
          "/log\nMutex file:" + own + "\nDocumentRoot " + served + "\n<Directory " + served +
          ">\n  AuthType Digest\n  AuthName closed\n  AuthUserFile " + own +
