@@ -346,6 +346,25 @@ TEST_F(HttpDownload, CancelEndsEveryState) {
   EXPECT_EQ(listener.successes + listener.failures, 1);
 }
 
+TEST_F(HttpDownload, PauseHoldsBehindTheBlockInProgress) {
+  const OneFile file(1'000'000);
+  file.MakeLocal();
+  tagMTDOWNLOAD_BLOCK block;
+  Fill(block, file, 0, file.content.size());
+  Listener listener;
+  listener.hold_at = 2;
+  CMultiThreadDownload download;
+  download.DownloadFile(0, &block, 10'000, &listener, &listener, 7);
+  listener.WaitUntil([&] { return listener.blocks == 2; });
+  download.PauseDownload();
+  listener.HoldAt(kAlways);
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_EQ(block.copiedSize, 20'000u);
+  download.ResumeDownload();
+  listener.WaitUntil([&] { return listener.successes == 1; });
+  EXPECT_EQ(listener.blocks, 100);
+}
+
 TEST_F(HttpDownload, PauseResumeAndCancelAtOnce) {
   const OneFile file(2'000'000);
   file.MakeLocal();
