@@ -35,5 +35,7 @@ void AddNumberCommand(CLI::App& app);
 void AddConfigCommand(CLI::App& app);
 void AddGifCommand(CLI::App& app);
 void AddSumCommand(CLI::App& app);
+void AddImageCommand(CLI::App& app);
+void AddThermalCommand(CLI::App& app);
 
 }  // namespace qvx::tool

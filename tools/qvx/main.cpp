@@ -30,6 +30,8 @@ void AddCommands(CLI::App& app) {
   AddConfigCommand(app);
   AddGifCommand(app);
   AddSumCommand(app);
+  AddImageCommand(app);
+  AddThermalCommand(app);
 }
 
 int Fail(std::string text) {
