@@ -13,8 +13,9 @@ namespace qvx::test {
 namespace {
 
 TEST(Tool, UsageAndItsErrors) {
-  for (const char* command : {"serve", "ls", "get", "put", "rm", "mkdir", "mv", "md5", "size",
-                              "demo", "listen", "send", "hexdump", "log", "sum"}) {
+  for (const char* command :
+       {"serve", "ls", "get", "put", "rm", "mkdir", "mv", "md5", "size", "demo", "listen", "send",
+        "hexdump", "log", "sum", "image", "thermal"}) {
     const ProgramResult help = RunProgram({command, "--help"});
     EXPECT_EQ(0, help.code) << command;
     EXPECT_NE(std::string::npos, help.out.find("Usage: qvx " + std::string(command))) << help.out;
@@ -62,11 +63,10 @@ TEST(Tool, Sum) {
   const std::string md5 = "25f9e794323b453885f5181f1b624d0b  " + path + "\n";
   EXPECT_EQ(md5 + "29b1  " + path + "\n" + "0376e6e7  " + path + "\n",
             RunProgram({"sum", path, "--crc32", "--md5", "--crc16", "ccitt_false"}).out);
-  const std::vector<std::vector<std::string>> wrong{
-      {"sum", path},
-      {"sum", path, "--crc16", "nonsense"},
-      {"sum", temp.Path(), "--md5"},
-      {"sum", temp.Path("absent"), "--md5"}};
+  const std::vector<std::vector<std::string>> wrong{{"sum", path},
+                                                    {"sum", path, "--crc16", "nonsense"},
+                                                    {"sum", temp.Path(), "--md5"},
+                                                    {"sum", temp.Path("absent"), "--md5"}};
   for (const std::vector<std::string>& arguments : wrong) {
     const ProgramResult result = RunProgram(arguments);
     EXPECT_EQ(1, result.code);

@@ -96,6 +96,14 @@ Range ParseRange(const std::string& text) {
   return range;
 }
 
+// The first colour of the fixed table stands for what lies below, so the least value gets the next.
+Range ChooseRange(const Options& options, const NumberTable& data) {
+  if (!options.range.empty()) return ParseRange(options.range);
+  Range range = RangeOf(data.values);
+  if (options.colours.empty()) range.min -= (range.max - range.min) / 250;
+  return range;
+}
+
 std::string NumberText(double value) {
   std::array<char, 32> text;
   std::snprintf(text.data(), text.size(), "%.4g", value);
@@ -133,7 +141,7 @@ int ZoomFor(const Options& options, const NumberTable& data) {
 }
 
 Picture Draw(const Options& options, const NumberTable& data) {
-  const Range range = options.range.empty() ? RangeOf(data.values) : ParseRange(options.range);
+  const Range range = ChooseRange(options, data);
   const Table table = MakeTable(options.colours);
   const int zoom = ZoomFor(options, data);
   std::vector<unsigned int> pixels(data.values.size());
