@@ -27,9 +27,8 @@ Block MakeBlock(std::size_t size) {
 }
 
 struct Bitmap {
-  Block info;
+  std::vector<unsigned char> info;
   Block pixels;
-  std::size_t info_size = 0;
   std::size_t pixel_size = 0;
 };
 
@@ -57,7 +56,7 @@ class BitmapRegistry {
     const Slot* slot = SlotOf(handle);
     if (slot == nullptr) return false;
     const Bitmap& bitmap = slot->bitmap;
-    blocks = {{bitmap.info.get(), bitmap.info_size}, {bitmap.pixels.get(), bitmap.pixel_size}};
+    blocks = {bitmap.info, {bitmap.pixels.get(), bitmap.pixel_size}};
     return true;
   }
 
@@ -109,11 +108,12 @@ class BitmapRegistry {
 }  // namespace
 
 HBITMAP MakeBitmap(std::span<const unsigned char> info, std::size_t pixel_size) noexcept {
-  Bitmap bitmap{MakeBlock(info.size()), MakeBlock(pixel_size), info.size(), pixel_size};
-  if (bitmap.info == nullptr || bitmap.pixels == nullptr) return nullptr;
-  std::copy(info.begin(), info.end(), bitmap.info.get());
   try {
-    return BitmapRegistry::Instance().Add(std::move(bitmap));
+    Bitmap bitmap;
+    bitmap.info.assign(info.begin(), info.end());
+    bitmap.pixels = MakeBlock(pixel_size);
+    bitmap.pixel_size = pixel_size;
+    return bitmap.pixels == nullptr ? nullptr : BitmapRegistry::Instance().Add(std::move(bitmap));
   } catch (const std::bad_alloc&) {
     return nullptr;
   }
