@@ -54,15 +54,6 @@ TEST(StringSplit, CutsAtCharacters) {
   }
 }
 
-TEST(StringSplit, CutsWideText) {
-  CPtrArrayCtrl out;
-  WCHAR* block = DevideStringByCharListW(u"\u4e2d\uff0cb", -1, u"\uff0c", 1, 0, &out, 0);
-  ASSERT_EQ(out.GetCount(), 2);
-  EXPECT_EQ(std::u16string(static_cast<const WCHAR*>(out.GetAt(0))), u"\u4e2d");
-  EXPECT_EQ(std::u16string(static_cast<const WCHAR*>(out.GetAt(1))), u"b");
-  Internal_DelArrayW(block);
-}
-
 TEST(StringSplit, LeavesTheContainerAloneOnFailure) {
   CPtrListCtrl out;
   EXPECT_EQ(DevideStringByCharListA(nullptr, 0, ",", 1, 0, &out, 0), nullptr);
@@ -81,26 +72,11 @@ TEST(StringSplit, LeavesTheContainerAloneOnFailure) {
   EXPECT_EQ(out.GetCount(), 3);
 }
 
-template <typename T>
-struct Twin;
-
-template <>
-struct Twin<char> {
-  static constexpr auto kByCharacters = &DevideStringByCharListA;
-  static constexpr auto kByStrings = &DevideStringByStringListA;
-  static constexpr auto kFindField = &FindStringFromStringWithSepratorA;
-  static constexpr auto kFormat = &FormatStringA;
-  static constexpr auto kLines = &GetStringLinesA;
-};
-
-template <>
-struct Twin<WCHAR> {
-  static constexpr auto kByCharacters = &DevideStringByCharListW;
-  static constexpr auto kByStrings = &DevideStringByStringListW;
-  static constexpr auto kFindField = &FindStringFromStringWithSepratorW;
-  static constexpr auto kFormat = &FormatStringW;
-  static constexpr auto kLines = &GetStringLinesW;
-};
+QVX_TWIN(DevideStringByCharList);
+QVX_TWIN(DevideStringByStringList);
+QVX_TWIN(FindStringFromStringWithSeprator);
+QVX_TWIN(FormatString);
+QVX_TWIN(GetStringLines);
 
 template <typename T>
 class StringSplitTwin : public testing::Test {
@@ -122,8 +98,9 @@ class StringSplitTwin : public testing::Test {
     std::vector<const T*> pointers{nullptr};
     for (const Text& one : separators) pointers.push_back(one.c_str());
     CPtrArrayCtrl out;
-    T* block = Twin<T>::kByStrings(text.data(), static_cast<int>(text.size()), pointers.data(),
-                                   static_cast<int>(pointers.size()), &out);
+    T* block =
+        DevideStringByStringList<T>(text.data(), static_cast<int>(text.size()), pointers.data(),
+                                    static_cast<int>(pointers.size()), &out);
     return Take(out, block);
   }
 
@@ -171,8 +148,8 @@ TYPED_TEST(StringSplitTwin, CutsLikeAPlainLoop) {
     const int skip = static_cast<int>(random() % 2);
     const int most = random() % 2 == 0 ? 0 : static_cast<int>(random() % 8);
     CPtrListCtrl out;
-    T* block = Twin<T>::kByCharacters(text.data(), static_cast<int>(text.size()), set.data(),
-                                      static_cast<int>(set.size()), skip, &out, most);
+    T* block = DevideStringByCharList<T>(text.data(), static_cast<int>(text.size()), set.data(),
+                                         static_cast<int>(set.size()), skip, &out, most);
     ASSERT_EQ(TestFixture::Take(out, block),
               TestFixture::NaiveByCharacters(text, set, skip != 0, static_cast<std::size_t>(most)));
   }
@@ -233,31 +210,34 @@ TYPED_TEST(StringSplitTwin, FindsWholeFields) {
                         {"cat", "", " ", 0, 0},
                         {"dog", "cat", " ", 1, 0}};
   for (const Case& one : cases) {
-    EXPECT_EQ(Twin<T>::kFindField(Widen<T>(one.text).c_str(), -1, Widen<T>(one.word).c_str(), -1,
-                                  Widen<T>(one.separators).c_str(), -1, one.ignore_case),
+    EXPECT_EQ(FindStringFromStringWithSeprator<T>(
+                  Widen<T>(one.text).c_str(), -1, Widen<T>(one.word).c_str(), -1,
+                  Widen<T>(one.separators).c_str(), -1, one.ignore_case),
               one.result)
         << one.text;
   }
+  EXPECT_EQ(FindStringFromStringWithSeprator<T>(Widen<T>("cats").c_str(), 3,
+                                                Widen<T>("cat").c_str(), 3, nullptr, 0, 0),
+            1);
   EXPECT_EQ(
-      Twin<T>::kFindField(Widen<T>("cats").c_str(), 3, Widen<T>("cat").c_str(), 3, nullptr, 0, 0),
-      1);
-  EXPECT_EQ(Twin<T>::kFindField(nullptr, -1, Widen<T>("a").c_str(), -1, nullptr, 0, 0), 0);
-  EXPECT_EQ(Twin<T>::kLines(Widen<T>("a\nb\n").c_str(), 4), 3);
-  EXPECT_EQ(Twin<T>::kLines(Widen<T>("a\nb\n").c_str(), 3), 2);
-  EXPECT_EQ(Twin<T>::kLines(nullptr, 3), 1);
+      FindStringFromStringWithSeprator<T>(nullptr, -1, Widen<T>("a").c_str(), -1, nullptr, 0, 0),
+      0);
+  EXPECT_EQ(GetStringLines<T>(Widen<T>("a\nb\n").c_str(), 4), 3);
+  EXPECT_EQ(GetStringLines<T>(Widen<T>("a\nb\n").c_str(), 3), 2);
+  EXPECT_EQ(GetStringLines<T>(nullptr, 3), 1);
 }
 
 TYPED_TEST(StringSplitTwin, FormatsOnTheHeap) {
   using T = TypeParam;
   for (int width : {5, 1023, 1024, 100000}) {
     int length = -1;
-    T* block = Twin<T>::kFormat(&length, Widen<T>("%*d|").c_str(), width, 42);
+    T* block = FormatString<T>(&length, Widen<T>("%*d|").c_str(), width, 42);
     EXPECT_EQ(std::basic_string<T>(block), Widen<T>(std::string(width - 2, ' ') + "42|"));
     EXPECT_EQ(length, width + 1);
     FreeFormatStringW(block);
   }
   int length = -5;
-  T* block = Twin<T>::kFormat(&length, Widen<T>("before %n").c_str(), &length);
+  T* block = FormatString<T>(&length, Widen<T>("before %n").c_str(), &length);
   EXPECT_EQ(std::basic_string<T>(block), Widen<T>("before "));
   EXPECT_EQ(length, -5);
   FreeFormatStringA(block);

@@ -55,41 +55,30 @@ TEST(TextSearch, FindsWideTextAtAnyByte) {
   EXPECT_EQ(MemFindBufW(text, 1, u"b", -1), nullptr);
 }
 
-template <typename T>
-struct Twin;
-
-template <>
-struct Twin<char> {
-  static constexpr auto kFind = &MemFindBufA;
-  static constexpr decltype(&CreateKMPPatternA) kCreate[] = {&CreateKMPPatternA,
-                                                             &CreateKMPPatternNoCaseA};
-  static constexpr decltype(&BufFindPatternA) kFindPattern[] = {&BufFindPatternA,
-                                                                &BufFindPatternNoCaseA};
-  static constexpr auto kSameLength = &StrMaxSameLengthA;
-};
-
-template <>
-struct Twin<WCHAR> {
-  static constexpr auto kFind = &MemFindBufW;
-  static constexpr decltype(&CreateKMPPatternW) kCreate[] = {&CreateKMPPatternW,
-                                                             &CreateKMPPatternNoCaseW};
-  static constexpr decltype(&BufFindPatternW) kFindPattern[] = {&BufFindPatternW,
-                                                                &BufFindPatternNoCaseW};
-  static constexpr auto kSameLength = &StrMaxSameLengthW;
-};
+QVX_TWIN(MemFindBuf);
+QVX_TWIN(CreateKMPPattern);
+QVX_TWIN(CreateKMPPatternNoCase);
+QVX_TWIN(BufFindPattern);
+QVX_TWIN(BufFindPatternNoCase);
+QVX_TWIN(StrMaxSameLength);
 
 template <typename T>
 class TextSearchTwin : public testing::Test {
  protected:
   using Text = std::basic_string<T>;
 
+  static std::vector<int> Table(const Text& pattern, int kind) {
+    std::vector<int> next(std::max<std::size_t>(pattern.size(), 1), 7);
+    const auto create = kind == 1 ? CreateKMPPatternNoCase<T> : CreateKMPPattern<T>;
+    create(next.data(), pattern.data(), static_cast<int>(pattern.size()));
+    return next;
+  }
+
   // Where the pattern stands in the text, or -1, with case ignored for kind 1.
   static std::ptrdiff_t Find(const Text& text, const Text& pattern, int kind) {
-    std::vector<int> next(std::max<std::size_t>(pattern.size(), 1), 7);
-    const int length = static_cast<int>(pattern.size());
-    Twin<T>::kCreate[kind](next.data(), pattern.data(), length);
-    const T* hit = Twin<T>::kFindPattern[kind](text.data(), static_cast<int>(text.size()),
-                                               pattern.data(), length, next.data());
+    const auto find = kind == 1 ? BufFindPatternNoCase<T> : BufFindPattern<T>;
+    const T* hit = find(text.data(), static_cast<int>(text.size()), pattern.data(),
+                        static_cast<int>(pattern.size()), Table(pattern, kind).data());
     return hit == nullptr ? -1 : hit - text.data();
   }
 
@@ -110,10 +99,7 @@ TYPED_TEST_SUITE(TextSearchTwin, Widths);
 TYPED_TEST(TextSearchTwin, BuildsTheTable) {
   using T = TypeParam;
   const auto table = [](const char* pattern, int kind) {
-    const std::basic_string<T> text = Widen<T>(pattern);
-    std::vector<int> next(std::max<std::size_t>(text.size(), 1), 7);
-    Twin<T>::kCreate[kind](next.data(), text.data(), static_cast<int>(text.size()));
-    return next;
+    return TestFixture::Table(Widen<T>(pattern), kind);
   };
   using Table = std::vector<int>;
   EXPECT_EQ(table("abcabd", 0), (Table{-1, 0, 0, -1, 0, 2}));
@@ -135,8 +121,8 @@ TYPED_TEST(TextSearchTwin, FindsPatterns) {
   EXPECT_EQ(find("@`[{", "`{", 1), -1);  // 32 apart, but no letters
   EXPECT_EQ(find("abc", "", 0), 0);
   const std::basic_string<T> text = Widen<T>("ab");
-  EXPECT_EQ(Twin<T>::kFindPattern[0](text.data(), 2, text.data(), 3, nullptr), nullptr);
-  EXPECT_EQ(Twin<T>::kFindPattern[0](nullptr, 2, text.data(), 1, nullptr), nullptr);
+  EXPECT_EQ(BufFindPattern<T>(text.data(), 2, text.data(), 3, nullptr), nullptr);
+  EXPECT_EQ(BufFindPattern<T>(nullptr, 2, text.data(), 1, nullptr), nullptr);
 }
 
 // Few letters and many, short and long, so that all loops and both kinds of near misses come up.
@@ -165,8 +151,8 @@ TYPED_TEST(TextSearchTwin, FindsWhatAPlainSearchFinds) {
                                  text.size() * sizeof(T));
     const std::size_t place =
         bytes.find({reinterpret_cast<const char*>(pattern.data()), pattern.size() * sizeof(T)});
-    const T* hit = Twin<T>::kFind(text.data(), static_cast<int>(text.size()), pattern.data(),
-                                  static_cast<int>(pattern.size()));
+    const T* hit = MemFindBuf<T>(text.data(), static_cast<int>(text.size()), pattern.data(),
+                                 static_cast<int>(pattern.size()));
     ASSERT_EQ(hit == nullptr
                   ? bytes.npos
                   : static_cast<std::size_t>(reinterpret_cast<const char*>(hit) - bytes.data()),
@@ -215,13 +201,13 @@ int MostAgreeing(const std::basic_string<T>& first, const std::basic_string<T>& 
 TYPED_TEST(TextSearchTwin, MeasuresWhatAgrees) {
   using T = TypeParam;
   const auto measure = [](const char* first, const char* second, int ignoreCase) {
-    return Twin<T>::kSameLength(Widen<T>(first).c_str(), Widen<T>(second).c_str(), ignoreCase);
+    return StrMaxSameLength<T>(Widen<T>(first).c_str(), Widen<T>(second).c_str(), ignoreCase);
   };
   EXPECT_EQ(measure("abcdef", "xxcdey", 0), 3);
   EXPECT_EQ(measure("aXc", "aYc", 0), 1);
   EXPECT_EQ(measure("aXc", "aYc", 1), 2);
   EXPECT_EQ(measure("", "a", 0), 0);
-  EXPECT_EQ(Twin<T>::kSameLength(nullptr, Widen<T>("a").c_str(), 0), 0);
+  EXPECT_EQ(StrMaxSameLength<T>(nullptr, Widen<T>("a").c_str(), 0), 0);
   std::mt19937 random(18);
   for (int round = 0; round < 2000; ++round) {
     std::basic_string<T> texts[2];
@@ -230,7 +216,7 @@ TYPED_TEST(TextSearchTwin, MeasuresWhatAgrees) {
       for (T& c : text) c = static_cast<T>("abAB[{"[random() % 6]);
     }
     for (bool fold : {false, true}) {
-      ASSERT_EQ(Twin<T>::kSameLength(texts[0].c_str(), texts[1].c_str(), fold ? 1 : 0),
+      ASSERT_EQ(StrMaxSameLength<T>(texts[0].c_str(), texts[1].c_str(), fold ? 1 : 0),
                 MostAgreeing(texts[0], texts[1], fold))
           << round;
     }

@@ -22,4 +22,15 @@ std::basic_string<T> Content(const CBaseStringT<T>& string) {
   return {string.GetString(), static_cast<std::size_t>(string.GetLength())};
 }
 
+// Name<T> is the narrow or the wide form of a function, as T asks.
+#define QVX_TWIN(Name)              \
+  template <typename T>             \
+  constexpr auto Name = [] {        \
+    if constexpr (sizeof(T) == 1) { \
+      return &Name##A;              \
+    } else {                        \
+      return &Name##W;              \
+    }                               \
+  }()
+
 }  // namespace qvx::test
