@@ -265,11 +265,12 @@ std::ptrdiff_t LastLoad(const PickPlan& plan) {
   return plan.length - static_cast<std::ptrdiff_t>(hn::Lanes(D32()));
 }
 
-// How many neighbouring source pixels one vector of target pixels takes, at most.
+// How many neighbouring source pixels one vector of target pixels takes, at most. A vector may
+// begin at any pixel.
 std::ptrdiff_t Span(const PickPlan& plan) {
   const std::size_t step = hn::Lanes(D32());
   std::ptrdiff_t span = 0;
-  for (std::size_t i = 0; i + step <= plan.count; i += step) {
+  for (std::size_t i = 0; i + step <= plan.count; ++i) {
     const std::ptrdiff_t begin = std::min<std::ptrdiff_t>(plan.places[i], LastLoad(plan));
     span = std::max<std::ptrdiff_t>(span, plan.places[i + step - 1] - begin + 1);
   }

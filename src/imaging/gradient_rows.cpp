@@ -72,7 +72,8 @@ V StrokeValue(const StrokeRow& row, V x) {
   const V strength = hn::Add(Number(row.strength), hn::Mul(along, Number(row.strength_change)));
   const V inner = hn::Div(hn::Sub(width, distance), width);
   const V value = hn::Mul(hn::Add(hn::Mul(inner, strength), strength), Number(0.5));
-  const V scaled = hn::Mul(hn::Min(value, Number(row.top_strength)), Number(kFull));
+  const V top = Number(row.top_strength);
+  const V scaled = hn::Mul(hn::IfThenElse(hn::Gt(value, top), top, value), Number(kFull));
   return hn::IfThenZeroElse(hn::Ge(hn::Sub(distance, width), Number(kMargin)), scaled);
 }
 
@@ -129,7 +130,7 @@ double StrokeValue(const StrokeRow& row, double x) {
   const double strength = row.strength + along * row.strength_change;
   if (distance - width >= kMargin) return 0;
   const double value = ((width - distance) / width * strength + strength) * 0.5;
-  return (value < row.top_strength ? value : row.top_strength) * kFull;
+  return (value > row.top_strength ? row.top_strength : value) * kFull;
 }
 
 template <bool kJoint>
