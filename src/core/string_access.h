@@ -29,7 +29,8 @@ struct StringAccess {
   }
 
   // Appends at most room characters: fill gets the place for them and returns how many it wrote.
-  // What the string held stays readable, where it was, until fill has returned.
+  // What the string held stays readable, where it was, until fill has returned. Without any, a
+  // string without a block stays so.
   template <typename T, typename Fill>
   static void AppendFilled(CBaseStringT<T>& string, std::size_t room, Fill fill) {
     constexpr std::size_t kLongest = std::numeric_limits<int>::max() - 1;
@@ -40,6 +41,10 @@ struct StringAccess {
     int capability = string.mCapability;
     T* block = needed <= capability ? string.mText : string.ReAlloc(needed, &capability);
     const std::size_t written = fill(block + length);
+    if (written == 0 && string.mText == nullptr) {
+      delete[] block;
+      return;
+    }
     block[length + written] = T();
     string.InstallBlock(block, capability);
     string.mLength = static_cast<int>(length + written);

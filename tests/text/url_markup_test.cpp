@@ -62,6 +62,9 @@ TEST(UrlMarkup, CodesUrls) {
   EXPECT_EQ(Encoded("abc", "x="), "x=abc");
   EXPECT_EQ(Decoded("a+b%2Dc"), "a b-c");
   EXPECT_EQ(Decoded("abc%4"), "abc");
+  CBaseStringA nothing;
+  DecodeURL("%4", -1, &nothing);
+  EXPECT_EQ(nothing.IsDigit(), 0);  // there is still no block
   EXPECT_EQ(Decoded("abc%41"), "abcA");
   EXPECT_EQ(Decoded("%G1%1G%"), std::string("\0\1", 2));
   CBaseStringA out("kept");
