@@ -15,7 +15,7 @@ namespace {
 TEST(Tool, UsageAndItsErrors) {
   for (const char* command :
        {"serve", "ls", "get", "put", "rm", "mkdir", "mv", "md5", "size", "demo", "listen", "send",
-        "hexdump", "log", "sum", "image", "thermal"}) {
+        "hexdump", "log", "sum", "image", "thermal", "number", "config"}) {
     const ProgramResult help = RunProgram({command, "--help"});
     EXPECT_EQ(0, help.code) << command;
     EXPECT_NE(std::string::npos, help.out.find("Usage: qvx " + std::string(command))) << help.out;
