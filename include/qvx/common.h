@@ -32,6 +32,7 @@
 #include <qvx/pixel_format.h>
 #include <qvx/platform.h>
 #include <qvx/process_util.h>
+#include <qvx/processor_id.h>
 #include <qvx/ptr_array.h>
 #include <qvx/ptr_ctrl.h>
 #include <qvx/ptr_list.h>

@@ -11,11 +11,16 @@
 // allocation raises std::bad_alloc and leaves the records as they were.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "qvx/crc.h"
 #include "qvx/ptr_array.h"
 #include "qvx/types.h"
+
+namespace qvx::containers {
+class HashIndex;
+}
 
 // Where a walk over a table stands. Adding or removing records ends a walk.
 struct tagHASHPOSITION {
@@ -63,11 +68,12 @@ class QVX_API CHashTable {
 
  private:
   void InitHashTable();
-  CPtrArrayCtrl*& BucketOf(std::uint64_t key);
+  std::size_t SlotOf(std::uint64_t key) const;
 
   CPtrArrayCtrl** mBuckets = nullptr;
   int mTableSize;
   int mCount = 0;
+  qvx::containers::HashIndex* mIndex = nullptr;
 };
 
 // The same for keys of length bytes. A null key, and a length below 1, is the empty key. The slot
@@ -102,10 +108,11 @@ class QVX_API CCRCHashTable {
  private:
   void InitCRCHashTable();
   std::uint32_t HashOf(const void* key, int length);
-  CPtrArrayCtrl*& BucketOf(std::uint32_t hash);
+  std::size_t SlotOf(std::uint32_t hash) const;
 
   CPtrArrayCtrl** mBuckets = nullptr;
   int mTableSize;
   int mCount = 0;
   CCRC32 mCrc;
+  qvx::containers::HashIndex* mIndex = nullptr;
 };

@@ -70,6 +70,20 @@ QVX_API int FreeHBitmap(HBITMAP bitmap);
 // the mapping away. 1, or 0 for a null or empty name. Thread-safe. Throws std::bad_alloc.
 QVX_API int MapSerialPort(const char* name, const char* path);
 
+// Single instances ---------------------------------------------------------------------------
+
+// Holds a name for this process, so that CheckSingleInstance of process_util.h finds it, until it
+// is released or the process ends, however it ends. A forked child that runs on holds it too.
+// Names belong to one user: other users' processes have names of their own. 1 if the name is held
+// from now on; 0 if a process holds it already, this one included, for a null or empty name, and
+// where no file can be locked. Thread-safe. Throws std::bad_alloc.
+QVX_API int HoldInstanceName(const char* name);
+QVX_API int HoldInstanceNameW(const WCHAR* name);
+
+// 1, or 0 if this process does not hold the name.
+QVX_API int ReleaseInstanceName(const char* name);
+QVX_API int ReleaseInstanceNameW(const WCHAR* name);
+
 // Errors -------------------------------------------------------------------------------------
 
 // The code that the last failed call on this thread left, where a function says that it leaves

@@ -5,19 +5,17 @@
 #include <memory>
 #include <new>
 
+#include "containers/hash_index.h"
+
+using qvx::containers::HashIndex;
+
 // Both tables keep their slots in the same way; what differs is the record and its key.
 namespace {
 
 struct NumberRecord {
-  std::uint64_t key;
-  const void* data;
-};
+  using Key = std::uint64_t;
 
-// A record's copy of its key stands right behind it.
-struct BytesRecord {
-  const unsigned char* key;
-  int length;
-  std::uint32_t crc;
+  std::uint64_t key;
   const void* data;
 };
 
@@ -30,16 +28,50 @@ struct BytesKey {
   std::uint32_t crc;
 };
 
-int MatchNumber(const void* record, const void* key) {
-  return static_cast<const NumberRecord*>(record)->key == *static_cast<const std::uint64_t*>(key);
+// A record's copy of its key stands right behind it.
+struct BytesRecord {
+  using Key = BytesKey;
+
+  const unsigned char* key;
+  int length;
+  std::uint32_t crc;
+  const void* data;
+};
+
+std::uint64_t TagOf(std::uint64_t key) {
+  return key;
 }
 
-int MatchBytes(const void* record, const void* key) {
-  const auto* held = static_cast<const BytesRecord*>(record);
-  const auto* sought = static_cast<const BytesKey*>(key);
-  if (held->length != sought->length || held->crc != sought->crc) return 0;
-  if (held->length == 0) return 1;
-  return std::memcmp(held->key, sought->bytes, static_cast<std::size_t>(held->length)) == 0;
+std::uint64_t TagOf(const BytesKey& key) {
+  return std::uint64_t{static_cast<std::uint32_t>(key.length)} << 32 | key.crc;
+}
+
+std::uint64_t KeyOf(const NumberRecord& record) {
+  return record.key;
+}
+
+BytesKey KeyOf(const BytesRecord& record) {
+  return {record.key, record.length, record.crc};
+}
+
+bool Same(const NumberRecord& record, std::uint64_t key) {
+  return record.key == key;
+}
+
+bool Same(const BytesRecord& record, const BytesKey& key) {
+  if (record.length != key.length || record.crc != key.crc) return false;
+  return key.length == 0 ||
+         std::memcmp(record.key, key.bytes, static_cast<std::size_t>(key.length)) == 0;
+}
+
+template <class Record>
+bool SameKey(const void* record, const typename Record::Key& key) {
+  return Same(*static_cast<const Record*>(record), key);
+}
+
+template <class Record>
+int Match(const void* record, const void* key) {
+  return SameKey<Record>(record, *static_cast<const typename Record::Key*>(key)) ? 1 : 0;
 }
 
 // Records are plain blocks, so that a key of any length can follow one.
@@ -63,77 +95,141 @@ OwnedRecord<BytesRecord> MakeRecord(const BytesKey& key, const void* data) {
   return OwnedRecord<BytesRecord>(new (block) BytesRecord{bytes, key.length, key.crc, data});
 }
 
-CPtrArrayCtrl** MakeBuckets(int size) {
-  return new CPtrArrayCtrl* [static_cast<std::size_t>(size)] {};
-}
-
-template <class Record>
-void AddRecord(CPtrArrayCtrl*& bucket, OwnedRecord<Record> record) {
-  if (bucket == nullptr) bucket = new CPtrArrayCtrl;
-  bucket->AddData(record.get(), -1);
-  record.release();
-}
-
-enum class Search { kFirst, kNext };
-
-// The index of the record in its bucket, or -1.
-template <Search kSearch>
-int Find(CPtrArrayCtrl* bucket, const void* key, int (*match)(const void*, const void*)) {
-  if (bucket == nullptr) return -1;
-  return kSearch == Search::kFirst ? bucket->CPtrArrayCtrl::FindFirst(key, match)
-                                   : bucket->CPtrArrayCtrl::FindNext(key, match);
-}
-
 template <class Record>
 Record* RecordAt(CPtrArrayCtrl* bucket, int index) {
   if (bucket == nullptr) return nullptr;
   return static_cast<Record*>(const_cast<void*>(bucket->CPtrArrayCtrl::GetAt(index)));
 }
 
+// One slot of a table: its array, made with its first record, and its part of the index.
 template <class Record>
-const void* DataAt(CPtrArrayCtrl* bucket, int index) {
-  const Record* record = RecordAt<Record>(bucket, index);
-  return record != nullptr ? record->data : nullptr;
-}
+class Slot {
+ public:
+  using Key = typename Record::Key;
 
-template <class Record>
-void Replace(CPtrArrayCtrl* bucket, int index, const void* data) {
-  if (Record* record = RecordAt<Record>(bucket, index)) record->data = data;
-}
+  Slot(CPtrArrayCtrl** buckets, HashIndex& index, std::size_t slot)
+      : bucket_(buckets[slot]), index_(index), slot_(slot) {}
 
-// Takes a record out of its bucket; does nothing for an index of -1.
-template <class Record>
-const void* Remove(CPtrArrayCtrl* bucket, int index, int& count) {
-  Record* record = RecordAt<Record>(bucket, index);
-  if (record == nullptr) return nullptr;
-  bucket->DeleteAt(index, 1);
-  --count;
-  const OwnedRecord<Record> owned(record);
-  return owned->data;
-}
-
-template <class Record>
-void Append(CPtrCtrl* result, CPtrArrayCtrl* bucket, const void* key,
-            int (*match)(const void*, const void*)) {
-  if (result == nullptr || bucket == nullptr) return;
-  CPtrArrayCtrl hits;
-  for (int i = 0; i < bucket->GetCount(); ++i) {
-    const Record* record = RecordAt<Record>(bucket, i);
-    if (match(record, key) != 0) hits.AddData(record->data, -1);
+  void Add(const Key& key, const void* data) {
+    auto record = MakeRecord(key, data);
+    index_.Reserve();
+    ShowPending();
+    if (bucket_ == nullptr) bucket_ = new CPtrArrayCtrl;
+    bucket_->AddData(record.get(), -1);
+    index_.Add(slot_, TagOf(key), record.get(), data);
+    record.release();
   }
-  result->AddPtrCtrl(&hits, -1);
+
+  void Replace(const Key& key, const void* data) {
+    HashIndex::Entry* entry = FindFirst(key);
+    if (entry == nullptr) return;
+    entry->data = data;
+    static_cast<Record*>(const_cast<void*>(entry->record))->data = data;
+  }
+
+  // What the array's own search would find first, or null. Only an unsuccessful search needs
+  // the array.
+  HashIndex::Entry* FindFirst(const Key& key) {
+    HashIndex::Entry* entry = index_.FindFirst(
+        slot_, TagOf(key), [&](const void* record) { return SameKey<Record>(record, key); });
+    if (entry == nullptr && bucket_ != nullptr) {
+      bucket_->CPtrArrayCtrl::FindFirst(&key, &Match<Record>);
+    }
+    return entry;
+  }
+
+  const void* FirstData(const Key& key) {
+    const HashIndex::Entry* entry = FindFirst(key);
+    return entry != nullptr ? entry->data : nullptr;
+  }
+
+  const void* NextData(const Key& key) {
+    const Record* record = RecordAt<Record>(bucket_, NextPosition(key));
+    return record != nullptr ? record->data : nullptr;
+  }
+
+  const void* RemoveFirst(const Key& key, int& count) {
+    const HashIndex::Entry* entry = FindFirst(key);
+    if (entry == nullptr) return nullptr;
+    const int position = entry->position;
+    ShowPending();
+    return Remove(position, count);
+  }
+
+  const void* RemoveNext(const Key& key, int& count) { return Remove(NextPosition(key), count); }
+
+  void AppendAll(CPtrCtrl* result, const Key& key) {
+    if (result == nullptr || bucket_ == nullptr) return;
+    CPtrArrayCtrl hits;
+    for (int i = 0; i < bucket_->GetCount(); ++i) {
+      const Record* record = RecordAt<Record>(bucket_, i);
+      if (SameKey<Record>(record, key)) hits.AddData(record->data, -1);
+    }
+    result->AddPtrCtrl(&hits, -1);
+  }
+
+  void Clear(int& count) {
+    if (bucket_ == nullptr) return;
+    for (int i = 0; i < bucket_->GetCount(); ++i) FreeBlock()(bucket_->CPtrArrayCtrl::GetAt(i));
+    count -= bucket_->GetCount();
+    delete bucket_;
+    bucket_ = nullptr;
+    index_.Clear(slot_);
+  }
+
+ private:
+  // Has the array do the search that the index did, before anything depends on where it stands.
+  void ShowPending() {
+    const auto* record = static_cast<const Record*>(index_.TakePending(slot_));
+    if (record == nullptr) return;
+    const Key key = KeyOf(*record);
+    bucket_->CPtrArrayCtrl::FindFirst(&key, &Match<Record>);
+  }
+
+  int NextPosition(const Key& key) {
+    if (bucket_ == nullptr) return -1;
+    ShowPending();
+    return bucket_->CPtrArrayCtrl::FindNext(&key, &Match<Record>);
+  }
+
+  const void* Remove(int position, int& count) {
+    Record* record = RecordAt<Record>(bucket_, position);
+    if (record == nullptr) return nullptr;
+    bucket_->DeleteAt(position, 1);
+    index_.Remove(slot_, position);
+    --count;
+    const OwnedRecord<Record> owned(record);
+    return owned->data;
+  }
+
+  CPtrArrayCtrl*& bucket_;
+  HashIndex& index_;
+  std::size_t slot_;
+};
+
+// key modulo size; most sizes are powers of two, for which that needs no division.
+std::size_t SlotIn(std::uint64_t key, std::uint64_t size) {
+  return (size & (size - 1)) == 0 ? key & (size - 1) : key % size;
 }
 
-void Drop(CPtrArrayCtrl*& bucket, int& count) {
-  if (bucket == nullptr) return;
-  for (int i = 0; i < bucket->GetCount(); ++i) FreeBlock()(bucket->CPtrArrayCtrl::GetAt(i));
-  count -= bucket->GetCount();
-  delete bucket;
-  bucket = nullptr;
+// Slots and index of a new table.
+void MakeSlots(int size, CPtrArrayCtrl**& buckets, HashIndex*& index) {
+  auto made = std::make_unique<HashIndex>(size);
+  buckets = new CPtrArrayCtrl* [static_cast<std::size_t>(size)] {};
+  index = made.release();
 }
 
-void DropAll(CPtrArrayCtrl** buckets, int size, int& count) {
-  std::for_each(buckets, buckets + size, [&](CPtrArrayCtrl*& bucket) { Drop(bucket, count); });
+template <class Record>
+void ClearAll(CPtrArrayCtrl** buckets, HashIndex& index, int size, int& count) {
+  for (std::size_t i = 0; i < static_cast<std::size_t>(size); ++i) {
+    Slot<Record>(buckets, index, i).Clear(count);
+  }
+}
+
+template <class Record>
+const void* DataAt(CPtrArrayCtrl* bucket, int position) {
+  const Record* record = RecordAt<Record>(bucket, position);
+  return record != nullptr ? record->data : nullptr;
 }
 
 CPtrArrayCtrl* BucketAt(CPtrArrayCtrl* const* buckets, int size, tagHASHPOSITION position) {
@@ -169,60 +265,65 @@ CHashTable::CHashTable(int size) : mTableSize(std::max(size, 1)) {
 CHashTable::~CHashTable() {
   DeleteAll();
   delete[] mBuckets;
+  delete mIndex;
 }
 
 void CHashTable::InitHashTable() {
-  mBuckets = MakeBuckets(mTableSize);
+  MakeSlots(mTableSize, mBuckets, mIndex);
 }
 
-CPtrArrayCtrl*& CHashTable::BucketOf(std::uint64_t key) {
-  return mBuckets[key % static_cast<std::uint64_t>(mTableSize)];
+std::size_t CHashTable::SlotOf(std::uint64_t key) const {
+  return SlotIn(key, static_cast<std::uint64_t>(mTableSize));
 }
 
 void CHashTable::AddData(std::uint64_t key, const void* data) {
-  AddRecord(BucketOf(key), MakeRecord(key, data));
+  Slot<NumberRecord> slot(mBuckets, *mIndex, SlotOf(key));
+  slot.Add(key, data);
   ++mCount;
 }
 
 void CHashTable::SetData(std::uint64_t key, const void* data) {
-  CPtrArrayCtrl* bucket = BucketOf(key);
-  Replace<NumberRecord>(bucket, Find<Search::kFirst>(bucket, &key, &MatchNumber), data);
+  Slot<NumberRecord> slot(mBuckets, *mIndex, SlotOf(key));
+  slot.Replace(key, data);
 }
 
 const void* CHashTable::FindFirstData(std::uint64_t key) {
-  CPtrArrayCtrl* bucket = BucketOf(key);
-  return DataAt<NumberRecord>(bucket, Find<Search::kFirst>(bucket, &key, &MatchNumber));
+  Slot<NumberRecord> slot(mBuckets, *mIndex, SlotOf(key));
+  return slot.FirstData(key);
 }
 
 const void* CHashTable::FindNextData(std::uint64_t key) {
-  CPtrArrayCtrl* bucket = BucketOf(key);
-  return DataAt<NumberRecord>(bucket, Find<Search::kNext>(bucket, &key, &MatchNumber));
+  Slot<NumberRecord> slot(mBuckets, *mIndex, SlotOf(key));
+  return slot.NextData(key);
 }
 
 void CHashTable::FindAllHashData(CPtrCtrl* result, std::uint64_t key) {
-  Append<NumberRecord>(result, BucketOf(key), &key, &MatchNumber);
+  Slot<NumberRecord> slot(mBuckets, *mIndex, SlotOf(key));
+  slot.AppendAll(result, key);
 }
 
 const void* CHashTable::DeleteFirstData(std::uint64_t key) {
-  CPtrArrayCtrl* bucket = BucketOf(key);
-  return Remove<NumberRecord>(bucket, Find<Search::kFirst>(bucket, &key, &MatchNumber), mCount);
+  Slot<NumberRecord> slot(mBuckets, *mIndex, SlotOf(key));
+  return slot.RemoveFirst(key, mCount);
 }
 
 const void* CHashTable::DeleteNextData(std::uint64_t key) {
-  CPtrArrayCtrl* bucket = BucketOf(key);
-  return Remove<NumberRecord>(bucket, Find<Search::kNext>(bucket, &key, &MatchNumber), mCount);
+  Slot<NumberRecord> slot(mBuckets, *mIndex, SlotOf(key));
+  return slot.RemoveNext(key, mCount);
 }
 
 void CHashTable::DeleteAllData(std::uint64_t key) {
-  Drop(BucketOf(key), mCount);
+  Slot<NumberRecord> slot(mBuckets, *mIndex, SlotOf(key));
+  slot.Clear(mCount);
 }
 
 void CHashTable::DeleteAll() {
-  DropAll(mBuckets, mTableSize, mCount);
+  ClearAll<NumberRecord>(mBuckets, *mIndex, mTableSize, mCount);
 }
 
 int CHashTable::IsDataAvailable(std::uint64_t key) {
-  return Find<Search::kFirst>(BucketOf(key), &key, &MatchNumber) >= 0 ? 1 : 0;
+  Slot<NumberRecord> slot(mBuckets, *mIndex, SlotOf(key));
+  return slot.FindFirst(key) != nullptr ? 1 : 0;
 }
 
 int CHashTable::GetCount() {
@@ -253,10 +354,11 @@ CCRCHashTable::CCRCHashTable(int size) : mTableSize(std::max(size, 1)) {
 CCRCHashTable::~CCRCHashTable() {
   DeleteAll();
   delete[] mBuckets;
+  delete mIndex;
 }
 
 void CCRCHashTable::InitCRCHashTable() {
-  mBuckets = MakeBuckets(mTableSize);
+  MakeSlots(mTableSize, mBuckets, mIndex);
 }
 
 std::uint32_t CCRCHashTable::HashOf(const void* key, int length) {
@@ -265,62 +367,67 @@ std::uint32_t CCRCHashTable::HashOf(const void* key, int length) {
   return mCrc.GetResult();
 }
 
-CPtrArrayCtrl*& CCRCHashTable::BucketOf(std::uint32_t hash) {
-  return mBuckets[hash % static_cast<std::uint32_t>(mTableSize)];
+std::size_t CCRCHashTable::SlotOf(std::uint32_t hash) const {
+  return SlotIn(hash, static_cast<std::uint64_t>(mTableSize));
 }
 
 void CCRCHashTable::AddData(const void* key, int length, const void* data) {
   const BytesKey sought(key, length, HashOf(key, length));
-  AddRecord(BucketOf(sought.crc), MakeRecord(sought, data));
+  Slot<BytesRecord> slot(mBuckets, *mIndex, SlotOf(sought.crc));
+  slot.Add(sought, data);
   ++mCount;
 }
 
 void CCRCHashTable::SetData(const void* key, int length, const void* data) {
   const BytesKey sought(key, length, HashOf(key, length));
-  CPtrArrayCtrl* bucket = BucketOf(sought.crc);
-  Replace<BytesRecord>(bucket, Find<Search::kFirst>(bucket, &sought, &MatchBytes), data);
+  Slot<BytesRecord> slot(mBuckets, *mIndex, SlotOf(sought.crc));
+  slot.Replace(sought, data);
 }
 
 const void* CCRCHashTable::FindFirstData(const void* key, int length) {
   const BytesKey sought(key, length, HashOf(key, length));
-  CPtrArrayCtrl* bucket = BucketOf(sought.crc);
-  return DataAt<BytesRecord>(bucket, Find<Search::kFirst>(bucket, &sought, &MatchBytes));
+  Slot<BytesRecord> slot(mBuckets, *mIndex, SlotOf(sought.crc));
+  return slot.FirstData(sought);
 }
 
 const void* CCRCHashTable::FindNextData(const void* key, int length) {
   const BytesKey sought(key, length, HashOf(key, length));
-  CPtrArrayCtrl* bucket = BucketOf(sought.crc);
-  return DataAt<BytesRecord>(bucket, Find<Search::kNext>(bucket, &sought, &MatchBytes));
+  Slot<BytesRecord> slot(mBuckets, *mIndex, SlotOf(sought.crc));
+  return slot.NextData(sought);
 }
 
 void CCRCHashTable::FindAllCRCHashData(CPtrCtrl* result, const void* key, int length) {
   const BytesKey sought(key, length, HashOf(key, length));
-  Append<BytesRecord>(result, BucketOf(sought.crc), &sought, &MatchBytes);
+  Slot<BytesRecord> slot(mBuckets, *mIndex, SlotOf(sought.crc));
+  slot.AppendAll(result, sought);
 }
 
 const void* CCRCHashTable::DeleteFirstData(const void* key, int length) {
   const BytesKey sought(key, length, HashOf(key, length));
-  CPtrArrayCtrl* bucket = BucketOf(sought.crc);
-  return Remove<BytesRecord>(bucket, Find<Search::kFirst>(bucket, &sought, &MatchBytes), mCount);
+  Slot<BytesRecord> slot(mBuckets, *mIndex, SlotOf(sought.crc));
+  return slot.RemoveFirst(sought, mCount);
 }
 
 const void* CCRCHashTable::DeleteNextData(const void* key, int length) {
   const BytesKey sought(key, length, HashOf(key, length));
-  CPtrArrayCtrl* bucket = BucketOf(sought.crc);
-  return Remove<BytesRecord>(bucket, Find<Search::kNext>(bucket, &sought, &MatchBytes), mCount);
+  Slot<BytesRecord> slot(mBuckets, *mIndex, SlotOf(sought.crc));
+  return slot.RemoveNext(sought, mCount);
 }
 
 void CCRCHashTable::DeleteAllData(const void* key, int length) {
-  Drop(BucketOf(HashOf(key, length)), mCount);
+  const BytesKey sought(key, length, HashOf(key, length));
+  Slot<BytesRecord> slot(mBuckets, *mIndex, SlotOf(sought.crc));
+  slot.Clear(mCount);
 }
 
 void CCRCHashTable::DeleteAll() {
-  DropAll(mBuckets, mTableSize, mCount);
+  ClearAll<BytesRecord>(mBuckets, *mIndex, mTableSize, mCount);
 }
 
 int CCRCHashTable::IsDataAvailable(const void* key, int length) {
   const BytesKey sought(key, length, HashOf(key, length));
-  return Find<Search::kFirst>(BucketOf(sought.crc), &sought, &MatchBytes) >= 0 ? 1 : 0;
+  Slot<BytesRecord> slot(mBuckets, *mIndex, SlotOf(sought.crc));
+  return slot.FindFirst(sought) != nullptr ? 1 : 0;
 }
 
 int CCRCHashTable::GetCount() {

@@ -3,11 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <deque>
 #include <map>
 #include <random>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "qvx/ptr_list.h"
 #include "support/failing_new.h"
@@ -89,97 +88,108 @@ class HashTables : public testing::Test {};
 using Kinds = testing::Types<Numbers, Texts>;
 TYPED_TEST_SUITE(HashTables, Kinds);
 
-// A plain vector a slot. The order of a search is that of the array of the same keys.
-struct Oracle {
-  using Record = std::pair<unsigned, const void*>;
-  std::map<unsigned, std::vector<Record>> slots;
+// The array of each slot, with all that is done to it.
+class Slots {
+ public:
+  struct Record {
+    unsigned key;
+    const void* data;
+  };
 
-  std::vector<std::size_t> SearchOrder(unsigned slot, unsigned key) {
-    CPtrArrayCtrl keys;
-    for (const Record& record : slots[slot]) keys.AddData(Value(record.first), -1);
-    std::vector<std::size_t> order;
-    for (int hit = keys.FindFirst(Value(key), nullptr); hit != -1;
-         hit = keys.FindNext(Value(key), nullptr)) {
-      order.push_back(static_cast<std::size_t>(hit));
-    }
-    return order;
+  CPtrArrayCtrl& Of(unsigned slot) { return arrays_[slot]; }
+  std::map<unsigned, CPtrArrayCtrl>& All() { return arrays_; }
+  static int HasKey(const void* record, const void* key) {
+    return static_cast<const Record*>(record)->key == *static_cast<const unsigned*>(key);
   }
+  static const void* Data(CPtrArrayCtrl& array, int index) {
+    const void* record = array.GetAt(index);
+    return record != nullptr ? static_cast<const Record*>(record)->data : nullptr;
+  }
+  void Add(CPtrArrayCtrl& array, unsigned key, const void* data) {
+    records_.push_back({key, data});
+    array.AddData(&records_.back(), -1);
+  }
+  static const void* Drop(CPtrArrayCtrl& array, int index) {
+    const void* data = Data(array, index);
+    array.DeleteAt(index, 1);
+    return data;
+  }
+
+ private:
+  std::deque<Record> records_;
+  std::map<unsigned, CPtrArrayCtrl> arrays_;
 };
 
-TYPED_TEST(HashTables, AgreeWithPlainVectorsOfSlots) {
+TYPED_TEST(HashTables, AgreeWithTheArraysOfTheirSlots) {
   std::mt19937 random(23);
   for (const int size : {1, 3, 64}) {
     TypeParam table(size);
-    Oracle oracle;
+    Slots slots;
     int count = 0;
-    for (unsigned turn = 0; turn < 2000; ++turn) {
+    for (unsigned turn = 1; turn < 6000; ++turn) {
       const unsigned key = static_cast<unsigned>(random() % 50);
-      const unsigned slot = table.SlotOf(key, size);
-      auto& records = oracle.slots[slot];
-      const std::vector<std::size_t> order = oracle.SearchOrder(slot, key);
-      const void* first = order.empty() ? nullptr : records[order[0]].second;
-      const auto erase = [&](std::size_t index) {
-        records.erase(records.begin() + static_cast<std::ptrdiff_t>(index));
-        --count;
-      };
-      ASSERT_EQ(table.Has(key), order.empty() ? 0 : 1);
-      switch (random() % 8) {
-        case 0:
+      CPtrArrayCtrl& array = slots.Of(table.SlotOf(key, size));
+      const int before = array.GetCount();
+      switch (random() % 10) {
+        case 0: {
           table.Set(key, Value(1000000 + turn));
-          if (!order.empty()) records[order[0]].second = Value(1000000 + turn);
+          const int index = array.FindFirst(&key, &Slots::HasKey);
+          if (index < 0) break;
+          auto* record = static_cast<const Slots::Record*>(array.GetAt(index));
+          const_cast<Slots::Record*>(record)->data = Value(1000000 + turn);
           break;
+        }
         case 1:
-          ASSERT_EQ(table.DropFirst(key), first);
-          if (!order.empty()) erase(order[0]);
+          ASSERT_EQ(table.DropFirst(key),
+                    Slots::Drop(array, array.FindFirst(&key, &Slots::HasKey)));
           break;
         case 2:
-          ASSERT_EQ(table.First(key), first);
-          if (order.size() < 2) break;
-          ASSERT_EQ(table.DropNext(key), records[order[1]].second);
-          erase(order[1]);
+          ASSERT_EQ(table.DropNext(key), Slots::Drop(array, array.FindNext(&key, &Slots::HasKey)));
           break;
         case 3: {
           CPtrListCtrl found;
           found.AddData(Value(7), -1);
           table.All(&found, key);
-          std::vector<const void*> expected{Value(7)};
-          for (const auto& record : records) {
-            if (record.first == key) expected.push_back(record.second);
+          CPtrArrayCtrl indices;
+          array.FindAll(&indices, &key, &Slots::HasKey);
+          ASSERT_EQ(found.GetCount(), indices.GetCount() + 1);
+          for (int i = 0; i < indices.GetCount(); ++i) {
+            const auto index = static_cast<int>(reinterpret_cast<std::intptr_t>(indices.GetAt(i)));
+            ASSERT_EQ(found.GetAt(i + 1), Slots::Data(array, index));
           }
-          ASSERT_EQ(found.GetCount(), static_cast<int>(expected.size()));
-          for (int i = 0; i < found.GetCount(); ++i)
-            ASSERT_EQ(found.GetAt(i), expected[static_cast<std::size_t>(i)]);
           break;
         }
         case 4:
-          if (random() % 16 != 0) break;
+          if (random() % 64 != 0) break;
           table.DropSlot(key);
-          count -= static_cast<int>(records.size());
-          records.clear();
+          count -= before;
+          slots.All().erase(table.SlotOf(key, size));
+          continue;
+        case 5:
+          ASSERT_EQ(table.Has(key), array.FindFirst(&key, &Slots::HasKey) >= 0 ? 1 : 0);
+          break;
+        case 6:
+          table.Add(key, Value(turn));
+          slots.Add(array, key, Value(turn));
+          break;
+        case 7:
+          ASSERT_EQ(table.First(key), Slots::Data(array, array.FindFirst(&key, &Slots::HasKey)));
           break;
         default:
-          table.Add(key, Value(turn + 1));
-          records.emplace_back(key, Value(turn + 1));
-          ++count;
+          ASSERT_EQ(table.Next(key), Slots::Data(array, array.FindNext(&key, &Slots::HasKey)));
           break;
       }
+      count += array.GetCount() - before;
       ASSERT_EQ(table.Table().GetCount(), count);
-      const std::vector<std::size_t> now = oracle.SearchOrder(slot, key);
-      const void* found = table.First(key);
-      for (const std::size_t index : now) {
-        ASSERT_EQ(found, records[index].second);
-        found = table.Next(key);
-      }
-      ASSERT_EQ(found, nullptr);
     }
     tagHASHPOSITION position;
     int more = table.Table().GetHeadPosition(position);
-    for (const auto& slot : oracle.slots) {
-      for (const auto& record : slot.second) {
+    for (auto& [slot, array] : slots.All()) {
+      for (int i = 0; i < array.GetCount(); ++i) {
         ASSERT_EQ(more, 1);
         ASSERT_EQ(table.Table().IsDataAvailable(position), 1);
-        ASSERT_EQ(table.Table().GetDataAt(position), record.second);
-        ASSERT_EQ(position.bucket, static_cast<int>(slot.first));
+        ASSERT_EQ(table.Table().GetDataAt(position), Slots::Data(array, i));
+        ASSERT_EQ(position.bucket, static_cast<int>(slot));
         more = table.Table().MoveHashPositionNext(position);
       }
     }

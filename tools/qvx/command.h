@@ -37,5 +37,6 @@ void AddGifCommand(CLI::App& app);
 void AddSumCommand(CLI::App& app);
 void AddImageCommand(CLI::App& app);
 void AddThermalCommand(CLI::App& app);
+void AddProcessCommands(CLI::App& app);
 
 }  // namespace qvx::tool

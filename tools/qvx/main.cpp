@@ -32,6 +32,7 @@ void AddCommands(CLI::App& app) {
   AddSumCommand(app);
   AddImageCommand(app);
   AddThermalCommand(app);
+  AddProcessCommands(app);
 }
 
 int Fail(std::string text) {

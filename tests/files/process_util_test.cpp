@@ -1,0 +1,426 @@
+#include "qvx/process_util.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <random>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "files/pe_file.h"
+#include "files/version_block.h"
+#include "platform/process.h"
+#include "qvx/platform.h"
+#include "qvx/ptr_array.h"
+#include "support/debug_lines.h"
+#include "support/fault_plan.h"
+#include "support/temp_folder.h"
+
+namespace qvx::test {
+namespace {
+
+std::u16string Wide(const std::string& ascii) {
+  return {ascii.begin(), ascii.end()};
+}
+
+std::string LibraryForm(const std::string& native) {
+  CBaseStringA path;
+  NativePathToLibraryA(native.c_str(), &path);
+  return path.GetString();
+}
+
+// A sleeping process whose program is a copy with a name of the test's own.
+class Sleeper {
+ public:
+  Sleeper(const TempFolder& folder, const std::string& name) : path_(folder.Path(name)) {
+    std::filesystem::copy_file("/bin/sleep", path_,
+                               std::filesystem::copy_options::overwrite_existing);
+    std::string program = path_;
+    std::string seconds = "1000";
+    char* const arguments[] = {program.data(), seconds.data(), nullptr};
+    EXPECT_EQ(0, posix_spawn(&child_, path_.c_str(), nullptr, nullptr, arguments, environ));
+  }
+  ~Sleeper() {
+    if (child_ > 0) kill(child_, SIGKILL);
+    WaitForSignal();
+  }
+  Sleeper(const Sleeper&) = delete;
+  Sleeper& operator=(const Sleeper&) = delete;
+  unsigned Id() const { return static_cast<unsigned>(child_); }
+  const std::string& Path() const { return path_; }
+  // The signal that ended it.
+  int WaitForSignal() {
+    int status = 0;
+    if (child_ > 0) waitpid(std::exchange(child_, -1), &status, 0);
+    return WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+  }
+
+ private:
+  std::string path_;
+  pid_t child_ = -1;
+};
+
+std::vector<unsigned> Ids(const std::string& name, int full_path) {
+  CPtrArrayCtrl narrow;
+  CPtrArrayCtrl wide;
+  GetPidListByNameA(name.c_str(), full_path, &narrow);
+  GetPidListByNameW(Wide(name).c_str(), full_path, &wide);
+  EXPECT_TRUE(narrow.Compare(&wide, nullptr));
+  std::vector<unsigned> ids;
+  ids.reserve(static_cast<std::size_t>(narrow.GetCount()));
+  for (int i = 0; i < narrow.GetCount(); ++i) {
+    ids.push_back(static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(narrow.GetAt(i))));
+  }
+  return ids;
+}
+
+using One = std::vector<unsigned>;
+
+TEST(Processes, AreFoundNamedAndEnded) {
+  const TempFolder folder;
+  const std::string name = "Qvx) S 1 ((test " + std::to_string(getpid());
+  Sleeper sleeper(folder, name);
+  EXPECT_EQ(static_cast<unsigned>(getpid()), GetParentProcessID(sleeper.Id()));
+  EXPECT_EQ(static_cast<unsigned>(getppid()), GetParentProcessID(static_cast<unsigned>(getpid())));
+  const std::string path = LibraryForm(sleeper.Path());
+  std::string upper = name;
+  for (char& c : upper) c = static_cast<char>(toupper(c));
+  const auto check = [&] {
+    char text[260];
+    WCHAR wide[260];
+    EXPECT_NE(0, GetProgramNameA(sleeper.Id(), 1, text));
+    EXPECT_EQ(path, text);
+    EXPECT_NE(0, GetProgramNameW(sleeper.Id(), 0, wide));
+    EXPECT_EQ(Wide(name), wide);
+    EXPECT_NE(0, GetProgramPathA(sleeper.Id(), text));
+    EXPECT_EQ(LibraryForm(folder.Path()), text);
+    EXPECT_NE(0, GetProgramPathW(sleeper.Id(), wide));
+    EXPECT_EQ(Wide(LibraryForm(folder.Path())), wide);
+    EXPECT_EQ(One{sleeper.Id()}, Ids(upper, 0));
+    EXPECT_EQ(One{sleeper.Id()}, Ids(path, 1));
+    EXPECT_EQ(One{}, Ids(name, 1));
+  };
+  check();
+  std::filesystem::remove(sleeper.Path());
+  check();
+
+  // A second one with the same name, and one that must go on.
+  Sleeper again(folder, name);
+  Sleeper other(folder, name + "b");
+  const DebugLines lines;
+  KillPidByNameA(upper.c_str(), 0);
+  EXPECT_EQ(SIGKILL, sleeper.WaitForSignal());
+  EXPECT_EQ(SIGKILL, again.WaitForSignal());
+  EXPECT_EQ(2u, lines.All().size());
+  EXPECT_NE(0, GetProgramNameA(other.Id(), 0, nullptr));
+  const unsigned id = other.Id();
+  KillPidByNameW(Wide(name + "b").c_str(), 0);
+  EXPECT_EQ(1,
+            lines.Count(2, "KillPidByName " + name + "b, pid=" + std::to_string(id) + "...\r\n"));
+  EXPECT_EQ(SIGKILL, other.WaitForSignal());
+  EXPECT_EQ(0xFFFFFFFFu, GetParentProcessID(id));
+  EXPECT_EQ(0, GetProgramNameA(id, 0, nullptr));
+  EXPECT_EQ(One{}, Ids(name, 0));
+}
+
+TEST(Processes, ThatCannotBeLookedAt) {
+  char text[260] = "as before";
+  WCHAR wide[260];
+  for (const unsigned id : {0u, 0xFFFFFFFFu, 0x7FFFFFFFu}) {
+    EXPECT_EQ(0xFFFFFFFFu, GetParentProcessID(id));
+    EXPECT_EQ(0, GetProgramNameA(id, 1, text));
+    EXPECT_EQ(0, GetProgramPathW(id, wide));
+  }
+  // The kernel's own threads, where they are to be seen.
+  EXPECT_TRUE(GetParentProcessID(2) != 0 || GetProgramNameA(2, 1, text) == 0);
+  EXPECT_STREQ("as before", text);
+  CPtrArrayCtrl list;
+  GetPidListByNameA("", 0, &list);
+  GetPidListByNameA(nullptr, 0, &list);
+  GetPidListByNameA("x", 0, nullptr);
+  EXPECT_TRUE(list.IsEmpty());
+}
+
+// The number of a process that came later: the question in between tells them apart.
+TEST(Processes, AreAskedOnceMoreBeforeTheyAreEnded) {
+  const TempFolder folder;
+  Sleeper sleeper(folder, "qvx_asked");
+  EXPECT_FALSE(platform::EndProcess(sleeper.Id(), [](std::uint32_t) { return false; }));
+  EXPECT_NE(0, GetProgramNameA(sleeper.Id(), 0, nullptr));
+}
+
+TEST(Versions, OfPeFiles) {
+  const TempFolder folder;
+  const std::u16string version = u"1.2.3.4 beta";
+  PeOptions in_32;
+  in_32.is_64 = false;
+  in_32.name_id = 7;
+  PeOptions unnamed;
+  unnamed.version_key = u"FileVersions";
+  PeOptions without;
+  without.has_translation = false;
+  const struct {
+    std::string bytes;
+    int result;
+    const char* text;
+  } files[] = {{PeFile(version), 1, "1.2.3.4 beta"},
+               {PeFile(version, in_32), 1, "1.2.3.4 beta"},
+               {PeFile(version, unnamed), 1, ""},
+               {PeFile(version, without), 0, "?"},
+               {"MZ", 0, "?"},
+               {"", 0, "?"}};
+  for (const auto& file : files) {
+    const std::string path = LibraryForm(folder.Write("file", file.bytes));
+    char text[32] = "?";
+    WCHAR wide[32] = u"?";
+    EXPECT_EQ(file.result, GetFileVersionA(path.c_str(), text, sizeof(text)));
+    EXPECT_STREQ(file.text, text);
+    EXPECT_EQ(file.result, GetFileVersionW(Wide(path).c_str(), wide, 32));
+    EXPECT_EQ(Wide(file.text), wide);
+  }
+  const std::string path = LibraryForm(folder.Write("file", files[0].bytes));
+  char text[6] = "?????";
+  EXPECT_EQ(1, GetFileVersionA(path.c_str(), text, 4));
+  EXPECT_STREQ("1.2", text);
+  EXPECT_EQ('?', text[4]);
+  EXPECT_EQ(1, GetFileVersionA(path.c_str(), text, 0));
+  EXPECT_EQ(1, GetFileVersionA(path.c_str(), nullptr, 9));
+  EXPECT_EQ(0, GetFileVersionA(nullptr, text, 4));
+  EXPECT_EQ(0, GetFileVersionW(u"C:\\no such file", nullptr, 0));
+}
+
+TEST(Versions, OfTruncatedAndChangedFiles) {
+  const std::string whole = PeFile(u"9.8.7");
+  std::mt19937 random(94);
+  const auto look = [](const std::string& bytes) {
+    return files::FileVersionOf([&](std::uint64_t offset, void* out, std::size_t size) {
+      if (offset > bytes.size() || size > bytes.size() - offset) return false;
+      std::memcpy(out, bytes.data() + offset, size);
+      return true;
+    });
+  };
+  ASSERT_EQ(u"9.8.7", look(whole).value_or(u""));
+  for (std::size_t size = 0; size < whole.size(); ++size) {
+    EXPECT_EQ(std::nullopt, look(whole.substr(0, size))) << size;
+  }
+  for (int round = 0; round < 3000; ++round) {
+    std::string changed = whole;
+    for (int i = 0; i < 3; ++i) changed[random() % changed.size()] = static_cast<char>(random());
+    look(changed);
+  }
+}
+
+TEST(SingleInstance, IsHeldByOneProcess) {
+  const TempFolder folder;
+  setenv("XDG_RUNTIME_DIR", folder.Path().c_str(), 1);
+  const std::string name = "Global\\a/b \xC3\xA4" + std::string(300, 'n');
+  std::u16string wide;
+  CBaseStringW converted;
+  Utf8ToWide(name.c_str(), -1, &converted);
+  EXPECT_EQ(1, CheckSingleInstanceA(name.c_str()));
+  EXPECT_TRUE(std::filesystem::is_empty(folder.Path()));
+
+  int ready[2];
+  ASSERT_EQ(0, pipe(ready));
+  const pid_t child = fork();
+  if (child == 0) {
+    const char held = static_cast<char>('0' + HoldInstanceNameW(converted.GetString()));
+    if (write(ready[1], &held, 1) == 1) pause();
+    _exit(0);
+  }
+  char held = 0;
+  ASSERT_EQ(1, read(ready[0], &held, 1));
+  EXPECT_EQ('1', held);
+  EXPECT_EQ(0, CheckSingleInstanceA(name.c_str()));
+  EXPECT_EQ(0, CheckSingleInstanceW(converted.GetString()));
+  EXPECT_EQ(0, HoldInstanceName(name.c_str()));
+  EXPECT_EQ(0, ReleaseInstanceName(name.c_str()));
+  EXPECT_EQ(1, CheckSingleInstanceA("another"));
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  close(ready[0]);
+  close(ready[1]);
+  EXPECT_EQ(1, CheckSingleInstanceA(name.c_str()));
+
+  EXPECT_EQ(1, HoldInstanceName(name.c_str()));
+  EXPECT_EQ(0, HoldInstanceName(name.c_str()));
+  EXPECT_EQ(0, CheckSingleInstanceA(name.c_str()));
+  EXPECT_EQ(1, ReleaseInstanceNameW(converted.GetString()));
+  EXPECT_EQ(1, CheckSingleInstanceA(name.c_str()));
+  EXPECT_TRUE(std::filesystem::is_empty(folder.Path()));
+  EXPECT_EQ(1, CheckSingleInstanceA(nullptr));
+  EXPECT_EQ(0, HoldInstanceName(""));
+
+  // No rights to look counts as held, any other failure as free.
+  for (const int error : {EACCES, EMFILE}) {
+    FaultPlan plan;
+    plan.Fail(platform::Operation::kFileOpen, 1, error);
+    EXPECT_EQ(error == EACCES ? 0 : 1, CheckSingleInstanceA(name.c_str()));
+  }
+  unsetenv("XDG_RUNTIME_DIR");
+}
+
+struct Output {
+  std::string text;
+  unsigned blocks = 0;
+  bool terminated = true;
+};
+
+int Collect(void* context, const char* text, unsigned length) {
+  auto& output = *static_cast<Output*>(context);
+  output.terminated = output.terminated && text[length] == '\0' && length > 0 && length <= 4095;
+  output.text.append(text, length);
+  ++output.blocks;
+  return 0;
+}
+
+struct Ran {
+  int result;
+  unsigned code;
+  Output output;
+};
+
+Ran RunCommand(const std::string& command, bool shell) {
+  Ran ran{0, 12345, {}};
+  ran.result = do_syscmd_A(&Collect, &ran.output, shell, &ran.code, "%s", command.c_str());
+  EXPECT_TRUE(ran.output.terminated);
+  return ran;
+}
+
+TEST(Commands, PassTheirOutputOn) {
+  const struct {
+    const char* command;
+    bool shell;
+    unsigned code;
+    const char* text;
+  } cases[] = {{"printf [%s] a \"b c\" d\\ e '' 'f\"\\' \"g\\\\'\\\"\\n\"", false, 0,
+                "[a][b c][d e][][f\"\\][g\\'\"\\n]"},
+               {"echo out; echo err >&2; exit 7", true, 7, "out\nerr\n"},
+               {"exec >&- 2>&-; exit 9", true, 9, ""},
+               {"kill -9 $$", true, 128 + 9, ""},
+               {"(read line; echo late $line) <<- end & exit 3\n8\nend\n", true, 3, "late 8\n"},
+               {"false", false, 1, ""}};
+  for (const auto& one : cases) {
+    const Ran ran = RunCommand(one.command, one.shell);
+    EXPECT_EQ(1, ran.result) << one.command;
+    EXPECT_EQ(one.code, ran.code) << one.command;
+    EXPECT_EQ(one.text, ran.output.text) << one.command;
+  }
+  const DebugLines lines;
+  Output output;
+  unsigned code = 1;
+  EXPECT_EQ(1, do_syscmd_W(&Collect, &output, 1, &code, u"head -c %d /dev/zero | tr '\\0' %ls",
+                           300000, u"x"));
+  EXPECT_EQ(std::string(300000, 'x'), output.text);
+  EXPECT_GT(output.blocks, 70u);
+  EXPECT_EQ(0u, code);
+  EXPECT_EQ(1, lines.Count(2, "Call cmd:head -c 300000 /dev/zero | tr '\\0' x\r\n"));
+}
+
+TEST(Commands, WithoutACallbackEndWithTheChild) {
+  const TempFolder folder;
+  unsigned code = 0;
+  EXPECT_EQ(1, do_syscmd_A(nullptr, nullptr, 1, &code,
+                           "head -c 300000 /dev/zero; sleep 1000 & echo $! > '%s'; exit 5",
+                           folder.Path("left_behind").c_str()));
+  EXPECT_EQ(5u, code);
+  const pid_t left_behind = std::stoi(ReadWhole(folder.Path("left_behind")));
+  EXPECT_EQ(0, kill(left_behind, SIGKILL));
+  EXPECT_EQ(1, do_syscmd_A(nullptr, nullptr, 1, nullptr, "exit 1"));
+}
+
+TEST(Commands, ThatCannotBeStarted) {
+  const DebugLines lines;
+  for (const char* command : {"/no/such/program x", "unset x", "", "  ", "/"}) {
+    const Ran ran = RunCommand(command, false);
+    EXPECT_EQ(0, ran.result) << command;
+    EXPECT_EQ(12345u, ran.code);
+    EXPECT_EQ(0u, ran.output.blocks);
+  }
+  EXPECT_EQ(5, lines.Count(2, "CreateProcess Failed!"));
+  EXPECT_EQ(0, do_syscmd_A(&Collect, nullptr, 0, nullptr, nullptr));
+  FaultPlan plan;
+  plan.Fail(platform::Operation::kFork, 1, EAGAIN);
+  EXPECT_EQ(0, RunCommand("true", false).result);
+}
+
+// Descriptors that the host leaves open for its children, and signals that it blocks or ignores.
+TEST(Commands, GetNothingOfTheHostsBeyondTheStandard) {
+  const int descriptor = dup2(STDERR_FILENO, 77);
+  const Ran listed = RunCommand("ls /proc/self/fd", false);
+  EXPECT_EQ("0\n1\n2\n3\n", listed.output.text);  // 3 is the list's own
+  close(descriptor);
+
+  sigset_t blocked;
+  sigset_t before;
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGUSR1);
+  pthread_sigmask(SIG_BLOCK, &blocked, &before);
+  const sighandler_t handler = signal(SIGUSR2, SIG_IGN);
+  const Ran signals = RunCommand("grep -E '^Sig(Blk|Ign):' /proc/self/status", false);
+  EXPECT_TRUE(std::regex_match(signals.output.text, std::regex("SigBlk:\\s0+\nSigIgn:\\s0+\n")))
+      << signals.output.text;
+  signal(SIGUSR2, handler);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+TEST(Attributes, AreReadAndChanged) {
+  const struct {
+    const char* config;
+    const char* attribute;
+    const char* old_value;  // null for none
+    const char* value;
+    const char* changed;
+  } cases[] = {{"a=1;b=2", "b=", "2", "3", "a=1;b=3"},
+               {"a=1;b=2", "c=", nullptr, "4", "a=1;b=2;c=4"},
+               {"", "a=", nullptr, "1", ";a=1"},
+               {"ab=1", "a", "b=1", "c", "ac"},
+               {";;a=1;;", "a=", "1", "2", ";;a=2;;"},
+               {"x=1;a=1;a=2", "a=", "1", "", "x=1;a=;a=2"},
+               {"A=1;a=1;xa=12", "a=", "1", "3", "a=3;a=3;xa=32"},
+               {"a=", "a=", "", "1", "a=1"}};
+  for (const auto& one : cases) {
+    CBaseStringA config(one.config);
+    CBaseStringA value("untouched");
+    const int found = GetAttrValueFromConfig(&config, ";", one.attribute, &value);
+    EXPECT_EQ(one.old_value != nullptr ? 1 : 0, found) << one.config;
+    EXPECT_STREQ(one.old_value != nullptr ? one.old_value : "untouched", value.GetString());
+    SetAttrValueToConfig(&config, ";", one.attribute, one.value);
+    EXPECT_STREQ(one.changed, config.GetString());
+  }
+  CBaseStringA config("a\r\nb=1\r\n");
+  CBaseStringA value;
+  EXPECT_EQ(1, GetAttrValueFromConfig(&config, "\r\n", "b=", &value));
+  EXPECT_STREQ("1", value.GetString());
+  EXPECT_EQ(0, GetAttrValueFromConfig(nullptr, ";", "a", &value));
+  EXPECT_EQ(0, GetAttrValueFromConfig(&config, nullptr, "a", &value));
+  EXPECT_EQ(0, GetAttrValueFromConfig(&config, ";", nullptr, &value));
+  EXPECT_EQ(0, GetAttrValueFromConfig(&config, ";", "a", nullptr));
+  SetAttrValueToConfig(&config, ";", "a", nullptr);
+  EXPECT_STREQ("a\r\nb=1\r\n", config.GetString());
+}
+
+TEST(Module, TellsWhenItWasWritten) {
+  struct stat status {};
+  ASSERT_EQ(0, stat("/proc/self/exe", &status));
+  char expected[32];
+  tm local{};
+  localtime_r(&status.st_mtime, &local);
+  strftime(expected, sizeof(expected), "%Y/%m/%d_%H:%M:%S", &local);
+  EXPECT_STREQ(expected, GetModuleLastWriteTimeA());
+  FaultPlan plan;
+  plan.Fail(platform::Operation::kFileOpen, 1, EMFILE);
+  EXPECT_STREQ("", GetModuleLastWriteTimeA());
+}
+
+}  // namespace
+}  // namespace qvx::test
