@@ -36,7 +36,11 @@ TEST(ProcessorId, AgreesWithTheSystemsList) {
   EXPECT_EQ(SystemsAnswer("vendor_id"), text.GetString());
   EXPECT_EQ(1, lines.Count(2, "CPU_VID:" + std::string(text.GetString()) + "\r\n"));
   id.GetBrand(text);
-  EXPECT_EQ(SystemsAnswer("model name"), WithoutBlanksAround(text.GetString()));
+  // A virtual machine may show programs one name and its system another.
+  const bool is_virtual = SystemsAnswer("flags").find(" hypervisor") != std::string::npos;
+  EXPECT_GT(text.GetLength(), 0);
+  EXPECT_TRUE(is_virtual || SystemsAnswer("model name") == WithoutBlanksAround(text.GetString()))
+      << text.GetString();
   EXPECT_EQ(1, lines.Count(2, "CPU_Brand:" + std::string(text.GetString()) + "\r\n"));
 
   const struct {
