@@ -3,8 +3,6 @@
 // at once, may be called from any thread, and throw std::bad_alloc where there is no memory.
 #pragma once
 
-#include <cstdarg>
-
 #include "qvx/base_string.h"
 #include "qvx/ptr_ctrl.h"
 #include "qvx/types.h"

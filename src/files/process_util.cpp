@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -225,23 +225,6 @@ int RunFormatted(const CommandRun& run, C* block, int length) {
   return RunCommand(run, ToSystem(command.get()));
 }
 
-// Attributes ---------------------------------------------------------------------------------
-
-// The value of an attribute, cut off its entry.
-std::optional<std::string> FindAttribute(const CBaseStringA& config, const char* separator,
-                                         std::string_view attribute) {
-  CPtrArrayCtrl entries;
-  const char* separators[] = {separator};
-  const std::unique_ptr<char, void (*)(void*)> block(
-      DevideStringByStringListA(config.GetString(), config.GetLength(), separators, 1, &entries),
-      &Internal_DelArrayA);
-  for (int i = 0; i < entries.GetCount(); ++i) {
-    const std::string_view entry = static_cast<const char*>(entries.GetAt(i));
-    if (entry.starts_with(attribute)) return std::string(entry.substr(attribute.size()));
-  }
-  return std::nullopt;
-}
-
 }  // namespace
 }  // namespace qvx::files
 
@@ -313,32 +296,6 @@ void KillPidByNameA(const char* name, int fullPath) {
 
 void KillPidByNameW(const WCHAR* name, int fullPath) {
   KillPidByName(name, fullPath);
-}
-
-int GetAttrValueFromConfig(const CBaseStringA* config, const char* separator, const char* attribute,
-                           CBaseStringA* value) {
-  if (config == nullptr || separator == nullptr || attribute == nullptr || value == nullptr) {
-    return 0;
-  }
-  const auto found = FindAttribute(*config, separator, attribute);
-  if (!found) return 0;
-  value->Set(found->data(), static_cast<int>(found->size()));
-  return 1;
-}
-
-void SetAttrValueToConfig(CBaseStringA* config, const char* separator, const char* attribute,
-                          const char* value) {
-  if (config == nullptr || separator == nullptr || attribute == nullptr || value == nullptr) {
-    return;
-  }
-  const auto found = FindAttribute(*config, separator, attribute);
-  if (!found) return config->AppendFormat("%s%s%s", separator, attribute, value);
-  CBaseStringA old_entry;
-  CBaseStringA new_entry;
-  old_entry.Format("%s%s", attribute, found->c_str());
-  new_entry.Format("%s%s", attribute, value);
-  config->Replace(old_entry.GetString(), old_entry.GetLength(), new_entry.GetString(),
-                  new_entry.GetLength(), 1);
 }
 
 int do_syscmd_A(SysCmdCallback callback, void* userData, int useShell, unsigned int* exitCode,

@@ -377,42 +377,6 @@ TEST(Commands, GetNothingOfTheHostsBeyondTheStandard) {
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
-TEST(Attributes, AreReadAndChanged) {
-  const struct {
-    const char* config;
-    const char* attribute;
-    const char* old_value;  // null for none
-    const char* value;
-    const char* changed;
-  } cases[] = {{"a=1;b=2", "b=", "2", "3", "a=1;b=3"},
-               {"a=1;b=2", "c=", nullptr, "4", "a=1;b=2;c=4"},
-               {"", "a=", nullptr, "1", ";a=1"},
-               {"ab=1", "a", "b=1", "c", "ac"},
-               {";;a=1;;", "a=", "1", "2", ";;a=2;;"},
-               {"x=1;a=1;a=2", "a=", "1", "", "x=1;a=;a=2"},
-               {"A=1;a=1;xa=12", "a=", "1", "3", "a=3;a=3;xa=32"},
-               {"a=", "a=", "", "1", "a=1"}};
-  for (const auto& one : cases) {
-    CBaseStringA config(one.config);
-    CBaseStringA value("untouched");
-    const int found = GetAttrValueFromConfig(&config, ";", one.attribute, &value);
-    EXPECT_EQ(one.old_value != nullptr ? 1 : 0, found) << one.config;
-    EXPECT_STREQ(one.old_value != nullptr ? one.old_value : "untouched", value.GetString());
-    SetAttrValueToConfig(&config, ";", one.attribute, one.value);
-    EXPECT_STREQ(one.changed, config.GetString());
-  }
-  CBaseStringA config("a\r\nb=1\r\n");
-  CBaseStringA value;
-  EXPECT_EQ(1, GetAttrValueFromConfig(&config, "\r\n", "b=", &value));
-  EXPECT_STREQ("1", value.GetString());
-  EXPECT_EQ(0, GetAttrValueFromConfig(nullptr, ";", "a", &value));
-  EXPECT_EQ(0, GetAttrValueFromConfig(&config, nullptr, "a", &value));
-  EXPECT_EQ(0, GetAttrValueFromConfig(&config, ";", nullptr, &value));
-  EXPECT_EQ(0, GetAttrValueFromConfig(&config, ";", "a", nullptr));
-  SetAttrValueToConfig(&config, ";", "a", nullptr);
-  EXPECT_STREQ("a\r\nb=1\r\n", config.GetString());
-}
-
 TEST(Module, TellsWhenItWasWritten) {
   struct stat status {};
   ASSERT_EQ(0, stat("/proc/self/exe", &status));
