@@ -183,8 +183,11 @@ void HalveChromaRows(const RepackRows& rows, FrameSize size, const void* src, bo
   const SourcePlanes from(Sampling::k422, extent, Bytes(src), src_uv_swap);
   const TargetPlanes to(Sampling::k420, extent, Bytes(dst), dst_uv_swap);
   std::memcpy(to.y, from.y, extent.Area());
+  // One plane after the other: fewer streams of memory at a time.
   for (std::size_t row = 0; row + 1 < extent.height; row += 2) {
     rows.average(from.U(row), from.U(row + 1), from.chroma_width, to.U(row));
+  }
+  for (std::size_t row = 0; row + 1 < extent.height; row += 2) {
     rows.average(from.V(row), from.V(row + 1), from.chroma_width, to.V(row));
   }
 }
@@ -196,8 +199,11 @@ void DoubleChromaRows(FrameSize size, const void* src, bool src_uv_swap, void* d
   const SourcePlanes from(Sampling::k420, extent, Bytes(src), src_uv_swap);
   const TargetPlanes to(Sampling::k422, extent, Bytes(dst), dst_uv_swap);
   std::memcpy(to.y, from.y, extent.Area());
-  for (std::size_t row = 0; row < extent.height / 2 * 2; ++row) {
+  const std::size_t even_height = extent.height / 2 * 2;
+  for (std::size_t row = 0; row < even_height; ++row) {
     std::memcpy(to.U(row), from.U(row), from.chroma_width);
+  }
+  for (std::size_t row = 0; row < even_height; ++row) {
     std::memcpy(to.V(row), from.V(row), from.chroma_width);
   }
 }
