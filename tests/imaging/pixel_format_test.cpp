@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstring>
 #include <random>
 #include <vector>
 
@@ -162,7 +161,7 @@ void ExpectYuvOfRgb(const Picture& src, const Picture& dst) {
 void ExpectPairs(const Picture& src, const Picture& dst) {
   const bool split = src.layout == Layout::kSemiPlanar;
   const std::size_t area = src.width * src.height;
-  std::memcpy(dst.data, src.data, area);
+  std::copy_n(src.data, area, dst.data);
   const bool swap = split ? dst.flag : src.flag;
   for (std::size_t i = 0; i < area / 4; ++i) {
     for (std::size_t k = 0; k < 2; ++k) {
@@ -177,7 +176,7 @@ void ExpectYuvOfYuv(const Picture& src, const Picture& dst) {
   const bool planar = src.layout != Layout::kYuyv && dst.layout != Layout::kYuyv;
   const bool mean = src.layout == Layout::kYuv422 && dst.layout == Layout::kYuv420;
   const std::size_t rows = std::max(Rows(src.layout), Rows(dst.layout));
-  if (planar) std::memcpy(dst.data, src.data, src.width * src.height);
+  if (planar) std::copy_n(src.data, src.width * src.height, dst.data);
   for (std::size_t y = 0; y < src.height / rows * rows; ++y) {
     for (std::size_t x = 0; x < src.width / 2 * 2; ++x) {
       dst.Sample(x, y, 0) = src.Sample(x, y, 0);
