@@ -148,13 +148,12 @@ HWY_INLINE UnpackedWords Unpack(V8 bytes) {
   const Words words = hn::BitCast(kU16, bytes);
   constexpr bool kIs565 = kFrom == kRgb565;
   const Words green = kIs565 ? Field<5, 0xFC00>(words) : Field<6, 0xF800>(words);
-  const Words high = kIs565 ? Field<0, 0xF800>(words) : Field<1, 0xF800>(words);
-  const Words low = Field<3, 0x00F8>(words);
   if constexpr (kSwap) {
-    return {hn::BitCast(k8, hn::Or(hn::ShiftRight<8>(high), green)),
-            hn::BitCast(k8, hn::ShiftLeft<8>(low))};
+    const Words high = Field < kIs565 ? -8 : -7, 0x00F8 > (words);
+    return {hn::BitCast(k8, hn::Or(high, green)), hn::BitCast(k8, hn::ShiftLeft<11>(words))};
   }
-  return {hn::BitCast(k8, hn::Or(low, green)), hn::BitCast(k8, high)};
+  const Words high = Field < kIs565 ? 0 : 1, 0xF800 > (words);
+  return {hn::BitCast(k8, hn::Or(Field<3, 0x00F8>(words), green)), hn::BitCast(k8, high)};
 }
 
 template <std::size_t kBlock, std::size_t kHalf>
