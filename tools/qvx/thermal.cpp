@@ -25,7 +25,7 @@ constexpr unsigned int kInk = 0xFF202020;
 constexpr int kEdge = 16;  // around everything
 constexpr int kBarWidth = 24;
 constexpr int kTick = 6;
-constexpr int kLeastHeight = 160;  // of the bar
+constexpr int kLeastHeight = 256;  // of the bar: one row for each colour
 constexpr int kGoodSide = 480;     // of a picture whose zoom is not told
 constexpr int kMostZoom = 1000;
 
