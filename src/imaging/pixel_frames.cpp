@@ -1,5 +1,6 @@
 #include "imaging/pixel_frames.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <utility>
@@ -93,6 +94,15 @@ bool Usable(const void* src, const void* dst, Extent size) {
   return src != nullptr && dst != nullptr && size.Fits();
 }
 
+// In pieces, which the C library copies by the processor's string instruction; that is quicker
+// than its loop for big blocks.
+void CopyPlane(const std::uint8_t* from, std::size_t size, std::uint8_t* to) {
+  constexpr std::size_t kPiece = 256 * 1024;
+  for (std::size_t done = 0; done < size; done += kPiece) {
+    std::memcpy(to + done, from + done, std::min(kPiece, size - done));
+  }
+}
+
 // The packed rows lie without gaps, four bytes a pair.
 std::size_t PackedRow(Extent size) {
   return 4 * size.Pairs();
@@ -182,7 +192,7 @@ void HalveChromaRows(const RepackRows& rows, FrameSize size, const void* src, bo
   if (!Usable(src, dst, extent)) return;
   const SourcePlanes from(Sampling::k422, extent, Bytes(src), src_uv_swap);
   const TargetPlanes to(Sampling::k420, extent, Bytes(dst), dst_uv_swap);
-  std::memcpy(to.y, from.y, extent.Area());
+  CopyPlane(from.y, extent.Area(), to.y);
   // One plane after the other: fewer streams of memory at a time.
   for (std::size_t row = 0; row + 1 < extent.height; row += 2) {
     rows.average(from.U(row), from.U(row + 1), from.chroma_width, to.U(row));
@@ -198,7 +208,7 @@ void DoubleChromaRows(FrameSize size, const void* src, bool src_uv_swap, void* d
   if (!Usable(src, dst, extent)) return;
   const SourcePlanes from(Sampling::k420, extent, Bytes(src), src_uv_swap);
   const TargetPlanes to(Sampling::k422, extent, Bytes(dst), dst_uv_swap);
-  std::memcpy(to.y, from.y, extent.Area());
+  CopyPlane(from.y, extent.Area(), to.y);
   const std::size_t even_height = extent.height / 2 * 2;
   for (std::size_t row = 0; row < even_height; ++row) {
     std::memcpy(to.U(row), from.U(row), from.chroma_width);
@@ -223,7 +233,7 @@ std::size_t PlainArea(FrameSize size) {
 void SplitChroma(const RepackRows& rows, FrameSize size, const void* src, void* dst, bool uv_swap) {
   const std::size_t area = PlainArea(size);
   if (src == nullptr || dst == nullptr || area == 0) return;
-  std::memcpy(dst, src, area);
+  CopyPlane(Bytes(src), area, Bytes(dst));
   std::uint8_t* first = Bytes(dst) + area;
   std::uint8_t* second = first + area / 4;
   if (uv_swap) std::swap(first, second);
@@ -233,7 +243,7 @@ void SplitChroma(const RepackRows& rows, FrameSize size, const void* src, void* 
 void JoinChroma(const RepackRows& rows, FrameSize size, const void* src, bool uv_swap, void* dst) {
   const std::size_t area = PlainArea(size);
   if (src == nullptr || dst == nullptr || area == 0) return;
-  std::memcpy(dst, src, area);
+  CopyPlane(Bytes(src), area, Bytes(dst));
   const std::uint8_t* first = Bytes(src) + area;
   const std::uint8_t* second = first + area / 4;
   if (uv_swap) std::swap(first, second);
