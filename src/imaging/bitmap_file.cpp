@@ -3,16 +3,68 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "imaging/bitmap_layout.h"
-#include "platform/new_file.h"
+#include "platform/file.h"
 #include "platform/path.h"
+#include "platform/pending_file.h"
 
 namespace qvx::imaging {
 namespace {
+
+constexpr std::size_t kBlock = 0x40000;
+
+// Collects what goes into a file, which appears under its name when it is complete.
+class BlockWriter {
+ public:
+  explicit BlockWriter(const std::string& path)
+      : block_(new unsigned char[kBlock]), good_(MayReplace(path) && file_.Create(path)) {}
+
+  // False from the first failure on.
+  bool IsGood() const { return good_; }
+
+  void Append(const unsigned char* data, std::size_t size) {
+    while (size > 0 && good_) {
+      const std::size_t step = std::min(size, kBlock - filled_);
+      std::memcpy(block_.get() + filled_, data, step);
+      filled_ += step;
+      data += step;
+      size -= step;
+      if (filled_ == kBlock) Flush();
+    }
+  }
+
+  void Finish() {
+    Flush();
+    if (good_) file_.Install();
+  }
+
+ private:
+  // Not in place of a file that is protected, nor of a link to a folder.
+  static bool MayReplace(const std::string& path) {
+    const platform::EntryKind kind = platform::KindOf(path);
+    if (kind == platform::EntryKind::kNone) return true;
+    return kind == platform::EntryKind::kFile && (platform::AttributesOf(path) & 0x1) == 0;
+  }
+
+  void Flush() {
+    const platform::File& file = file_.Content();
+    if (good_) good_ = file.WriteAt(offset_, block_.get(), filled_).count == filled_;
+    offset_ += filled_;
+    filled_ = 0;
+  }
+
+  platform::PendingFile file_;
+  std::unique_ptr<unsigned char[]> block_;
+  std::size_t filled_ = 0;
+  std::uint64_t offset_ = 0;
+  bool good_;
+};
 
 // The rows of a buffer in the order in which they are written.
 class Rows {
@@ -27,7 +79,7 @@ class Rows {
     in_memory_ = length == 0 ? row_bytes_ : std::min(length, row_bytes_);
   }
 
-  void WriteTo(platform::NewFile& file) const {
+  void WriteTo(BlockWriter& file) const {
     if (row_bytes_ == 0) return;
     for (std::uint32_t row = 0; row < count_ && file.IsGood(); ++row) {
       WriteRow(first_ + std::ptrdiff_t{row} * step_, file);
@@ -35,7 +87,7 @@ class Rows {
   }
 
  private:
-  void WriteRow(const unsigned char* row, platform::NewFile& file) const {
+  void WriteRow(const unsigned char* row, BlockWriter& file) const {
     for (std::size_t left = row_bytes_; left > 0;) {
       const std::size_t step = std::min(left, in_memory_);
       file.Append(row, step);
@@ -54,11 +106,11 @@ void WriteFile(const char* path, const BitmapLayout& layout, const Bytes& info, 
   const std::optional<std::string> native = platform::ToNativePath(std::string_view(path));
   const std::optional<Bytes> header = FileHeader(layout, info);
   if (!native || !header) return;
-  platform::NewFile file(*native);
+  BlockWriter file(*native);
   file.Append(header->data(), header->size());
   file.Append(info.data(), info.size());
   rows.WriteTo(file);
-  file.Install();
+  file.Finish();
 }
 
 }  // namespace
