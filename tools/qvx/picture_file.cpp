@@ -5,6 +5,7 @@
 #include <strings.h>
 #include <sys/stat.h>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -59,7 +60,8 @@ void WriteBmp(const Picture& picture, const char* path) {
 // A file that is removed unless it gets its name.
 class Part {
  public:
-  explicit Part(const std::string& native) : path_(native + ".part") {}
+  explicit Part(const std::string& native)
+      : path_(native + "." + std::to_string(getpid()) + ".part") {}
   ~Part() { std::remove(path_.c_str()); }
   Part(const Part&) = delete;
   Part& operator=(const Part&) = delete;
@@ -69,6 +71,15 @@ class Part {
  private:
   std::string path_;
 };
+
+// The failure names the file that the user asked for.
+void WriteAll(const std::vector<unsigned char>& bytes, const std::string& path,
+              const std::string& asked) {
+  Stream stream(std::fopen(path.c_str(), "wbe"), &std::fclose);
+  if (!stream) throw Failure("write", asked, errno);
+  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), stream.get()) == bytes.size();
+  if (std::fclose(stream.release()) != 0 || !written) throw Failure("write", asked, errno);
+}
 
 }  // namespace
 
@@ -115,12 +126,14 @@ void SaveBmp(const Picture& picture, const std::string& native) {
   if (after == 0 || after == before) throw CommandError("cannot write " + native);
 }
 
+// A device or a pipe is written to; a file is replaced.
 void SaveRaw(const std::vector<unsigned char>& bytes, const std::string& native) {
+  std::error_code error;
+  const std::filesystem::file_status status = std::filesystem::status(native, error);
+  const bool replaces = !std::filesystem::exists(status) || is_regular_file(status);
+  if (!replaces) return WriteAll(bytes, native, native);
   const Part part(native);
-  Stream stream(std::fopen(part.Path().c_str(), "wbe"), &std::fclose);
-  if (!stream) throw Failure("write", native, errno);
-  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), stream.get()) == bytes.size();
-  if (std::fclose(stream.release()) != 0 || !written) throw Failure("write", native, errno);
+  WriteAll(bytes, part.Path(), native);
   if (std::rename(part.Path().c_str(), native.c_str()) != 0) throw Failure("write", native, errno);
 }
 
