@@ -112,6 +112,7 @@ class QVX_API CHttpFileClient : public IThreadFuncInterface, public IHttpDataCal
   unsigned int AskRanges(unsigned char* dest, unsigned int wanted, std::uint64_t timeoutMs,
                          std::uint32_t start);
   unsigned int TakePiece(const unsigned char* data, unsigned int len);
+  void WakeServedReader();
   void MeasureSpeed(std::uint32_t now);
   void KeepSpeedLimit(unsigned int bytes, std::uint32_t start);
 
@@ -137,7 +138,8 @@ class QVX_API CHttpFileClient : public IThreadFuncInterface, public IHttpDataCal
   std::atomic<double> mAverageSpeed;
   std::atomic<int> mClosing;  // calls of CloseFile in progress
   CBaseEvent mWakeEvent;      // cuts a sleep short
-  bool mTransferEnded;        // under mBufferLock
+  bool mTransferEnded;        // these two under mBufferLock
+  bool mReaderServed;         // its memory is full, and it does not know yet
   std::unique_ptr<qvx::http::ReadAhead> mReadAhead;
   std::uint32_t mForkGeneration;
 };

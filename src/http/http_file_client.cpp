@@ -73,6 +73,7 @@ CHttpFileClient::CHttpFileClient()
       mClosing(0),
       mWakeEvent(nullptr, 1),
       mTransferEnded(true),
+      mReaderServed(false),
       mForkGeneration(qvx::platform::ForkGeneration()) {}
 
 CHttpFileClient::CHttpFileClient(const CHttpFileClient&) : CHttpFileClient() {}
@@ -274,6 +275,7 @@ unsigned int CHttpFileClient::ReadStream(void* dest, unsigned int len, std::uint
 void CHttpFileClient::AttachLocked(void* dest, unsigned int len) {
   mReadBuffer.BindBuffer(dest, len);
   mReadBuffer.SetAvailSize(0);
+  mReaderServed = false;
   mDoneEvent.Reset();
 }
 
@@ -357,6 +359,7 @@ unsigned int CHttpFileClient::OnHttpDataRecvCallback(const unsigned char* data, 
   while (mNeedClose.load() == 0 && Flag(mStopRead).load() == 0) {
     taken += TakePiece(data + taken, len - taken);
     if (taken == len) break;
+    WakeServedReader();
     mRoomEvent.Wait();
   }
   const std::uint32_t now = MS_GetTime();
@@ -370,9 +373,17 @@ unsigned int CHttpFileClient::TakePiece(const unsigned char* data, unsigned int 
   const unsigned int direct = std::min(len, mReadBuffer.GetLeftSize());
   if (direct > 0) {
     mReadBuffer.AppendBuffer(data, direct);
-    if (mReadBuffer.GetLeftSize() == 0) mDoneEvent.Set();
+    mReaderServed = mReadBuffer.GetLeftSize() == 0;
   }
   return direct + static_cast<unsigned int>(mReadAhead->Put(data + direct, len - direct));
+}
+
+// Not at once, but behind all pieces that libcurl received together: what comes with those is read
+// ahead, so that the reader's next calls need no other wake-up.
+void CHttpFileClient::WakeServedReader() {
+  CAutoBaseLock guard(&mBufferLock);
+  if (mReaderServed) mDoneEvent.Set();
+  mReaderServed = false;
 }
 
 void CHttpFileClient::MeasureSpeed(std::uint32_t now) {
@@ -384,6 +395,7 @@ void CHttpFileClient::MeasureSpeed(std::uint32_t now) {
 }
 
 int CHttpFileClient::OnHttpDataProgressCallback(std::uint64_t) {
+  WakeServedReader();
   if (IsCancelled()) return 1;
   mAverageSpeed.store(GetHttpDownloadSpeedBPS(mFileInfo.curlHandle) * 0.001);
   if (MillisecondsSince(mLastRecvTick.load()) < kStallMilliseconds) return 0;

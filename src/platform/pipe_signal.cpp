@@ -16,19 +16,20 @@ bool IsPending() {
 
 }  // namespace
 
+// A signal that isn't blocked is never found pending.
 PipeSignalGuard::PipeSignalGuard() noexcept {
   sigemptyset(&signal_);
   sigaddset(&signal_, SIGPIPE);
-  was_pending_ = IsPending();
-  blocked_ = pthread_sigmask(SIG_BLOCK, &signal_, &previous_) == 0;
+  pthread_sigmask(SIG_BLOCK, &signal_, &previous_);
+  was_blocked_ = sigismember(&previous_, SIGPIPE) == 1;
+  was_pending_ = was_blocked_ && IsPending();
 }
 
 PipeSignalGuard::~PipeSignalGuard() {
   const timespec at_once = {0, 0};
-  while (!was_pending_ && IsPending() && sigtimedwait(&signal_, nullptr, &at_once) < 0 &&
-         errno == EINTR) {
+  while (!was_pending_ && sigtimedwait(&signal_, nullptr, &at_once) < 0 && errno == EINTR) {
   }
-  if (blocked_) pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
+  if (!was_blocked_) pthread_sigmask(SIG_SETMASK, &previous_, nullptr);
 }
 
 }  // namespace qvx::platform

@@ -18,8 +18,8 @@ class PipeSignalGuard {
  private:
   sigset_t signal_;
   sigset_t previous_;
+  bool was_blocked_;
   bool was_pending_;
-  bool blocked_;
 };
 
 }  // namespace qvx::platform
