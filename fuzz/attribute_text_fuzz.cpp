@@ -1,5 +1,5 @@
 // Three texts that end at a NUL, attribute, separator and value, and then the entries. What was
-// set is found again, unless a part of it holds the separator or nothing but case has changed.
+// found stands in the text, and what was added is found again unless it holds the separator.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   SetAttrValueToConfig(&config, separator.c_str(), attribute.c_str(), value.c_str());
   CBaseStringA new_value;
-  const bool is_new = !was_there && !separator.empty() && text.find('\0') == text.npos;
+  const bool is_new = !was_there && !attribute.empty() && text.find('\0') == text.npos;
   const std::string added = attribute + value;
   if (is_new && added.find(separator) == added.npos && separator.size() == 1) {
     Require(GetAttrValueFromConfig(&config, separator.c_str(), attribute.c_str(), &new_value) != 0);
