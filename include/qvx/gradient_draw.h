@@ -4,7 +4,8 @@
 // An intensity plane has height rows of exactly width bytes: 0 is nothing, 255 full strength. A
 // pixel only ever takes a larger value, so strokes never darken one another. Half-widths and
 // radii are in pixels from the axis to the edge; strengths count 1.0 as 255. What lies outside
-// the plane is left out. Numbers that are not finite, and a null plane, paint nothing.
+// the plane is left out. Numbers that are not finite or beyond 1e12, and a null plane, paint
+// nothing.
 //
 // A point list holds values, not pointers: x in the low, y in the high 32 bits, both signed, as
 // DrawLineOnBuffer hands them over. It must not change during a call.
