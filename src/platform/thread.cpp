@@ -14,6 +14,7 @@
 #include "platform/clock.h"
 #include "platform/futex.h"
 #include "platform/seam.h"
+#include "platform/stack_memory.h"
 
 namespace qvx::platform {
 namespace {
@@ -21,13 +22,14 @@ namespace {
 constexpr std::size_t kSmallestStack = 64 * 1024;
 
 // All signals blocked for as long as it lives, but for the faults that a thread raises by
-// itself, which reach the host's crash handler. A thread made meanwhile keeps this mask.
+// itself, which reach the host's crash handler, and the question for its stack. A thread made meanwhile keeps this mask.
 class SignalsBlocked {
  public:
   SignalsBlocked() {
     sigset_t blocked;
     sigfillset(&blocked);
     for (int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP}) sigdelset(&blocked, fault);
+    sigdelset(&blocked, StackSignal());
     pthread_sigmask(SIG_SETMASK, &blocked, &former_);
   }
   ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &former_, nullptr); }
