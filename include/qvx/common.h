@@ -46,6 +46,7 @@
 #include <qvx/socket_file_server.h>
 #include <qvx/socket_primitives.h>
 #include <qvx/socket_server.h>
+#include <qvx/stack_walker.h>
 #include <qvx/string_split.h>
 #include <qvx/sync.h>
 #include <qvx/text_search.h>

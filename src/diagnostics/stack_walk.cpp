@@ -1,6 +1,8 @@
 #include "diagnostics/stack_walk.h"
 
 #include <array>
+#include <cstdarg>
+#include <cstdio>
 #include <cstring>
 
 #include "diagnostics/undecorate.h"
@@ -8,6 +10,13 @@
 #include "platform/path.h"
 
 namespace qvx::diagnostics {
+
+void FormatLine(char (&text)[1024], const char* format, ...) {
+  va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(text, sizeof(text), format, arguments);
+  va_end(arguments);
+}
 
 platform::Registers FromContext(const CONTEXT& context) {
   return {context.Rax, context.Rdx, context.Rcx, context.Rbx, context.Rsi, context.Rdi,

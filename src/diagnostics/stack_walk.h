@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -20,10 +19,7 @@ void CopyText(char (&target)[Size], std::string_view text) {
   target[size] = '\0';
 }
 
-template <typename... Arguments>
-void FormatLine(char (&text)[1024], const char* format, Arguments... arguments) {
-  std::snprintf(text, sizeof(text), format, arguments...);
-}
+[[gnu::format(printf, 2, 3)]] void FormatLine(char (&text)[1024], const char* format, ...);
 
 platform::Registers FromContext(const CONTEXT& context);
 std::string LibraryPath(const std::string& native);

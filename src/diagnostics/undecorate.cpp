@@ -32,7 +32,7 @@ std::string_view WithoutParameters(std::string_view text) {
   const std::size_t close = text.rfind(')');
   if (close == std::string_view::npos) return text;
   const std::size_t open = OpeningOf(text, close);
-  const bool names_a_scope = open == 0 || close + 1 < text.size() && text[close + 1] == ':';
+  const bool names_a_scope = open == 0 || text.substr(close + 1).starts_with(':');
   return names_a_scope ? text : text.substr(0, open);
 }
 

@@ -38,5 +38,6 @@ void AddSumCommand(CLI::App& app);
 void AddImageCommand(CLI::App& app);
 void AddThermalCommand(CLI::App& app);
 void AddProcessCommands(CLI::App& app);
+void AddStackCommand(CLI::App& app);
 
 }  // namespace qvx::tool

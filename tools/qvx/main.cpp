@@ -33,6 +33,7 @@ void AddCommands(CLI::App& app) {
   AddImageCommand(app);
   AddThermalCommand(app);
   AddProcessCommands(app);
+  AddStackCommand(app);
 }
 
 int Fail(std::string text) {

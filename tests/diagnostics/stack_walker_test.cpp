@@ -1,0 +1,449 @@
+#include "qvx/stack_walker.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "diagnostics/symbol_path.h"
+#include "diagnostics/traced.h"
+#include "diagnostics/undecorate.h"
+#include "platform/clock.h"
+#include "platform/path.h"
+#include "qvx/base_thread.h"
+#include "qvx/platform.h"
+#include "support/debug_lines.h"
+#include "support/temp_folder.h"
+
+extern char** environ;
+
+namespace qvx::test {
+namespace {
+
+unsigned long OwnId() {
+  return platform::CurrentThreadId();
+}
+
+// Keeps all that a walk tells.
+class Recorder : public StackWalker {
+ public:
+  using StackWalker::StackWalker;
+
+  void OnCallstackEntry(CallstackEntryType type, CallstackEntry& entry) override {
+    types.push_back(type);
+    entries.push_back(entry);
+    StackWalker::OnCallstackEntry(type, entry);
+  }
+  void OnDbgHelpErr(const char* function, unsigned long, std::uint64_t) override {
+    errors.emplace_back(function);
+  }
+  void OnOutput(const char* text) override { output += text; }
+
+  // The frame of a function, counted from the innermost; -1 if there is none.
+  int Find(const std::string& part) const {
+    const auto at = std::find_if(entries.begin(), entries.end(), [&](const CallstackEntry& entry) {
+      return std::string(entry.undFullName).find(part) != std::string::npos;
+    });
+    return at == entries.end() ? -1 : static_cast<int>(at - entries.begin());
+  }
+  const CallstackEntry& At(int index) const { return entries[static_cast<std::size_t>(index)]; }
+  void Forget() {
+    types.clear();
+    entries.clear();
+    errors.clear();
+    output.clear();
+  }
+
+  std::vector<CallstackEntryType> types;
+  std::vector<CallstackEntry> entries;
+  std::vector<std::string> errors;
+  std::string output;
+};
+
+void ExpectTracedChain(const Recorder& walker) {
+  const int inner = walker.Find("traced_inner");
+  const int middle = walker.Find("Middle<int>::Call");
+  const int outer = walker.Find("traced_test::Outer(");
+  ASSERT_GE(inner, 0) << walker.output;
+  EXPECT_EQ(middle, inner + 1) << walker.output;
+  EXPECT_EQ(outer, inner + 2) << walker.output;
+}
+
+TEST(StackWalker, ShowsTheOwnStackFromTheInnermostFrameOn) {
+  Recorder walker;
+  int result = 0;
+  CallTraced([&] { result = walker.ShowCallstack(OwnId(), nullptr, nullptr, nullptr); });
+  ASSERT_EQ(result, 1);
+  ExpectTracedChain(walker);
+  EXPECT_NE(std::string(walker.entries[0].name).find("ShowCallstack"), std::string::npos);
+
+  const auto& outer = walker.At(walker.Find("traced_test::Outer("));
+  EXPECT_STREQ(outer.undName, "traced_test::Outer");
+  EXPECT_EQ(std::string(outer.name).substr(0, 2), "_Z");
+  EXPECT_EQ(outer.lineNumber, static_cast<unsigned>(TracedLine()));
+  EXPECT_NE(std::string(outer.lineFileName).find("traced.cpp"), std::string::npos);
+  EXPECT_STREQ(outer.moduleName, "diagnostics_test");
+  EXPECT_STREQ(outer.symTypeString, "DIA");
+  EXPECT_EQ(std::string(outer.loadedImageName).substr(0, 3), "C:\\");
+  EXPECT_GT(outer.offset, outer.baseOfImage);
+  EXPECT_GT(outer.offsetFromSymbol, 0u);
+
+  // One first, one last entry, which repeats the outermost frame and makes no line.
+  ASSERT_GE(walker.types.size(), 5u);
+  EXPECT_EQ(walker.types.front(), StackWalker::FirstEntry);
+  EXPECT_EQ(walker.types.back(), StackWalker::LastEntry);
+  EXPECT_EQ(std::count(walker.types.begin(), walker.types.end(), StackWalker::NextEntry),
+            static_cast<std::ptrdiff_t>(walker.types.size() - 2));
+  EXPECT_EQ(walker.entries.back().offset, walker.entries[walker.entries.size() - 2].offset);
+
+  const std::string id = std::to_string(OwnId());
+  const std::string line = " (" + std::to_string(TracedLine()) + "): traced_test::Outer(";
+  EXPECT_EQ(walker.output.find("ShowCallstack: thread id=" + id + "\r\n"), 0u);
+  EXPECT_NE(walker.output.find(line), std::string::npos) << walker.output;
+  EXPECT_NE(walker.output.find("ShowCallstack End: thread id=" + id + "\r\n\r\n"),
+            std::string::npos);
+}
+
+TEST(StackWalker, MakesLinesOutOfWhatIsKnown) {
+  Recorder walker;
+  StackWalker::CallstackEntry entry{};
+  entry.offset = 0x1234ABCD;
+  walker.StackWalker::OnCallstackEntry(StackWalker::NextEntry, entry);
+  std::strcpy(entry.moduleName, "lib");
+  std::strcpy(entry.name, "plain");
+  entry.lineFileName[0] = '\0';
+  walker.StackWalker::OnCallstackEntry(StackWalker::NextEntry, entry);
+  std::strcpy(entry.undName, "part");
+  std::strcpy(entry.lineFileName, "a.cpp");
+  entry.lineNumber = 7;
+  walker.StackWalker::OnCallstackEntry(StackWalker::NextEntry, entry);
+  std::strcpy(entry.undFullName, "full(int)");
+  walker.StackWalker::OnCallstackEntry(StackWalker::NextEntry, entry);
+  walker.StackWalker::OnCallstackEntry(StackWalker::LastEntry, entry);
+  entry.offset = 0;
+  walker.StackWalker::OnCallstackEntry(StackWalker::NextEntry, entry);
+  EXPECT_EQ(walker.output,
+            "000000001234ABCD ((module-name not available)): (filename not available): "
+            "(function-name not available)\r\n"
+            "000000001234ABCD (lib): (filename not available): plain\r\n"
+            "a.cpp (7): part\r\n"
+            "a.cpp (7): full(int)\r\n");
+}
+
+TEST(StackWalker, TakesDecoratedNamesApart) {
+  const struct {
+    const char* symbol;
+    const char* name;
+    const char* full;
+  } cases[] = {
+      {"main", "main", "main"},
+      {"_ZN1A1fEi", "A::f", "A::f(int)"},
+      {"_ZNK1AclEi", "A::operator()", "A::operator()(int) const"},
+      {"_ZN1AcviEv", "A::operator int", "A::operator int()"},
+      {"_Z1fIiEvT_", "f<int>", "void f<int>(int)"},
+      {"_ZZ1fvENKUlvE_clEv", "f()::{lambda()#1}::operator()",
+       "f()::{lambda()#1}::operator()() const"},
+      {"_ZN12_GLOBAL__N_11fEv", "(anonymous namespace)::f", "(anonymous namespace)::f()"},
+      {"_Zbroken", "_Zbroken", "_Zbroken"},
+  };
+  for (const auto& [symbol, name, full] : cases) {
+    EXPECT_EQ(diagnostics::UndecorateName(symbol), name);
+    EXPECT_EQ(diagnostics::UndecorateFull(symbol), full);
+  }
+}
+
+// A thread that does something over and over below the traced functions.
+class Busy {
+ public:
+  explicit Busy(std::function<void()> step)
+      : thread_([this, step = std::move(step)] {
+          CallTraced([&] {
+            id_.store(platform::CurrentThreadId());
+            id_.notify_all();
+            while (!stop_.load()) {
+              step();
+              rounds_.fetch_add(1);
+              rounds_.notify_all();
+            }
+          });
+        }) {
+    id_.wait(0);
+  }
+  ~Busy() {
+    stop_.store(true);
+    thread_.join();
+  }
+
+  unsigned long Id() const { return id_.load(); }
+  // Waits until the thread has gone on.
+  void ExpectProgress() {
+    const unsigned before = rounds_.load();
+    rounds_.wait(before);
+  }
+
+ private:
+  std::atomic<std::uint32_t> id_{0};
+  std::atomic<unsigned> rounds_{0};
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
+};
+
+TEST(StackWalker, ShowsOtherThreadsWhateverTheyDo) {
+  const std::function<void()> steps[] = {
+      [] { sched_yield(); },                            // runs
+      [] { usleep(200); },                              // sleeps in the system
+      [] { std::string(100000, 'x').assign(5, 'y'); },  // holds the allocator's lock at times
+  };
+  for (const auto& step : steps) {
+    Busy busy(step);
+    Recorder walker;
+    for (int i = 0; i < 30; ++i) {
+      walker.Forget();
+      ASSERT_EQ(walker.ShowCallstack(busy.Id(), nullptr, nullptr, nullptr), 1);
+      ASSERT_FALSE(walker.entries.empty());
+    }
+#if !defined(__SANITIZE_THREAD__)
+    ExpectTracedChain(walker);
+#endif
+    busy.ExpectProgress();
+  }
+}
+
+TEST(StackWalker, GivesUpOnThreadsThatDoNotAnswer) {
+  sigset_t all, former;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &former);
+  Busy deaf([] { usleep(200); });
+  pthread_sigmask(SIG_SETMASK, &former, nullptr);
+  Recorder walker;
+  EXPECT_EQ(walker.ShowCallstack(deaf.Id(), nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(walker.ShowCallstack(0x3FFFFFFF, nullptr, nullptr, nullptr), 0);  // no such thread
+  EXPECT_TRUE(walker.entries.empty());
+  deaf.ExpectProgress();
+}
+
+TEST(StackWalker, LeavesASignalOfTheHostsAlone) {
+  EXPECT_EQ(SetStackDumpSignal(SIGTERM), 0);
+  struct sigaction host {};
+  host.sa_handler = [](int) {};
+  const int number = SIGRTMAX - 7;
+  sigaction(number, &host, nullptr);
+  ASSERT_EQ(SetStackDumpSignal(number), 1);
+  Busy busy([] { usleep(200); });
+  Recorder walker;
+  EXPECT_EQ(walker.ShowCallstack(busy.Id(), nullptr, nullptr, nullptr), 0);
+  SetStackDumpSignal(SIGRTMAX - 2);
+  EXPECT_EQ(walker.ShowCallstack(busy.Id(), nullptr, nullptr, nullptr), 1);
+  signal(number, SIG_DFL);
+}
+
+// Memory of the test's own making: frames of [former base, return address].
+struct FalseStack {
+  std::uint64_t base = 0x10000;
+  std::vector<std::uint64_t> words;
+  int reads = 0;
+
+  static int Read(void*, std::uint64_t address, void* buffer, unsigned long size,
+                  unsigned long* count, void* stack) {
+    auto& own = *static_cast<FalseStack*>(stack);
+    ++own.reads;
+    const std::uint64_t index = (address - own.base) / 8;
+    if (address < own.base || index >= own.words.size() || size != 8) return 0;
+    std::memcpy(buffer, &own.words[index], 8);
+    *count = 8;
+    return 1;
+  }
+
+  void Walk(Recorder& walker) {
+    CONTEXT context{};
+    context.Rip = 0x5000;
+    context.Rsp = base;
+    context.Rbp = base;
+    EXPECT_EQ(walker.ShowCallstack(OwnId(), &context, &Read, this), 1);
+  }
+};
+
+TEST(StackWalker, EndsOnCorruptStacks) {
+  Recorder walker;
+  const auto ended = [&] {
+    return std::count(walker.types.begin(), walker.types.end(), StackWalker::LastEntry);
+  };
+  FalseStack returns_to_itself{0x10000, {0x10010, 0x5000, 0x10020, 0x5000}};
+  returns_to_itself.Walk(walker);
+  EXPECT_EQ(ended(), 0);
+  EXPECT_EQ(walker.errors.back(), "StackWalk64-Endless-Callstack!");
+  EXPECT_GT(returns_to_itself.reads, 0);
+
+  walker.Forget();
+  FalseStack in_a_circle{0x10000, {0x10010, 0x6000, 0x10000, 0x7000}};
+  in_a_circle.Walk(walker);
+  EXPECT_EQ(ended(), 0);
+  EXPECT_EQ(walker.errors.back(), "StackWalk64");
+  EXPECT_LT(walker.entries.size(), 100u);
+
+  walker.Forget();
+  FalseStack unreadable{0x10000, {0xFFFFFFFFFFFFFFF0, 0x6000}};
+  unreadable.Walk(walker);
+  EXPECT_EQ(walker.entries.front().offset, 0x5000u);
+  EXPECT_NE(walker.output.find("(function-name not available)"), std::string::npos);
+}
+
+CONTEXT signal_context;
+Recorder* signal_walker = nullptr;
+
+void WalkInHandler(int, siginfo_t*, void* context) {
+  GetSignalContext(context, &signal_context);
+  signal_walker->ShowCallstack(OwnId(), &signal_context, nullptr, nullptr);
+}
+
+TEST(StackWalker, WalksFromTheContextOfASignal) {
+  Recorder walker;
+  signal_walker = &walker;
+  struct sigaction action {};
+  action.sa_sigaction = &WalkInHandler;
+  action.sa_flags = SA_SIGINFO;
+  struct sigaction former;
+  sigaction(SIGUSR2, &action, &former);
+  CallTraced([] { raise(SIGUSR2); });
+  sigaction(SIGUSR2, &former, nullptr);
+#if !defined(__SANITIZE_THREAD__)
+  ExpectTracedChain(walker);
+  EXPECT_EQ(walker.Find("WalkInHandler"), -1) << walker.output;
+#endif
+  EXPECT_EQ(walker.entries.front().offset, signal_context.Rip);
+}
+
+TEST(StackWalker, ShowsAnotherProcess) {
+  pid_t child = 0;
+  const char* arguments[] = {"sleep", "1000", nullptr};
+  ASSERT_EQ(posix_spawnp(&child, "sleep", nullptr, nullptr, const_cast<char**>(arguments), environ),
+            0);
+  std::string output;
+  bool allowed = true;
+  // Its first frames are those of the program's start.
+  while (allowed && output.find("nanosleep") == std::string::npos) {
+    Recorder walker(nullptr, static_cast<std::uint32_t>(child), nullptr);
+    allowed = walker.ShowCallstack(static_cast<unsigned long>(child), nullptr, nullptr, nullptr);
+    output = walker.output;
+  }
+  int status = 0;
+  EXPECT_EQ(waitpid(child, &status, WNOHANG), 0);  // it lives
+  kill(child, SIGKILL);
+  waitpid(child, &status, 0);
+  if (!allowed) GTEST_SKIP() << "no ptrace here";
+  EXPECT_NE(output.find("libc.so.6"), std::string::npos) << output;
+
+  Recorder gone(nullptr, static_cast<std::uint32_t>(child), nullptr);
+  EXPECT_EQ(gone.LoadModules(), 0);
+  EXPECT_EQ(gone.ShowCallstack(static_cast<unsigned long>(child), nullptr, nullptr, nullptr), 0);
+}
+
+TEST(ThreadDump, ShowsEveryThreadAndEveryThreadGoesOn) {
+  constexpr int kThreads = 200;
+  TempFolder folder;
+  const std::string path = folder.Path("stacks");
+  std::vector<std::unique_ptr<Busy>> threads;
+  threads.reserve(kThreads);
+  for (int i = 0; i < kThreads; ++i) threads.push_back(std::make_unique<Busy>([] { usleep(500); }));
+  CBaseThread of_the_library;
+  struct Sleeper : IThreadFuncInterface {
+    int ThreadLoop(std::uint64_t) override { return usleep(500) == 0 ? 1 : 1; }
+  } sleeper;
+  of_the_library.StartThread("Sleeper", &sleeper, 0, 0, 0, 0);
+
+  DebugLines lines;
+  DumpAllThreadsStack(platform::FromNativePath<WCHAR>(path)->c_str());
+  const std::string text = ReadWhole(path);
+  const auto shown = [&](unsigned long id) {
+    const std::string number = std::to_string(id);
+    return text.find("ShowCallstack: thread id=" + number + "\r\n") != std::string::npos &&
+           text.find("ShowCallstack End: thread id=" + number + "\r\n") != std::string::npos;
+  };
+  for (const auto& thread : threads) EXPECT_TRUE(shown(thread->Id()));
+  EXPECT_TRUE(shown(OwnId()));
+  EXPECT_TRUE(shown(of_the_library.GetThreadId()));
+  EXPECT_EQ(text.find("THREAD ID="), std::string::npos);
+  for (const auto& thread : threads) thread->ExpectProgress();
+  of_the_library.StopThread();
+}
+
+TEST(ThreadDump, TellsTheTimesOfThreads) {
+  std::uint64_t kernel = 1, user = 1;
+  EXPECT_EQ(GetThreadRunTimeInfoIn_Win32(nullptr, &kernel, &user), 0);
+  EXPECT_EQ(kernel + user, 0u);
+  auto* own = reinterpret_cast<void*>(static_cast<std::uintptr_t>(OwnId()));
+  do {
+    ASSERT_EQ(GetThreadRunTimeInfoIn_Win32(own, &kernel, &user), 1);
+  } while (kernel + user < 20);
+}
+
+// For a process of its own whose loader finds no usable library.
+TEST(StackWalker, DISABLED_FailsAsTold) {
+  Recorder walker;
+  EXPECT_EQ(walker.LoadModules(), 0);
+  EXPECT_EQ(walker.errors, std::vector<std::string>{"Error while initializing dbghelp.dll"});
+  EXPECT_EQ(GetLastErrorCode(), 1114u);
+  EXPECT_EQ(walker.ShowCallstack(OwnId(), nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(GetLastErrorCode(), 1114u);
+  EXPECT_TRUE(walker.output.empty());
+  DumpThreadStack();
+}
+
+TEST(StackWalker, FailsWithoutTheLibraryAndNothingElseDoes) {
+  TempFolder folder;
+  folder.Write("libdw.so.1", "no library");
+  std::string variable = "LD_LIBRARY_PATH=" + folder.Path();
+  std::vector<char*> environment{variable.data()};
+  for (char** it = environ; *it != nullptr; ++it)
+    if (std::string_view(*it).substr(0, 16) != "LD_LIBRARY_PATH=") environment.push_back(*it);
+  environment.push_back(nullptr);
+  const char* arguments[] = {"test", "--gtest_also_run_disabled_tests",
+                             "--gtest_filter=StackWalker.DISABLED_FailsAsTold", nullptr};
+  pid_t child = 0;
+  ASSERT_EQ(posix_spawn(&child, "/proc/self/exe", nullptr, nullptr, const_cast<char**>(arguments),
+                        environment.data()),
+            0);
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
+}
+
+TEST(StackWalker, LooksForTheLibraryAndForDebugFilesInTheToldOrder) {
+  TempFolder folder;
+  const std::string tools = folder.Path("Debugging Tools for Windows");
+  mkdir(tools.c_str(), 0700);
+  folder.Write("Debugging Tools for Windows/dbghelp.dll", "");
+  setenv("ProgramFiles", folder.Path().c_str(), 1);
+  EXPECT_EQ(diagnostics::DebugLibraryNames(),
+            (std::vector<std::string>{tools + "/dbghelp.dll", "libdw.so.1"}));
+  std::array<char, 4096> program{};
+  ASSERT_GT(readlink("/proc/self/exe", program.data(), program.size() - 8), 0);
+  const std::string local = std::string(program.data()) + ".local";
+  std::ofstream(local).put('\n');
+  EXPECT_EQ(diagnostics::DebugLibraryNames(), std::vector<std::string>{"libdw.so.1"});
+  unlink(local.c_str());
+  unsetenv("ProgramFiles");
+
+  setenv("_NT_SYMBOL_PATH", "C:\\sym", 1);
+  setenv("SYSTEMROOT", "C:\\win", 1);
+  const std::string path = diagnostics::SymbolPath("C:\\mine");
+  unsetenv("_NT_SYMBOL_PATH");
+  unsetenv("SYSTEMROOT");
+  EXPECT_EQ(path.find("C:\\mine;.;C:\\"), 0u) << path;
+  EXPECT_NE(path.find(";C:\\sym;C:\\win;C:\\win\\system32;SRV*c:\\websymbols*;"), std::string::npos)
+      << path;
+}
+
+}  // namespace
+}  // namespace qvx::test
