@@ -70,6 +70,11 @@ class QVX_API CUnzipper {
   // Makes the entry of this number, from 0, the current one.
   bool GetFileInfo(int index, UZ_FileInfo& info);
 
+  // The uncompressed size of the current entry, not cut; 0 where there is none. GetTotalSize is
+  // that of all entries but folders together.
+  std::uint64_t GetFileSize();
+  std::uint64_t GetTotalSize();
+
   // Move to the first entry, or the one behind the current, whose extension is ext, without its
   // point and whatever the case of ASCII letters; to any with null or empty. Where there is none
   // the last entry stays current.
@@ -97,6 +102,8 @@ class QVX_API CUnzipper {
   // 0, as at first, stands for 16 GiB or 100 times the size of the archive, whichever is more;
   // all ones for no limit.
   void SetSizeLimit(std::uint64_t bytes);
+  // What holds for the open archive, or the setting where none is open.
+  std::uint64_t GetSizeLimit();
 
   // Hears of what is unpacked from now on; null for none. Not owned.
   void SetProgressListener(IArchiveProgressListener* listener);

@@ -48,6 +48,10 @@ OpenArchive* Archive(void* handle) {
   return static_cast<OpenArchive*>(handle);
 }
 
+const ZipEntry* CurrentEntry(void* handle) {
+  return handle == nullptr ? nullptr : Archive(handle)->Current();
+}
+
 std::string Narrow(std::string_view own) {
   return NarrowFromOwn(std::string(own), std::numeric_limits<std::uint16_t>::max());
 }
@@ -131,11 +135,16 @@ class Unpacking {
     std::size_t got = kBlock;
     while (got == kBlock) {
       if (!archive_.reader.Read(block, kBlock, got)) return false;
-      if (file.WriteAt(offset, block, got).count < got) return false;
+      if (!IsZero(block, got) && file.WriteAt(offset, block, got).count < got) return false;
       offset += got;
       if (!Report(entry, offset)) return false;
     }
-    return true;
+    return file.Size() == static_cast<std::int64_t>(offset) || file.Resize(offset);
+  }
+
+  // Blocks of zeros become holes of the file.
+  static bool IsZero(const unsigned char* block, std::size_t size) {
+    return size == 0 || (block[0] == 0 && std::memcmp(block, block + 1, size - 1) == 0);
   }
 
   bool Report(const ZipEntry& entry, std::uint64_t done) const {
@@ -157,11 +166,6 @@ std::uint64_t TotalSize(const std::vector<ZipEntry>& entries) {
     total = entry.size > UINT64_MAX - total ? UINT64_MAX : total + entry.size;
   }
   return total;
-}
-
-std::uint64_t SizeLimit(const OpenArchive& archive, std::uint64_t setting) {
-  if (setting != 0) return setting;
-  return std::max(kFreeSize, kFreeRatio * archive.source.Size());
 }
 
 bool FindName(OpenArchive& archive, const char* name, bool bare) {
@@ -248,8 +252,7 @@ int CUnzipper::GetFileCount() {
 
 bool CUnzipper::GetFileInfo(UZ_FileInfo& info) {
   info = {};
-  const archive::ZipEntry* entry =
-      unzHandle == nullptr ? nullptr : archive::Archive(unzHandle)->Current();
+  const archive::ZipEntry* entry = archive::CurrentEntry(unzHandle);
   if (entry == nullptr) return false;
   archive::FillInfo(*entry, info);
   return true;
@@ -258,6 +261,15 @@ bool CUnzipper::GetFileInfo(UZ_FileInfo& info) {
 bool CUnzipper::GetFileInfo(int index, UZ_FileInfo& info) {
   info = {};
   return GotoFile(index) && GetFileInfo(info);
+}
+
+std::uint64_t CUnzipper::GetFileSize() {
+  const archive::ZipEntry* entry = archive::CurrentEntry(unzHandle);
+  return entry == nullptr ? 0 : entry->size;
+}
+
+std::uint64_t CUnzipper::GetTotalSize() {
+  return unzHandle == nullptr ? 0 : archive::TotalSize(archive::Archive(unzHandle)->entries);
 }
 
 bool CUnzipper::GotoFirstFile(const char* ext) {
@@ -295,7 +307,7 @@ bool CUnzipper::UnzipFile(const char* folder, bool ignoreFilePath) {
   const archive::ZipEntry* entry = opened.Current();
   archive::Unpacking unpacking(opened, mListener, ignoreFilePath);
   if (!CreateFolder(target) || entry == nullptr || !unpacking.OpenFolder(target)) return false;
-  if (!entry->IsFolder() && entry->size > archive::SizeLimit(opened, mSizeLimit)) return false;
+  if (!entry->IsFolder() && entry->size > GetSizeLimit()) return false;
   return unpacking.Unpack(*entry);
 }
 
@@ -308,7 +320,7 @@ bool CUnzipper::UnzipTo(const char* folder, bool ignoreFilePath) {
   archive::OpenArchive& opened = *archive::Archive(unzHandle);
   archive::Unpacking unpacking(opened, mListener, ignoreFilePath);
   if (!GotoFirstFile(nullptr) || !unpacking.OpenFolder(folder)) return false;
-  if (archive::TotalSize(opened.entries) > archive::SizeLimit(opened, mSizeLimit)) return false;
+  if (archive::TotalSize(opened.entries) > GetSizeLimit()) return false;
   do {
     if (!unpacking.Unpack(*opened.Current())) return false;
   } while (GotoNextFile(nullptr));
@@ -326,6 +338,12 @@ bool CUnzipper::Unzip(const char* zipPath, const char* folder, bool ignoreFilePa
 
 void CUnzipper::SetSizeLimit(std::uint64_t bytes) {
   mSizeLimit = bytes;
+}
+
+std::uint64_t CUnzipper::GetSizeLimit() {
+  if (mSizeLimit != 0 || unzHandle == nullptr) return mSizeLimit;
+  const std::uint64_t size = archive::Archive(unzHandle)->source.Size();
+  return std::max(archive::kFreeSize, archive::kFreeRatio * size);
 }
 
 void CUnzipper::SetProgressListener(IArchiveProgressListener* listener) {

@@ -17,6 +17,7 @@ constexpr std::uint32_t kUnixFolder = 040755u << 16;
 constexpr std::uint32_t kUnixFile = 0100644u << 16;
 // Deflated data can be longer than what went in, by less than this.
 constexpr std::uint64_t kZip64From = 0xF0000000;
+constexpr platform::OpenMode kReadWrite{true, true, false, false, false, false};
 
 ArchiveStream* StreamOf(void* stream) {
   return static_cast<ArchiveStream*>(stream);
@@ -63,7 +64,8 @@ bool ZipOutput::OpenNew(const std::string& path) {
 }
 
 bool ZipOutput::OpenBehind(const std::string& path) {
-  if (!in_place_.OpenNative(path, {true, true, false, false, false, false})) return false;
+  path_ = path;
+  if (!in_place_.OpenNative(path, kReadWrite)) return false;
   const std::int64_t size = in_place_.Size();
   former_size_ = static_cast<std::uint64_t>(size);
   return size >= 0 && Start(in_place_, former_size_);
@@ -119,9 +121,10 @@ bool ZipOutput::EndEntry(std::uint64_t size, std::uint32_t crc) {
 bool ZipOutput::Finish() {
   const bool written = zipClose(std::exchange(zip_, nullptr), nullptr) == ZIP_OK && IsSound();
   if (pending_.IsPending()) return written && pending_.Install();
-  if (!written) return false;
-  // Cut off by the destructor if it can't be closed.
-  return in_place_.Close();
+  if (written && in_place_.Close()) return true;
+  // The destructor cuts it off.
+  if (!in_place_.IsOpen()) in_place_.OpenNative(path_, kReadWrite);
+  return false;
 }
 
 }  // namespace qvx::archive

@@ -10,6 +10,11 @@
 #include "platform/seam.h"
 
 namespace qvx::platform {
+namespace {
+
+constexpr std::uint32_t kReadOnly = 0x1;
+
+}  // namespace
 
 PendingFile::~PendingFile() {
   Discard();
@@ -29,8 +34,10 @@ bool PendingFile::Create(const std::string& target) {
 
 bool PendingFile::MayReplace() const {
   const EntryKind kind = KindAt(target_.folder, target_.name.c_str());
-  if (kind == EntryKind::kNone || kind == EntryKind::kFile) return true;
-  errno = kind == EntryKind::kFolder ? EISDIR : EINVAL;
+  if (kind == EntryKind::kNone) return true;
+  const bool read_only = (AttributesAt(target_.folder, target_.name) & kReadOnly) != 0;
+  if (kind == EntryKind::kFile && !read_only) return true;
+  errno = kind == EntryKind::kFolder ? EISDIR : read_only ? EACCES : EINVAL;
   return false;
 }
 

@@ -28,7 +28,8 @@ class PendingFile {
   const File& Content() const { return file_; }
 
   // Closes the file and gives it its name, in place of a file or a link that stands there, but
-  // not of a folder or a special file. False, with the temporary removed, if that fails.
+  // not of a folder, a special file or one that may not be written. False, with the temporary
+  // removed, if that fails.
   bool Install();
   // Removes the temporary.
   void Discard();

@@ -39,5 +39,9 @@ void AddImageCommand(CLI::App& app);
 void AddThermalCommand(CLI::App& app);
 void AddProcessCommands(CLI::App& app);
 void AddStackCommand(CLI::App& app);
+void AddZipCommand(CLI::App& app);
+void AddUnzipCommand(CLI::App& app);
+void AddGzipCommand(CLI::App& app);
+void AddGunzipCommand(CLI::App& app);
 
 }  // namespace qvx::tool

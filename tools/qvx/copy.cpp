@@ -126,24 +126,8 @@ class Copy {
     ProgressRules rules;
     rules.limit = options_.limit;
     rules.wants_stop = [&guard] { return guard.Interrupted(); };
-    if (is_upload_ && ends.is_folder) rules.total = LocalBytes(ends.local);
+    if (is_upload_ && ends.is_folder) rules.total = FolderBytes(ends.local);
     return rules;
-  }
-
-  static std::uint64_t LocalBytes(const std::string& folder) {
-    std::uint64_t total = 0;
-    std::error_code error;
-    auto entry = fs::recursive_directory_iterator(
-        folder, fs::directory_options::skip_permission_denied, error);
-    for (; !error && entry != fs::end(entry); entry.increment(error)) {
-      if (entry->path().filename().native().front() == '.') entry.disable_recursion_pending();
-      std::error_code unknown;
-      const bool counts =
-          entry->path().filename().native().front() != '.' && entry->is_regular_file(unknown);
-      const std::uint64_t size = counts ? entry->file_size(unknown) : 0;
-      if (!unknown) total += size;
-    }
-    return total;
   }
 
   void CopyFile(const Ends& ends, Progress& progress, const InterruptGuard& guard) {

@@ -34,6 +34,10 @@ void AddCommands(CLI::App& app) {
   AddThermalCommand(app);
   AddProcessCommands(app);
   AddStackCommand(app);
+  AddZipCommand(app);
+  AddUnzipCommand(app);
+  AddGzipCommand(app);
+  AddGunzipCommand(app);
 }
 
 int Fail(std::string text) {

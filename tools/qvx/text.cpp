@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <filesystem>
+#include <system_error>
 
 #include "command.h"
 
@@ -55,6 +57,23 @@ std::vector<std::u16string> SplitList(std::u16string_view list) {
     list.remove_prefix(std::min(end + 1, list.size()));
   }
   return names;
+}
+
+std::uint64_t FolderBytes(const std::string& native) {
+  namespace fs = std::filesystem;
+  std::uint64_t total = 0;
+  std::error_code error;
+  auto entry = fs::recursive_directory_iterator(
+      native, fs::directory_options::skip_permission_denied, error);
+  for (; !error && entry != fs::end(entry); entry.increment(error)) {
+    if (entry->path().filename().native().front() == '.') entry.disable_recursion_pending();
+    std::error_code unknown;
+    const bool counts =
+        entry->path().filename().native().front() != '.' && entry->is_regular_file(unknown);
+    const std::uint64_t size = counts ? entry->file_size(unknown) : 0;
+    if (!unknown) total += size;
+  }
+  return total;
 }
 
 std::string SizeText(std::uint64_t bytes) {

@@ -22,6 +22,9 @@ std::string BaseName(const std::string& native);
 // The pieces of a list of names joined by ";".
 std::vector<std::u16string> SplitList(std::u16string_view list);
 
+// The bytes of the files in a folder and below, without hidden ones, as far as they are known.
+std::uint64_t FolderBytes(const std::string& native);
+
 std::string SizeText(std::uint64_t bytes);                      // "12.34 MiB"
 std::string RateText(std::uint64_t bytes, double seconds);      // "98.70 MiB/s"
 std::string DurationText(double seconds);                       // "1:02:03", "0:07"

@@ -1,0 +1,98 @@
+// Big archives: many files, names of every script, and sizes beyond 4 GiB.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <vector>
+
+#include "archive/archive_support.h"
+#include "platform/file.h"
+#include "qvx/unzipper.h"
+#include "qvx/zipper.h"
+
+namespace qvx::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(LargeArchive, TenThousandFilesWithNamesOfEveryScript) {
+  const TempFolder temp;
+  const std::vector<std::string> scripts{"latin \xc3\xa9",
+                                         "\xd0\xba\xd0\xb8\xd1\x80",
+                                         "\xce\xb5\xce\xbb",
+                                         "\xd7\xa2\xd7\x91",
+                                         "\xd8\xb9\xd8\xb1",
+                                         "\xe0\xa4\xb9\xe0\xa4\xbf",
+                                         "\xe0\xb9\x84\xe0\xb8\x97",
+                                         "\xe4\xb8\xad",
+                                         "\xe3\x81\x8b",
+                                         "\xed\x95\x9c",
+                                         "\xe1\x8a\xa0",
+                                         "\xf0\x9f\x98\x80",
+                                         "colon: star* what?",
+                                         "back\\slash",
+                                         "quote\"'<>|",
+                                         "not\xff utf8",
+                                         "new\nline",
+                                         "e\xcc\x81"};
+  for (int i = 0; i < 10000; ++i) {
+    const std::string& script = scripts[static_cast<std::size_t>(i) % scripts.size()];
+    const std::string folder = "tree/" + scripts[static_cast<std::size_t>(i) / 600];
+    if (i % 600 == 0) fs::create_directories(temp.Path(folder));
+    temp.Write(folder + "/" + script + std::to_string(i), script + std::to_string(i));
+  }
+  // Far beyond the length of the library's own paths.
+  std::string deep = "tree";
+  for (int i = 0; i < 12; ++i) deep += "/" + std::string(60, 'd');
+  fs::create_directories(temp.Path(deep));
+  temp.Write(deep + "/file", "deep");
+  const std::string archive = Lib(temp.Path("a.zip"));
+  CZipper zipper(archive.c_str(), nullptr, false);
+  EXPECT_TRUE(zipper.AddFolderToZip("tree", false));
+  EXPECT_TRUE(zipper.CloseZip());
+  EXPECT_EQ(0, RunCommand("unzip -tqq " + temp.Path("a.zip")));
+  EXPECT_EQ(0, RunCommand("7z t " + temp.Path("a.zip")));
+  EXPECT_EQ(0, RunCommand("python3 -m zipfile -t " + temp.Path("a.zip")));
+  ASSERT_TRUE(CUnzipper::Unzip(archive.c_str(), Lib(temp.Path("out")).c_str(), false));
+  EXPECT_TRUE(TreeOf(temp.Path("tree")) == TreeOf(temp.Path("out/tree")));
+}
+
+TEST(LargeArchive, FiveGibibytesAndMoreThan65535Entries) {
+  const TempFolder temp;
+  constexpr std::uint64_t kSize = 5ull << 30;
+  constexpr std::uint64_t kMarks[] = {0, 0xFFFFFFFE, kSize - 5};
+  platform::File file;
+  ASSERT_TRUE(file.OpenNative(temp.Path("sparse"), platform::OpenMode::Write()));
+  ASSERT_TRUE(file.Resize(kSize));
+  for (const std::uint64_t offset : kMarks) {
+    ASSERT_EQ(5u, file.WriteAt(offset, "marks", 5).count);
+  }
+  temp.Write("small", "small");
+  const std::string archive = Lib(temp.Path("a.zip"));
+  CZipper zipper(archive.c_str(), nullptr, false);
+  EXPECT_TRUE(zipper.AddFileToZip("sparse", false));
+  for (int i = 0; i < 70000; ++i) {
+    ASSERT_TRUE(zipper.AddFileToZip("small", std::to_string(i).c_str()));
+  }
+  EXPECT_TRUE(zipper.CloseZip());
+  EXPECT_EQ(0, RunPeer("large " + temp.Path("a.zip")));
+  CUnzipper unzipper(archive.c_str());
+  EXPECT_EQ(70001, unzipper.GetFileCount());
+  EXPECT_EQ(kSize, unzipper.GetFileSize());
+  ASSERT_TRUE(unzipper.UnzipFile(0, Lib(temp.Path("out")).c_str()));
+  ASSERT_TRUE(unzipper.UnzipFile(70000, Lib(temp.Path("out")).c_str()));
+  platform::File copy;
+  ASSERT_TRUE(copy.OpenNative(temp.Path("out/sparse"), platform::OpenMode::Read()));
+  EXPECT_EQ(static_cast<std::int64_t>(kSize), copy.Size());
+  for (const std::uint64_t offset : kMarks) {
+    char marks[6] = "";
+    copy.ReadAt(offset, marks, 5);
+    EXPECT_STREQ("marks", marks);
+  }
+  struct stat status;
+  stat(temp.Path("out/sparse").c_str(), &status);
+  EXPECT_LT(status.st_blocks, 1 << 16);
+  EXPECT_EQ("small", ReadWhole(temp.Path("out/69999/small")));
+}
+
+}  // namespace
+}  // namespace qvx::test

@@ -1,0 +1,345 @@
+#include "qvx/zipper.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <functional>
+#include <new>
+#include <vector>
+
+#include "archive/archive_support.h"
+#include "qvx/copy_progress.h"
+#include "qvx/platform.h"
+#include "qvx/unzipper.h"
+#include "support/debug_lines.h"
+#include "support/failing_new.h"
+#include "support/fault_plan.h"
+
+namespace qvx::test {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::Operation;
+
+class Zipper : public testing::Test {
+ protected:
+  // The names in an archive, by our own reader, joined by "|".
+  std::string Names(const std::string& archive = "out.zip") const {
+    CUnzipper unzipper(Lib(temp_.Path(archive)).c_str());
+    std::string names;
+    UZ_FileInfo info;
+    for (int i = 0; i < unzipper.GetFileCount(); ++i) {
+      unzipper.GetFileInfo(i, info);
+      names += (i == 0 ? "" : "|") + std::string(info.fileName);
+    }
+    return names;
+  }
+
+  const TempFolder temp_;
+  const std::string archive_ = Lib(temp_.Path("out.zip"));
+  const std::string root_ = Lib(temp_.Path());
+};
+
+struct Recorder : IArchiveProgressListener {
+  int OnArchiveProgress(const char* name, std::uint64_t done, std::uint64_t total) override {
+    last = name;
+    EXPECT_LE(done, total);
+    return ++calls == stop_at ? 0 : 1;
+  }
+  void OnArchiveSkipped(const char* path) override { skipped.emplace_back(path); }
+
+  std::string last;
+  std::vector<std::string> skipped;
+  int calls = 0;
+  int stop_at = -1;
+};
+
+TEST_F(Zipper, OtherProgramsReadATree) {
+  MakeSampleTree(temp_, "tree");
+  temp_.Write("tree/.hidden", "left out");
+  temp_.Write("elsewhere/file", "outside");
+  fs::create_symlink(temp_.Path("tree/one"), temp_.Path("tree/link"));
+  fs::create_symlink(temp_.Path("elsewhere"), temp_.Path("tree/folder link"));
+  mkfifo(temp_.Path("tree/fifo").c_str(), 0600);
+  const timespec old[2] = {{1234567891, 0}, {1234567891, 0}};
+  utimensat(AT_FDCWD, temp_.Path("tree/one").c_str(), old, 0);
+  Recorder recorder;
+  CZipper zipper(archive_.c_str(), root_.c_str(), false);
+  zipper.SetProgressListener(&recorder);
+  EXPECT_TRUE(zipper.AddFolderToZip("tree", false));
+  Z_FileInfo info;
+  zipper.GetFileInfo(info);
+  EXPECT_EQ(7, info.fileCount);
+  EXPECT_EQ(5, info.folderCount);
+  EXPECT_EQ(2 * 700000u + 256 * 1024 + 2 * 1024 * 1024 + 11, info.uncompressedSize);
+  EXPECT_TRUE(zipper.CloseZip());
+  EXPECT_EQ(3u, recorder.skipped.size());
+  EXPECT_FALSE(recorder.last.empty());
+
+  fs::remove(temp_.Path("tree/.hidden"));
+  fs::remove(temp_.Path("tree/fifo"));
+  fs::remove(temp_.Path("tree/folder link"));
+  const std::string archive = temp_.Path("out.zip");
+  EXPECT_EQ(0, RunPeer("check " + archive + " " + temp_.Path("tree") + " tree"));
+  EXPECT_EQ(0, RunCommand("unzip -tqq " + archive));
+  EXPECT_EQ(0, RunCommand("7z t " + archive));
+  // It takes backslashes for what they are, and warns.
+  EXPECT_EQ(1, RunCommand("LC_ALL=C.UTF-8 unzip -q " + archive + " -d " + temp_.Path("theirs")));
+  EXPECT_TRUE(CUnzipper::Unzip(archive_.c_str(), Lib(temp_.Path("ours")).c_str(), false));
+  fs::remove(temp_.Path("tree/link"));
+  temp_.Write("tree/link", "1");
+  EXPECT_EQ(TreeOf(temp_.Path("tree")), TreeOf(temp_.Path("theirs/tree")));
+  EXPECT_EQ(TreeOf(temp_.Path("tree")), TreeOf(temp_.Path("ours/tree")));
+  struct stat status;
+  stat(temp_.Path("ours/tree/one").c_str(), &status);
+  EXPECT_EQ(1234567890, status.st_mtime);
+}
+
+TEST_F(Zipper, StoredNames) {
+  temp_.Write("in/f.txt", "f");
+  temp_.Write("in/sub.d/g", "g");
+  temp_.Write("in/sub.d/back\\slash", "b");
+  temp_.Write("other", "o");
+  const std::string in = Lib(temp_.Path("in"));
+  const auto file = [](const char* path, bool bare) {
+    return [=](CZipper& zipper) { return zipper.AddFileToZip(path, bare); };
+  };
+  const auto placed = [](const char* path, const char* folder) {
+    return [=](CZipper& zipper) { return zipper.AddFileToZip(path, folder); };
+  };
+  const auto folder = [](const char* path, bool bare) {
+    return [=](CZipper& zipper) { return zipper.AddFolderToZip(path, bare); };
+  };
+  const std::string absolute = in + "\\f.txt";
+  const std::string upper = "c:" + in.substr(2) + "\\f.txt";
+  const std::string outside = Lib(temp_.Path("other"));
+  const struct {
+    std::function<bool(CZipper&)> add;
+    const char* names;  // null for a failure
+  } cases[] = {
+      {file("f.txt", false), "f.txt"},
+      {file(".\\sub.d\\g", false), "sub.d\\g"},
+      {file("sub.d\\g", true), "g"},
+      {file("..\\other", false), nullptr},
+      {file(".\\..\\other", false), nullptr},
+      {file("..\\other", true), "other"},
+      {file(absolute.c_str(), false), "f.txt"},
+      {file(upper.c_str(), false), "f.txt"},
+      {file(outside.c_str(), false), nullptr},
+      {file(outside.c_str(), true), "other"},
+      {file("absent", false), nullptr},
+      {file("sub.d", false), nullptr},
+      {file("", false), nullptr},
+      {file(nullptr, false), nullptr},
+      {file("sub.d\\back\xEF\x81\x9Cslash", true), "back\xEF\x81\x9Cslash"},
+      {placed("sub.d\\g", "x\\y"), "x\\y\\g"},
+      {placed("sub.d\\g", "\\x\\"), "x\\g"},
+      {placed("sub.d\\g", nullptr), "g"},
+      {placed("sub.d\\g", ""), "g"},
+      {placed("f.txt", "C:\\x"), nullptr},
+      {placed("f.txt", "..\\x"), nullptr},
+      {folder("sub.d", false), "sub.d\\|sub.d\\back\xEF\x81\x9Cslash|sub.d\\g"},
+      {folder("sub.d\\", true), "sub\\|back\xEF\x81\x9Cslash|g"},
+      {folder("absent", false), "absent\\"},
+      {folder("..", false), nullptr},
+      {folder(root_.c_str(), false), nullptr},
+      {folder(nullptr, false), nullptr},
+  };
+  for (const auto& each : cases) {
+    const auto index = &each - cases;
+    CZipper zipper(archive_.c_str(), in.c_str(), false);
+    EXPECT_EQ(each.names != nullptr, each.add(zipper)) << index;
+    EXPECT_TRUE(zipper.CloseZip());
+    std::string names = Names();
+    // A folder gives its two files in the order of the file system.
+    if (names == "sub.d\\|sub.d\\g|sub.d\\back\xEF\x81\x9Cslash") names = cases[21].names;
+    if (names == "sub\\|g|back\xEF\x81\x9Cslash") names = cases[22].names;
+    EXPECT_EQ(each.names == nullptr ? "" : each.names, names) << index;
+  }
+}
+
+TEST_F(Zipper, LogsFilesThatGoByTheirOwnPath) {
+  temp_.Write("f", "f");
+  const DebugLines lines;
+  CZipper zipper(archive_.c_str(), root_.c_str(), false);
+  zipper.AddFileToZip("f", false);
+  zipper.AddFileToZip("f", "below");
+  EXPECT_EQ(1, lines.Count(2, "CZipper::AddFileToZip(f)\n"));
+  EXPECT_EQ(1u, lines.All().size());
+}
+
+TEST_F(Zipper, OpensAndCloses) {
+  temp_.Write("f", "f");
+  temp_.Write("folder/x", "x");
+  CZipper closed;
+  EXPECT_TRUE(closed.CloseZip());
+  EXPECT_FALSE(closed.AddFileToZip("f", true) || closed.AddFileToZip("f", nullptr) ||
+               closed.AddFolderToZip("folder", true));
+  const std::string folder = Lib(temp_.Path("folder"));
+  const std::string nowhere = Lib(temp_.Path("no/such/out.zip"));
+  const std::string too_long = root_ + "\\" + std::string(255, 'n');
+  for (const char* path :
+       {static_cast<const char*>(nullptr), "", folder.c_str(), nowhere.c_str(), too_long.c_str()}) {
+    EXPECT_FALSE(closed.OpenZip(path, "", false));
+  }
+  // With no root folder given, that of the archive counts; a copy is closed.
+  CZipper zipper(archive_.c_str(), nullptr, false);
+  CZipper copy(zipper);
+  EXPECT_FALSE(copy.AddFileToZip("f", true));
+  EXPECT_TRUE(zipper.AddFileToZip("f", false));
+  EXPECT_FALSE(fs::exists(temp_.Path("out.zip")));
+  EXPECT_TRUE(zipper.OpenZip(archive_.c_str(), "", false));
+  EXPECT_EQ("f", Names());
+  Z_FileInfo info;
+  zipper.GetFileInfo(info);
+  EXPECT_EQ(0, info.fileCount);
+  zipper.DiscardZip();
+  EXPECT_EQ("f", Names());
+  // The archive never holds itself, nor what it replaces.
+  EXPECT_TRUE(CZipper::ZipFolder(folder.c_str(), false));
+  EXPECT_EQ("folder\\|folder\\x", Names("folder.zip"));
+  EXPECT_TRUE(CZipper::ZipFile(Lib(temp_.Path("f")).c_str()));
+  EXPECT_EQ("f", Names("f.zip"));
+  EXPECT_FALSE(CZipper::ZipFile(Lib(temp_.Path("f.zip")).c_str()));
+  EXPECT_EQ("f", Names("f.zip"));
+  EXPECT_FALSE(CZipper::ZipFile(Lib(temp_.Path("absent")).c_str()));
+  EXPECT_FALSE(fs::exists(temp_.Path("absent.zip")));
+  EXPECT_TRUE(zipper.OpenZip(archive_.c_str(), nullptr, false));
+  EXPECT_TRUE(zipper.AddFolderToZip(root_.c_str(), false));
+  EXPECT_TRUE(zipper.CloseZip());
+  EXPECT_EQ(std::string::npos, Names().find("out.zip"));
+  EXPECT_EQ(std::string::npos, Names().find(".tmp"));
+}
+
+TEST_F(Zipper, AppendsBehindWhatIsThere) {
+  temp_.Write("f", "f");
+  const std::string former(5000, 'x');
+  const std::string path = temp_.Write("out.zip", former);
+  CZipper zipper(archive_.c_str(), nullptr, true);
+  EXPECT_TRUE(zipper.AddFileToZip("f", false));
+  zipper.DiscardZip();
+  EXPECT_EQ(former, ReadWhole(path));
+  for (const char* names : {"f", "f"}) {
+    EXPECT_TRUE(zipper.OpenZip(archive_.c_str(), nullptr, true));
+    EXPECT_TRUE(zipper.AddFileToZip("f", false));
+    EXPECT_TRUE(zipper.CloseZip());
+    EXPECT_EQ(names, Names());
+  }
+  EXPECT_EQ(former, ReadWhole(path).substr(0, former.size()));
+  EXPECT_EQ(0, RunCommand("7z t " + path));
+  EXPECT_EQ(0, RunCommand("python3 -m zipfile -t " + path));
+  EXPECT_TRUE(zipper.OpenZip(Lib(temp_.Path("new.zip")).c_str(), nullptr, true));
+  EXPECT_TRUE(zipper.CloseZip());
+  EXPECT_TRUE(fs::exists(temp_.Path("new.zip")));
+}
+
+TEST_F(Zipper, AFailureLeavesTheFormerArchive) {
+  MakeSampleTree(temp_, "tree");
+  temp_.Write("former/out.zip", "former");
+  const std::string archive = Lib(temp_.Path("former/out.zip"));
+  const std::map<std::string, std::string> former = TreeOf(temp_.Path("former"));
+  const struct {
+    Operation operation;
+    bool append;
+    bool early;  // already while files are added
+  } cases[] = {{Operation::kFileWrite, false, true}, {Operation::kFileWrite, false, false},
+               {Operation::kFileWrite, true, false}, {Operation::kFileClose, false, false},
+               {Operation::kFileClose, true, false}, {Operation::kFileRename, false, false}};
+  for (const auto& each : cases) {
+    CZipper zipper(archive.c_str(), root_.c_str(), each.append);
+    FaultPlan plan;
+    if (each.early) plan.Fail(each.operation, 1, ENOSPC);
+    EXPECT_EQ(!each.early, zipper.AddFolderToZip("tree", false));
+    plan.Fail(each.operation, plan.Calls(each.operation) + 1, ENOSPC);
+    EXPECT_FALSE(zipper.CloseZip());
+    EXPECT_EQ(former, TreeOf(temp_.Path("former")));
+  }
+  Recorder recorder;
+  recorder.stop_at = 2;
+  CZipper zipper(archive.c_str(), root_.c_str(), false);
+  zipper.SetProgressListener(&recorder);
+  EXPECT_FALSE(zipper.AddFolderToZip("tree", false));
+  zipper.DiscardZip();
+  EXPECT_EQ(former, TreeOf(temp_.Path("former")));
+}
+
+TEST_F(Zipper, FailedAllocationsPassThrough) {
+  MakeSampleTree(temp_, "tree");
+  int failures = 0;
+  for (bool failed = true; failed; failures += failed ? 1 : 0) {
+    CZipper zipper(archive_.c_str(), root_.c_str(), false);
+    failed = false;
+    try {
+      const FailingAllocations failing(failures + 1);
+      zipper.AddFileToZip("tree\\one", false);
+      zipper.AddFolderToZip("tree\\deep", false);
+    } catch (const std::bad_alloc&) {
+      failed = true;
+    }
+    zipper.DiscardZip();
+  }
+  EXPECT_GT(failures, 20);
+}
+
+// What happens to files between the calls that pack them.
+std::atomic<int> opens{0};
+std::string hook_path;
+
+TEST_F(Zipper, FilesThatVanishGrowAndShrink) {
+  for (const char* name : {"tree/vanishes", "tree/other"}) temp_.Write(name, "data");
+  hook_path = temp_.Path("tree/vanishes");
+  CZipper zipper(archive_.c_str(), root_.c_str(), false);
+  opens = 0;
+  platform::SetSeamHook([](platform::SeamCall& call) {
+    if (call.operation == Operation::kFileOpen && ++opens == 2) unlink(hook_path.c_str());
+  });
+  EXPECT_TRUE(zipper.AddFolderToZip("tree", false));
+  platform::SetSeamHook(nullptr);
+  const std::string big(600000, 'g');
+  hook_path = temp_.Write("big", big);
+  opens = 0;
+  platform::SetSeamHook([](platform::SeamCall& call) {
+    if (call.operation == Operation::kFileRead) truncate(hook_path.c_str(), 700000);
+  });
+  EXPECT_TRUE(zipper.AddFileToZip("big", false));
+  platform::SetSeamHook([](platform::SeamCall& call) {
+    if (call.operation == Operation::kFileRead && ++opens == 2) truncate(hook_path.c_str(), 300000);
+  });
+  Recorder recorder;
+  zipper.SetProgressListener(&recorder);
+  EXPECT_TRUE(zipper.AddFileToZip("big", "shrunk"));
+  platform::SetSeamHook(nullptr);
+  EXPECT_EQ(1u, recorder.skipped.size());
+  EXPECT_TRUE(zipper.CloseZip());
+  EXPECT_TRUE(CUnzipper::Unzip(archive_.c_str(), Lib(temp_.Path("ours")).c_str(), false));
+  auto tree = TreeOf(temp_.Path("ours"));
+  EXPECT_EQ("data", tree["tree/other"]);
+  EXPECT_EQ(0u, tree.count("tree/vanishes"));
+  EXPECT_EQ(big, tree["big"]);
+  EXPECT_EQ(big.substr(0, 300000), tree["shrunk/big"]);
+}
+
+TEST_F(Zipper, OtherCodePages) {
+  temp_.Write("\xe4\xb8\xad\xe6\x96\x87", "chinese");
+  temp_.Write("not\xff utf8", "bytes");
+  CZipper zipper(archive_.c_str(), root_.c_str(), false);
+  EXPECT_TRUE(zipper.AddFolderToZip("", false));
+  EXPECT_TRUE(zipper.CloseZip());
+  EXPECT_TRUE(CUnzipper::Unzip(archive_.c_str(), Lib(temp_.Path("utf8")).c_str(), false));
+  EXPECT_EQ("bytes", TreeOf(temp_.Path("utf8"))["not\xff utf8"]);
+  ASSERT_EQ(1, SetAnsiCodePage(936));
+  EXPECT_TRUE(zipper.OpenZip(archive_.c_str(), nullptr, false));
+  EXPECT_TRUE(zipper.AddFileToZip("\xd6\xd0\xce\xc4", false));
+  EXPECT_TRUE(zipper.CloseZip());
+  EXPECT_EQ("\xd6\xd0\xce\xc4", Names());
+  EXPECT_NE(std::string::npos, ReadWhole(temp_.Path("out.zip")).find("\xd6\xd0\xce\xc4"));
+  EXPECT_TRUE(CUnzipper::Unzip(archive_.c_str(), Lib(temp_.Path("gbk")).c_str(), false));
+  SetAnsiCodePage(65001);
+  EXPECT_EQ("chinese", TreeOf(temp_.Path("gbk"))["\xe4\xb8\xad\xe6\x96\x87"]);
+}
+
+}  // namespace
+}  // namespace qvx::test
