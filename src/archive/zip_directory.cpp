@@ -15,7 +15,6 @@ namespace {
 
 constexpr std::size_t kMostComment = 0xFFFF;
 constexpr std::size_t kExtraHead = 4;
-constexpr std::size_t kUnicodeHead = 5;  // version and CRC of the name
 
 // Where the directory should be, and what it should hold.
 struct Extent {
@@ -104,10 +103,10 @@ bool ReadZip64(ZipEntry& entry, const unsigned char* data, std::size_t size) {
 
 // A name in UTF-8 beside one in an older form, valid as long as that was not changed.
 void ReadUnicodePath(ZipEntry& entry, const unsigned char* data, std::size_t size) {
-  if (size <= kUnicodeHead || data[0] != 1) return;
+  if (size <= kUnicodePathHead || data[0] != 1) return;
   const auto* name = reinterpret_cast<const unsigned char*>(entry.raw_name.data());
   if (crc32_z(0, name, entry.raw_name.size()) != Get32(data + 1)) return;
-  entry.name = std::string(Text(data + kUnicodeHead, size - kUnicodeHead));
+  entry.name = std::string(Text(data + kUnicodePathHead, size - kUnicodePathHead));
 }
 
 bool ReadExtra(ZipEntry& entry, const unsigned char* extra, std::size_t size) {
@@ -147,8 +146,7 @@ std::size_t ReadEntry(ByteSource& source, std::uint64_t at, std::uint64_t end, Z
   entry.internal_attributes = Get16(record + 36);
   entry.attributes = Get32(record + 38);
   entry.offset = Get32(record + 42);
-  const unsigned int host = entry.version / 256u;
-  const NameSource decoding{(entry.flags & kFlagUtf8) != 0, host};
+  const NameSource decoding{(entry.flags & kFlagUtf8) != 0, entry.version == kMadeForRawNames};
   const unsigned char* texts = record + kCentralSize;
   entry.raw_name = std::string(Text(texts, name_size));
   entry.name = DecodeName(entry.raw_name, decoding);

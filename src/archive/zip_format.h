@@ -33,9 +33,10 @@ inline constexpr std::uint16_t kExtraUnicodePath = 0x7075;
 inline constexpr std::uint16_t kSaturated16 = 0xFFFF;      // the number stands in a
 inline constexpr std::uint32_t kSaturated32 = 0xFFFFFFFF;  // zip64 record instead
 
-// The systems in the high byte of "version made by".
-inline constexpr unsigned int kHostUnix = 3;
-inline constexpr unsigned int kHostMac = 19;
+inline constexpr std::size_t kUnicodePathHead = 5;  // version and CRC of the other name
+
+// "Version made by" of zip 3.0 on Unix, which stores the bytes of a name as they are.
+inline constexpr std::uint16_t kMadeForRawNames = 3 << 8 | 30;
 
 inline constexpr std::uint32_t kAttributeFolder = 0x10;
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "archive/zip_format.h"
 #include "platform/code_page.h"
 #include "platform/path.h"
 #include "platform/utf.h"
@@ -121,8 +120,7 @@ std::optional<EncodedName> EncodeName(const std::string& own) {
 }
 
 std::string DecodeName(std::string_view bytes, const NameSource& source) {
-  const bool unix_like = source.host == kHostUnix || source.host == kHostMac;
-  if (source.marked_utf8 || unix_like) return std::string(bytes);
+  if (source.marked_utf8 || source.raw) return std::string(bytes);
   if (platform::AnsiIsUtf8()) {
     return IsValidUtf8(bytes) ? std::string(bytes) : FromCodePage437(bytes);
   }

@@ -29,7 +29,7 @@ std::optional<EncodedName> EncodeName(const std::string& own);
 // What says how the name and comment of an entry are to be read.
 struct NameSource {
   bool marked_utf8;
-  unsigned int host;
+  bool raw;  // stored by a program that knows no code page
 };
 std::string DecodeName(std::string_view bytes, const NameSource& source);
 

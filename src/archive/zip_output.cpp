@@ -7,6 +7,7 @@
 
 #include "archive/zip_format.h"
 #include "archive/zip_name.h"
+#include "platform/utf.h"
 
 namespace qvx::archive {
 
@@ -18,6 +19,23 @@ constexpr std::uint32_t kUnixFile = 0100644u << 16;
 // Deflated data can be longer than what went in, by less than this.
 constexpr std::uint64_t kZip64From = 0xF0000000;
 constexpr platform::OpenMode kReadWrite{true, true, false, false, false, false};
+
+// The name once more, in a form that unzip prefers: from this host it takes a name that is
+// marked as UTF-8 for one of an old code page all the same. ASCII names need none.
+std::string UnicodePath(const std::string& name) {
+  if (platform::AsciiPrefix(name) == name.size()) return std::string();
+  const auto crc = static_cast<std::uint32_t>(
+      crc32_z(0, reinterpret_cast<const unsigned char*>(name.data()), name.size()));
+  std::string field;
+  const auto put = [&field](std::uint32_t number, int bytes) {
+    for (int i = 0; i < bytes; ++i) field += static_cast<char>(number >> (8 * i));
+  };
+  put(kExtraUnicodePath, 2);
+  put(static_cast<std::uint32_t>(name.size() + kUnicodePathHead), 2);
+  put(1, 1);
+  put(crc, 4);
+  return field + name;
+}
 
 ArchiveStream* StreamOf(void* stream) {
   return static_cast<ArchiveStream*>(stream);
@@ -93,20 +111,18 @@ bool ZipOutput::Holds(const platform::File& file) const {
 bool ZipOutput::BeginEntry(const EntryHead& head) {
   const std::optional<EncodedName> name = EncodeName(head.name);
   if (!name || !IsSound()) return false;
+  const unsigned int version = name->raw ? kMadeForRawNames : kVersion;
+  const std::string extra = name->utf8 ? UnicodePath(name->bytes) : std::string();
+  const auto extra_size = static_cast<unsigned int>(extra.size());
   zip_fileinfo info{};
   info.dosDate = head.dos_date;
   info.external_fa = head.attributes;
-  unsigned int host = 0;
-  if (name->raw) {
-    // Only names from this host are read as bytes; it then wants its own attributes too.
-    host = kHostUnix;
-    info.external_fa |= head.is_folder ? kUnixFolder : kUnixFile;
-  }
+  if (name->raw) info.external_fa |= head.is_folder ? kUnixFolder : kUnixFile;
   const int method = head.is_folder ? kMethodStored : kMethodDeflated;
-  return zipOpenNewFileInZip4_64(zip_, name->bytes.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
-                                 method, Z_DEFAULT_COMPRESSION, 1, -MAX_WBITS, DEF_MEM_LEVEL,
-                                 Z_DEFAULT_STRATEGY, nullptr, 0, host << 8 | kVersion,
-                                 name->utf8 ? kFlagUtf8 : 0,
+  return zipOpenNewFileInZip4_64(zip_, name->bytes.c_str(), &info, extra.data(), extra_size,
+                                 extra.data(), extra_size, nullptr, method, Z_DEFAULT_COMPRESSION,
+                                 1, -MAX_WBITS, DEF_MEM_LEVEL, Z_DEFAULT_STRATEGY, nullptr, 0,
+                                 version, name->utf8 ? kFlagUtf8 : 0,
                                  head.size >= kZip64From ? 1 : 0) == ZIP_OK;
 }
 

@@ -55,7 +55,7 @@ class ZipOutput {
 
   platform::PendingFile pending_;
   platform::File in_place_;
-  std::string path_;  // of that
+  std::string path_;         // of that
   platform::File replaced_;  // what bears the name now, if anything
   std::uint64_t former_size_ = 0;
   std::unique_ptr<ArchiveStream> stream_;

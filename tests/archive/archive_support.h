@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <string>
 
@@ -21,11 +22,17 @@ inline int RunCommand(const std::string& command) {
 }
 
 inline int RunPeer(const std::string& arguments) {
-  return RunCommand("python3 '" QVX_ARCHIVE_PEERS "' " + arguments);
+  return RunCommand("/usr/bin/python3 '" QVX_ARCHIVE_PEERS "' " + arguments);
 }
 
 inline std::string Lib(const std::string& native) {
   return Library<char>(native);
+}
+
+// As it is where it is short, else something that stands for it.
+inline std::string Digest(const std::string& content) {
+  if (content.size() < 2000) return content;
+  return std::to_string(content.size()) + ":" + std::to_string(std::hash<std::string>()(content));
 }
 
 // Below a folder: the content of each file, "/" for each folder, by native path. Links count
@@ -35,25 +42,33 @@ inline std::map<std::string, std::string> TreeOf(const std::string& folder) {
   std::map<std::string, std::string> tree;
   for (const auto& entry : fs::recursive_directory_iterator(folder)) {
     std::string& value = tree[entry.path().string().substr(folder.size() + 1)];
-    value = entry.is_symlink() ? "->" : entry.is_directory() ? "/" : ReadWhole(entry.path());
+    value = entry.is_symlink()     ? "->"
+            : entry.is_directory() ? "/"
+                                   : Digest(ReadWhole(entry.path()));
   }
   return tree;
+}
+
+// Writes a file and makes the folders above it; returns its native path.
+inline std::string Put(const TempFolder& temp, const std::string& name,
+                       const std::string& content) {
+  std::filesystem::create_directories(std::filesystem::path(temp.Path(name)).parent_path());
+  return temp.Write(name, content);
 }
 
 // A few files of all sizes that matter, in folders.
 inline void MakeSampleTree(const TempFolder& temp, const std::string& top) {
   namespace fs = std::filesystem;
-  fs::create_directories(temp.Path(top + "/deep/er/still"));
-  fs::create_directory(temp.Path(top + "/nothing"));
+  fs::create_directories(temp.Path(top + "/nothing"));
   std::string noise(700000, '\0');
   unsigned int state = 1;
   for (char& byte : noise) byte = static_cast<char>((state = state * 1103515245 + 12345) >> 24);
-  temp.Write(top + "/empty", "");
-  temp.Write(top + "/one", "1");
-  temp.Write(top + "/noise", noise);
-  temp.Write(top + "/deep/block", std::string(256 * 1024, 'b'));
-  temp.Write(top + "/deep/er/pieces", std::string(2 * 1024 * 1024, 'p') + noise + "end");
-  temp.Write(top + "/deep/er/still/\xd0\x96\xe4\xb8\xad colon:star*.txt", "script");
+  Put(temp, top + "/empty", "");
+  Put(temp, top + "/one", "1");
+  Put(temp, top + "/noise", noise);
+  Put(temp, top + "/deep/block", std::string(256 * 1024, 'b'));
+  Put(temp, top + "/deep/er/pieces", std::string(2 * 1024 * 1024, 'p') + noise + "end");
+  Put(temp, top + "/deep/er/still/\xd0\x96\xe4\xb8\xad colon:star*.txt", "script");
 }
 
 }  // namespace qvx::test

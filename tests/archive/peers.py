@@ -1,13 +1,14 @@
 """Archives by Python's own zipfile, for the tests: checks ours, makes those of other kinds.
 
 usage: peers.py check ARCHIVE FOLDER [PREFIX]    ours holds just what FOLDER holds
-       peers.py make KIND ARCHIVE                one of the kinds below
+       peers.py make FOLDER                      KIND.zip for each kind below
        peers.py large ARCHIVE                    its first entry has 5 GiB, and 70000 follow
 """
 import io
 import os
 import struct
 import sys
+import time
 import zipfile
 import zlib
 
@@ -37,7 +38,7 @@ def check(archive, folder, prefix=""):
             if not os.path.isdir(path):
                 assert zip_file.read(info) == open(path, "rb").read(), path
             status = os.stat(path)
-            local = __import__("time").localtime(status.st_mtime - status.st_mtime % 2)
+            local = time.localtime(status.st_mtime - status.st_mtime % 2)
             assert info.date_time == tuple(local[:6]), (info.date_time, local)
     assert not wanted, wanted
 
@@ -127,8 +128,8 @@ def overlap(archive):
 
 def inside(archive):
     """A stored entry whose data is an entry of the list, too."""
-    plain(archive + ".inner", ["inner"])
-    inner = open(archive + ".inner", "rb").read()
+    plain(archive, ["inner"])
+    inner = open(archive, "rb").read()
     with zipfile.ZipFile(archive, "w") as zip_file:
         zip_file.writestr(entry("outer", zipfile.ZIP_STORED), inner)
         zip_file.writestr(entry("inner"), b"data of it\n" * 99)
@@ -189,4 +190,5 @@ if __name__ == "__main__":
         infos = zipfile.ZipFile(sys.argv[2]).infolist()
         assert len(infos) == 70001 and infos[0].file_size == 5 << 30
     else:
-        KINDS[sys.argv[2]](sys.argv[3])
+        for kind, make in KINDS.items():
+            make(os.path.join(sys.argv[2], kind + ".zip"))

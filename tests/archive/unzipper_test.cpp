@@ -39,10 +39,13 @@ std::string DataOfIt() {
 
 class Unzipper : public testing::Test {
  protected:
+  // A copy of an archive of this kind, which was made once for all tests.
   std::string Make(const std::string& kind) const {
-    const std::string path = temp_.Path(kind + ".zip");
-    EXPECT_EQ(0, RunPeer("make " + kind + " " + path)) << kind;
-    return Lib(path);
+    static const TempFolder all;
+    static const int made = RunPeer("make " + all.Path());
+    EXPECT_EQ(0, made);
+    fs::copy_file(all.Path(kind + ".zip"), temp_.Path(kind + ".zip"));
+    return Lib(temp_.Path(kind + ".zip"));
   }
   bool Unpack(const std::string& archive, const std::string& folder, bool flat = false) const {
     return CUnzipper::Unzip(archive.c_str(), Lib(temp_.Path(folder)).c_str(), flat);
@@ -61,7 +64,7 @@ TEST_F(Unzipper, WhatOtherProgramsPack) {
       "zip -qrX9 ../a.zip . && cp ../a.zip ../b.zip && zip -A ../a.zip",
       "7z a -tzip ../a.zip .",
       "7z a -tzip -mx=0 -mcu=on ../a.zip .",
-      "python3 -m zipfile -c ../a.zip .",
+      "/usr/bin/python3 -m zipfile -c ../a.zip .",
   };
   for (const char* command : commands) {
     fs::remove(temp_.Path("a.zip"));
@@ -69,7 +72,7 @@ TEST_F(Unzipper, WhatOtherProgramsPack) {
     ASSERT_EQ(0, RunCommand("export LC_ALL=C.UTF-8; cd " + temp_.Path("tree") + " && " + command))
         << command;
     EXPECT_TRUE(Unpack(Lib(temp_.Path("a.zip")), "out")) << command;
-    EXPECT_TRUE(tree == TreeOf(temp_.Path("out"))) << command;
+    EXPECT_EQ(tree, TreeOf(temp_.Path("out"))) << command;
   }
 }
 
@@ -80,10 +83,10 @@ TEST_F(Unzipper, EveryFormOfEntries) {
   std::string bytes(256, '\0');
   for (int i = 0; i < 256; ++i) bytes[static_cast<std::size_t>(i)] = static_cast<char>(i);
   const Tree wanted{{"a", "/"},
-                    {"a/descriptor.txt", std::string(70000, 'x')},
+                    {"a/descriptor.txt", Digest(std::string(70000, 'x'))},
                     {"stored", bytes},
                     {"empty", ""},
-                    {"zip64", large},
+                    {"zip64", Digest(large)},
                     {"no attributes", "/"},
                     {"\xe4\xb8\xad\xe6\x96\x87", "/"},
                     {"\xe4\xb8\xad\xe6\x96\x87/\xd0\x96.txt", "utf8"},
@@ -190,7 +193,7 @@ TEST_F(Unzipper, StaysBelowItsFolder) {
   EXPECT_FALSE(fs::exists("/tmp/qvx_up") || fs::exists("/up"));
   // A link is never followed: not as a folder on the way, and as a file it is replaced.
   const std::string archive = Make("nested");
-  temp_.Write("elsewhere/kept", "kept");
+  Put(temp_, "elsewhere/kept", "kept");
   fs::create_directory(temp_.Path("linked"));
   fs::create_directory_symlink(temp_.Path("elsewhere"), temp_.Path("linked/a"));
   fs::create_symlink(temp_.Path("elsewhere/kept"), temp_.Path("linked/top.TXT"));
@@ -199,10 +202,10 @@ TEST_F(Unzipper, StaysBelowItsFolder) {
   EXPECT_EQ((Tree{{"a", "->"}, {"top.TXT", DataOfIt()}}), TreeOf(temp_.Path("linked")));
   // The folder itself may be a link; what is in the way of a folder or file stays.
   EXPECT_TRUE(Unpack(archive, "linked/a"));
-  EXPECT_EQ(8u, TreeOf(temp_.Path("elsewhere")).size());
+  EXPECT_EQ(7u, TreeOf(temp_.Path("elsewhere")).size());
   fs::create_directories(temp_.Path("blocked/top.TXT"));
   EXPECT_FALSE(Unpack(archive, "blocked"));
-  temp_.Write("file/a", "a file");
+  Put(temp_, "file/a", "a file");
   EXPECT_FALSE(Unpack(archive, "file"));
   EXPECT_EQ("a file", TreeOf(temp_.Path("file"))["a"]);
   fs::create_directory(temp_.Path("fifo"));
@@ -245,13 +248,13 @@ class DamagedArchive : public Unzipper {
     tree_ = TreeOf(temp_.Path("t"));
   }
   void MakeTree() const {
-    temp_.Write("t/long", DataOfIt());
-    temp_.Write("t/f/short", "short");
-    temp_.Write("t/empty", "");
+    Put(temp_, "t/long", DataOfIt());
+    Put(temp_, "t/f/short", "short");
+    Put(temp_, "t/empty", "");
   }
   bool UnpackDamaged(const std::string& bytes) const {
     fs::remove_all(temp_.Path("out"));
-    temp_.Write("damaged.zip", bytes);
+    Put(temp_, "damaged.zip", bytes);
     return Unpack(Lib(temp_.Path("damaged.zip")), "out");
   }
 

@@ -59,8 +59,8 @@ struct Recorder : IArchiveProgressListener {
 
 TEST_F(Zipper, OtherProgramsReadATree) {
   MakeSampleTree(temp_, "tree");
-  temp_.Write("tree/.hidden", "left out");
-  temp_.Write("elsewhere/file", "outside");
+  Put(temp_, "tree/.hidden", "left out");
+  Put(temp_, "elsewhere/file", "outside");
   fs::create_symlink(temp_.Path("tree/one"), temp_.Path("tree/link"));
   fs::create_symlink(temp_.Path("elsewhere"), temp_.Path("tree/folder link"));
   mkfifo(temp_.Path("tree/fifo").c_str(), 0600);
@@ -90,7 +90,7 @@ TEST_F(Zipper, OtherProgramsReadATree) {
   EXPECT_EQ(1, RunCommand("LC_ALL=C.UTF-8 unzip -q " + archive + " -d " + temp_.Path("theirs")));
   EXPECT_TRUE(CUnzipper::Unzip(archive_.c_str(), Lib(temp_.Path("ours")).c_str(), false));
   fs::remove(temp_.Path("tree/link"));
-  temp_.Write("tree/link", "1");
+  Put(temp_, "tree/link", "1");
   EXPECT_EQ(TreeOf(temp_.Path("tree")), TreeOf(temp_.Path("theirs/tree")));
   EXPECT_EQ(TreeOf(temp_.Path("tree")), TreeOf(temp_.Path("ours/tree")));
   struct stat status;
@@ -99,10 +99,10 @@ TEST_F(Zipper, OtherProgramsReadATree) {
 }
 
 TEST_F(Zipper, StoredNames) {
-  temp_.Write("in/f.txt", "f");
-  temp_.Write("in/sub.d/g", "g");
-  temp_.Write("in/sub.d/back\\slash", "b");
-  temp_.Write("other", "o");
+  Put(temp_, "in/f.txt", "f");
+  Put(temp_, "in/sub.d/g", "g");
+  Put(temp_, "in/sub.d/back\\slash", "b");
+  Put(temp_, "other", "o");
   const std::string in = Lib(temp_.Path("in"));
   const auto file = [](const char* path, bool bare) {
     return [=](CZipper& zipper) { return zipper.AddFileToZip(path, bare); };
@@ -162,7 +162,7 @@ TEST_F(Zipper, StoredNames) {
 }
 
 TEST_F(Zipper, LogsFilesThatGoByTheirOwnPath) {
-  temp_.Write("f", "f");
+  Put(temp_, "f", "f");
   const DebugLines lines;
   CZipper zipper(archive_.c_str(), root_.c_str(), false);
   zipper.AddFileToZip("f", false);
@@ -172,8 +172,8 @@ TEST_F(Zipper, LogsFilesThatGoByTheirOwnPath) {
 }
 
 TEST_F(Zipper, OpensAndCloses) {
-  temp_.Write("f", "f");
-  temp_.Write("folder/x", "x");
+  Put(temp_, "f", "f");
+  Put(temp_, "folder/x", "x");
   CZipper closed;
   EXPECT_TRUE(closed.CloseZip());
   EXPECT_FALSE(closed.AddFileToZip("f", true) || closed.AddFileToZip("f", nullptr) ||
@@ -215,9 +215,9 @@ TEST_F(Zipper, OpensAndCloses) {
 }
 
 TEST_F(Zipper, AppendsBehindWhatIsThere) {
-  temp_.Write("f", "f");
+  Put(temp_, "f", "f");
   const std::string former(5000, 'x');
-  const std::string path = temp_.Write("out.zip", former);
+  const std::string path = Put(temp_, "out.zip", former);
   CZipper zipper(archive_.c_str(), nullptr, true);
   EXPECT_TRUE(zipper.AddFileToZip("f", false));
   zipper.DiscardZip();
@@ -230,7 +230,7 @@ TEST_F(Zipper, AppendsBehindWhatIsThere) {
   }
   EXPECT_EQ(former, ReadWhole(path).substr(0, former.size()));
   EXPECT_EQ(0, RunCommand("7z t " + path));
-  EXPECT_EQ(0, RunCommand("python3 -m zipfile -t " + path));
+  EXPECT_EQ(0, RunCommand("/usr/bin/python3 -m zipfile -t " + path));
   EXPECT_TRUE(zipper.OpenZip(Lib(temp_.Path("new.zip")).c_str(), nullptr, true));
   EXPECT_TRUE(zipper.CloseZip());
   EXPECT_TRUE(fs::exists(temp_.Path("new.zip")));
@@ -238,7 +238,7 @@ TEST_F(Zipper, AppendsBehindWhatIsThere) {
 
 TEST_F(Zipper, AFailureLeavesTheFormerArchive) {
   MakeSampleTree(temp_, "tree");
-  temp_.Write("former/out.zip", "former");
+  Put(temp_, "former/out.zip", "former");
   const std::string archive = Lib(temp_.Path("former/out.zip"));
   const std::map<std::string, std::string> former = TreeOf(temp_.Path("former"));
   const struct {
@@ -253,7 +253,7 @@ TEST_F(Zipper, AFailureLeavesTheFormerArchive) {
     FaultPlan plan;
     if (each.early) plan.Fail(each.operation, 1, ENOSPC);
     EXPECT_EQ(!each.early, zipper.AddFolderToZip("tree", false));
-    plan.Fail(each.operation, plan.Calls(each.operation) + 1, ENOSPC);
+    plan.Fail(each.operation, 1, ENOSPC);
     EXPECT_FALSE(zipper.CloseZip());
     EXPECT_EQ(former, TreeOf(temp_.Path("former")));
   }
@@ -289,7 +289,7 @@ std::atomic<int> opens{0};
 std::string hook_path;
 
 TEST_F(Zipper, FilesThatVanishGrowAndShrink) {
-  for (const char* name : {"tree/vanishes", "tree/other"}) temp_.Write(name, "data");
+  for (const char* name : {"tree/vanishes", "tree/other"}) Put(temp_, name, "data");
   hook_path = temp_.Path("tree/vanishes");
   CZipper zipper(archive_.c_str(), root_.c_str(), false);
   opens = 0;
@@ -299,7 +299,7 @@ TEST_F(Zipper, FilesThatVanishGrowAndShrink) {
   EXPECT_TRUE(zipper.AddFolderToZip("tree", false));
   platform::SetSeamHook(nullptr);
   const std::string big(600000, 'g');
-  hook_path = temp_.Write("big", big);
+  hook_path = Put(temp_, "big", big);
   opens = 0;
   platform::SetSeamHook([](platform::SeamCall& call) {
     if (call.operation == Operation::kFileRead) truncate(hook_path.c_str(), 700000);
@@ -318,13 +318,13 @@ TEST_F(Zipper, FilesThatVanishGrowAndShrink) {
   auto tree = TreeOf(temp_.Path("ours"));
   EXPECT_EQ("data", tree["tree/other"]);
   EXPECT_EQ(0u, tree.count("tree/vanishes"));
-  EXPECT_EQ(big, tree["big"]);
-  EXPECT_EQ(big.substr(0, 300000), tree["shrunk/big"]);
+  EXPECT_EQ(Digest(big), tree["big"]);
+  EXPECT_EQ(Digest(big.substr(0, 300000)), tree["shrunk/big"]);
 }
 
 TEST_F(Zipper, OtherCodePages) {
-  temp_.Write("\xe4\xb8\xad\xe6\x96\x87", "chinese");
-  temp_.Write("not\xff utf8", "bytes");
+  Put(temp_, "\xe4\xb8\xad\xe6\x96\x87", "chinese");
+  Put(temp_, "not\xff utf8", "bytes");
   CZipper zipper(archive_.c_str(), root_.c_str(), false);
   EXPECT_TRUE(zipper.AddFolderToZip("", false));
   EXPECT_TRUE(zipper.CloseZip());
