@@ -1,6 +1,5 @@
-// The file behind minizip's writing: a position and one block of memory, in which most headers
-// still stand when minizip comes back to complete them. Allocates only when made, since it is
-// called through C code. For one thread at a time.
+// A file that is written from its end on through one block of memory, in which most headers
+// still stand when they are completed. For one thread at a time.
 #pragma once
 
 #include <cstddef>

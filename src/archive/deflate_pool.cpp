@@ -60,7 +60,7 @@ void Deflater::Run(DeflatePiece& piece) {
   piece.crc_ = static_cast<std::uint32_t>(crc32_z(0, piece.Input(), piece.size_));
 }
 
-DeflatePool::DeflatePool(unsigned int threads) {
+DeflatePool::DeflatePool(unsigned int threads, Deflater& own) : own_(own) {
   threads_.reserve(threads);
   while (threads_.size() < threads && AddThread()) {
   }

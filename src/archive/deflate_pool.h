@@ -70,8 +70,9 @@ class Deflater {
 
 class DeflatePool {
  public:
-  // Does with fewer threads, or none, where the system gives no more.
-  explicit DeflatePool(unsigned int threads);
+  // Does with fewer threads, or none, where the system gives no more. own is for the thread that
+  // waits, and must outlive the pool.
+  DeflatePool(unsigned int threads, Deflater& own);
   // Ends the threads; pieces that wait are dropped.
   ~DeflatePool();
   DeflatePool(const DeflatePool&) = delete;
@@ -98,7 +99,7 @@ class DeflatePool {
   bool over_ = false;
   platform::Event work_{false};
   platform::Event done_{false};
-  Deflater own_;
+  Deflater& own_;
   std::vector<std::unique_ptr<platform::NativeThread>> threads_;
 };
 

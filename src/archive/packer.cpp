@@ -19,7 +19,7 @@ constexpr std::size_t kShownName = 65535;
 
 Packer::Packer(ZipOutput& output, Z_FileInfo& info, IArchiveProgressListener* listener,
                unsigned int threads)
-    : output_(output), info_(info), listener_(listener), pool_(threads) {}
+    : output_(output), info_(info), listener_(listener), pool_(threads, output.OwnDeflater()) {}
 
 Packer::~Packer() = default;
 
@@ -48,6 +48,7 @@ void Packer::AddFolder(const EntryHead& head) {
   auto entry = std::make_shared<Entry>();
   entry->head = head;
   pending_.push_back({entry, nullptr, true, true});
+  while (pending_.size() > kMostPending) WriteFront();
 }
 
 // The piece added last is never written here: the next one still needs its end.

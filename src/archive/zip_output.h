@@ -1,10 +1,11 @@
-// One zip archive that is being written, through minizip, which knows the headers, the central
-// directory and zip64. Its entries arrive compressed; minizip would compress them itself, but on
-// one thread. A new archive stands under a temporary name until it is complete; one behind the
-// content of a file is written in place and cut off again if it fails. For one thread at a time.
+// One zip archive that is being written. Its entries arrive compressed, so that several threads
+// can compress them. A new archive stands under a temporary name until it is complete; one
+// behind the content of a file is written in place and cut off again if it fails. For one thread
+// at a time.
+//
+// The records are written here rather than through minizip: version 1.1 of that leaves out the
+// zip64 record of an archive of 65,535 entries or more, so that they can't be counted.
 #pragma once
-
-#include <minizip/zip.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -12,6 +13,7 @@
 #include <string>
 
 #include "archive/archive_stream.h"
+#include "archive/deflate_pool.h"
 #include "platform/file.h"
 #include "platform/pending_file.h"
 
@@ -47,11 +49,30 @@ class ZipOutput {
   // Completes the archive and gives it its name. Nothing can be added afterwards.
   bool Finish();
 
+  // For the calling thread of the next packing, so that it need not be made anew each time.
+  Deflater& OwnDeflater() { return deflater_; }
+
  private:
+  // The entry under way.
+  struct Entry {
+    EntryHead head;
+    std::string name;   // as stored
+    std::string extra;  // beside zip64's
+    std::uint16_t made_by;
+    std::uint16_t flags;
+    bool zip64;
+    std::uint64_t offset;
+    std::uint64_t compressed;
+  };
+
   ZipOutput() = default;
   bool OpenNew(const std::string& path);
   bool OpenBehind(const std::string& path);
-  bool Start(const platform::File& file, std::uint64_t position);
+  bool Write(const std::string& bytes);
+  bool WriteAt(std::uint64_t position, const std::string& bytes);
+  std::string LocalHeader() const;
+  std::string CentralRecord(std::uint64_t size, std::uint32_t crc) const;
+  std::string EndRecords(std::uint64_t begin) const;
 
   platform::PendingFile pending_;
   platform::File in_place_;
@@ -59,7 +80,10 @@ class ZipOutput {
   platform::File replaced_;  // what bears the name now, if anything
   std::uint64_t former_size_ = 0;
   std::unique_ptr<ArchiveStream> stream_;
-  zipFile zip_ = nullptr;
+  Entry entry_{};
+  std::string central_;
+  std::uint64_t count_ = 0;
+  Deflater deflater_;
 };
 
 }  // namespace qvx::archive
