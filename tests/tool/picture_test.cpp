@@ -155,7 +155,7 @@ TEST(ToolThermal, DrawsATableWithItsScale) {
     ASSERT_EQ(0, result.code) << result.err;
     EXPECT_EQ("2 x 2 values\n", result.out);
     const std::string ppm = ReadBmp(out);
-    ASSERT_EQ(0u, ppm.find("P6\n138 288\n")) << ppm.substr(0, 20);
+    ASSERT_TRUE(ppm.starts_with("P6\n138 288\n")) << ppm.substr(0, 20);
     const auto pixel = [&](std::size_t x, std::size_t y) { return PixelOf(ppm, 138, x, y); };
     EXPECT_EQ("FFFFFF", pixel(15, 15));
     EXPECT_EQ("7565E8", pixel(16, 16));

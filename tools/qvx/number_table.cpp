@@ -56,13 +56,13 @@ std::size_t ParseLine(std::string_view line, char separator, std::vector<double>
 
 }  // namespace
 
-double ParseNumber(std::string_view text) {
+double ParseNumber(const std::string& text) {
   std::string_view digits = text;
   if (digits.size() > 1 && digits[0] == '+' && digits[1] != '-') digits.remove_prefix(1);
   double value = 0;
   const auto end = std::from_chars(digits.data(), digits.data() + digits.size(), value);
   if (end.ec != std::errc() || end.ptr != digits.data() + digits.size()) {
-    throw CommandError("'" + std::string(text) + "' is no number");
+    throw CommandError("'" + text + "' is no number");
   }
   return value;
 }

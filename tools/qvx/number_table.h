@@ -19,6 +19,6 @@ struct NumberTable {
 NumberTable ParseTable(std::string_view text, const std::string& name);
 
 // One number and nothing else. Throws CommandError.
-double ParseNumber(std::string_view text);
+double ParseNumber(const std::string& text);
 
 }  // namespace qvx::tool
