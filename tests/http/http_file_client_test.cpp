@@ -22,6 +22,12 @@ using HttpFileClient = HttpTest;
 
 constexpr std::int64_t kSecond = 1'000'000'000;
 
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+constexpr int kRandomReads = 1500;
+#else
+constexpr int kRandomReads = 10'000;
+#endif
+
 std::string Continue(CHttpFileClient& client, unsigned int size, std::uint64_t limit = 0) {
   std::string text(size, '\0');
   text.resize(client.ReadFile_Continue(text.data(), size, limit));
@@ -58,7 +64,7 @@ TEST_F(HttpFileClient, RandomSeeksAndReadsEqualALocalCopy) {
   std::mt19937 random(5);
   std::int64_t position = 0;
   const auto size = static_cast<std::int64_t>(content.size());
-  for (int i = 0; i < 10'000; ++i) {
+  for (int i = 0; i < kRandomReads; ++i) {
     const auto kind = static_cast<unsigned int>(random() % 16);
     const auto length = static_cast<unsigned int>(random() % (kind == 0 ? 100000 : 3000) + 1);
     if (kind < 2) {
