@@ -70,6 +70,11 @@ QVX_API int FreeHBitmap(HBITMAP bitmap);
 // the mapping away. 1, or 0 for a null or empty name. Thread-safe. Throws std::bad_alloc.
 QVX_API int MapSerialPort(const char* name, const char* path);
 
+// The native path of the device behind the name of a serial port, in place of what *path held.
+// 1, or 0 with an empty *path where the name stands for nothing or the result is null. A mapped
+// device need not be there. Thread-safe. Throws std::bad_alloc.
+QVX_API int SerialPortDevice(const char* name, CBaseStringA* path);
+
 // Single instances ---------------------------------------------------------------------------
 
 // Holds a name for this process, so that CheckSingleInstance of process_util.h finds it, until it

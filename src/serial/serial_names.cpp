@@ -155,3 +155,12 @@ int MapSerialPort(const char* name, const char* path) {
   if (name == nullptr) return 0;
   return qvx::platform::MapSerialDevice(name, path == nullptr ? "" : path) ? 1 : 0;
 }
+
+int SerialPortDevice(const char* name, CBaseStringA* path) {
+  if (path == nullptr) return 0;
+  const std::string device =
+      name == nullptr ? std::string() : qvx::platform::SerialDevicePath(name);
+  path->Set("", 0);
+  path->Append(device.c_str(), static_cast<int>(device.size()));
+  return device.empty() ? 0 : 1;
+}

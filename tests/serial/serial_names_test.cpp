@@ -113,7 +113,11 @@ TEST_F(SerialNames, ListsWhatIsThere) {
     EXPECT_EQ(0, IsSerialPortNameExistA(name)) << name;
   }
   EXPECT_EQ(0, IsSerialPortNameExistW(nullptr));
-  EXPECT_EQ(root_.Path("dev/rfcomm3"), platform::SerialDevicePath("COM304"));
+  CBaseStringA path("before");
+  EXPECT_EQ(1, SerialPortDevice("COM304", &path));
+  EXPECT_EQ(root_.Path("dev/rfcomm3"), path.GetString());
+  EXPECT_EQ(0, SerialPortDevice(nullptr, &path));
+  EXPECT_STREQ("", path.GetString());
   EXPECT_EQ(mapped, platform::SerialDevicePath("com12"));
 
   // Names stay when others go, and behind a mapping the own port comes back.

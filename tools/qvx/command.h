@@ -34,6 +34,7 @@ void AddLogCommand(CLI::App& app);
 void AddNumberCommand(CLI::App& app);
 void AddConfigCommand(CLI::App& app);
 void AddGifCommand(CLI::App& app);
+void AddSerialCommand(CLI::App& app);
 void AddSumCommand(CLI::App& app);
 void AddImageCommand(CLI::App& app);
 void AddThermalCommand(CLI::App& app);

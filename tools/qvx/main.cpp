@@ -29,6 +29,7 @@ void AddCommands(CLI::App& app) {
   AddNumberCommand(app);
   AddConfigCommand(app);
   AddGifCommand(app);
+  AddSerialCommand(app);
   AddSumCommand(app);
   AddImageCommand(app);
   AddThermalCommand(app);

@@ -15,4 +15,15 @@ bool OutputIsTerminal() {
   return isatty(STDOUT_FILENO) == 1;
 }
 
+RawInput::RawInput() : is_terminal_(tcgetattr(STDIN_FILENO, &former_) == 0) {
+  if (!is_terminal_) return;
+  termios raw = former_;
+  cfmakeraw(&raw);
+  tcsetattr(STDIN_FILENO, TCSADRAIN, &raw);
+}
+
+RawInput::~RawInput() {
+  if (is_terminal_) tcsetattr(STDIN_FILENO, TCSADRAIN, &former_);
+}
+
 }  // namespace qvx::tool

@@ -1,5 +1,7 @@
-// The terminal behind the standard output.
+// The terminal behind the standard input and output.
 #pragma once
+
+#include <termios.h>
 
 namespace qvx::tool {
 
@@ -12,5 +14,21 @@ struct TerminalSize {
 TerminalSize SizeOfTerminal();
 
 bool OutputIsTerminal();
+
+// While it lives, the standard input gives every key at once and shows none. Does nothing where
+// the input is no terminal.
+class RawInput {
+ public:
+  RawInput();
+  ~RawInput();
+  RawInput(const RawInput&) = delete;
+  RawInput& operator=(const RawInput&) = delete;
+
+  bool IsTerminal() const { return is_terminal_; }
+
+ private:
+  termios former_{};
+  bool is_terminal_;
+};
 
 }  // namespace qvx::tool
