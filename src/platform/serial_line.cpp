@@ -74,9 +74,13 @@ unsigned char* ByteRing::Room(std::size_t& size) noexcept {
 
 // A transfer that the thread does: one that was posted, or one of a caller that waits its turn.
 struct SerialLine::Job {
-  unsigned char* data = nullptr;
-  std::size_t size = 0;
-  OVERLAPPED* overlapped = nullptr;
+  // What a write is about is only read from.
+  Job(const void* bytes, std::size_t count, OVERLAPPED* of)
+      : data(static_cast<unsigned char*>(const_cast<void*>(bytes))), size(count), overlapped(of) {}
+
+  unsigned char* data;
+  std::size_t size;
+  OVERLAPPED* overlapped;
   CompletionQueue::Entries entry;  // of a posted one
   SerialTransfer* result = nullptr;
   Event* finished = nullptr;  // of a caller
@@ -165,18 +169,12 @@ void SerialLine::Close() {
 // --- Callers --------------------------------------------------------------------------------
 
 SerialTransfer SerialLine::Read(void* data, std::size_t size, SerialEvent& event) {
-  Job job;
-  job.data = static_cast<unsigned char*>(data);
-  job.size = size;
-  return Transfer(reads_, std::move(job), event,
+  return Transfer(reads_, Job(data, size, nullptr), event,
                   [&] { return ReadDirect(static_cast<unsigned char*>(data), size, event); });
 }
 
 SerialTransfer SerialLine::Write(const void* data, std::size_t size, SerialEvent& event) {
-  Job job;
-  job.data = static_cast<unsigned char*>(const_cast<void*>(data));  // only read from
-  job.size = size;
-  return Transfer(writes_, std::move(job), event, [&] {
+  return Transfer(writes_, Job(data, size, nullptr), event, [&] {
     return WriteDirect(static_cast<const unsigned char*>(data), size, event);
   });
 }
@@ -234,6 +232,7 @@ SerialTransfer SerialLine::ReadDirect(unsigned char* data, std::size_t size, Ser
     if (got > 0) {
       done.count += static_cast<std::size_t>(got);
       last = kNoDeadline;
+      if (DeadlineReached(limit)) break;
       continue;
     }
     if (errno != EAGAIN) {
@@ -264,6 +263,7 @@ SerialTransfer SerialLine::WriteDirect(const unsigned char* data, std::size_t si
     const ssize_t put = device_.Write(data + done.count, size - done.count);
     if (put > 0) {
       done.count += static_cast<std::size_t>(put);
+      if (DeadlineReached(limit)) break;
     } else if (put < 0 && errno != EAGAIN) {
       done.error = errno;
       const Guard guard(lock_);
@@ -286,19 +286,11 @@ int SerialLine::AwaitDevice(Lane& lane, short wanted, Deadline deadline, const S
 }
 
 int SerialLine::PostRead(OVERLAPPED* overlapped, void* data, std::size_t size) {
-  Job job;
-  job.data = static_cast<unsigned char*>(data);
-  job.size = size;
-  job.overlapped = overlapped;
-  return Post(reads_, std::move(job));
+  return Post(reads_, Job(data, size, overlapped));
 }
 
 int SerialLine::PostWrite(OVERLAPPED* overlapped, const void* data, std::size_t size) {
-  Job job;
-  job.data = static_cast<unsigned char*>(const_cast<void*>(data));  // only read from
-  job.size = size;
-  job.overlapped = overlapped;
-  return Post(writes_, std::move(job));
+  return Post(writes_, Job(data, size, overlapped));
 }
 
 int SerialLine::Post(Lane& lane, Job job) {
