@@ -14,7 +14,6 @@
 
 namespace {
 
-using qvx::core::Code;
 using qvx::core::EqualUpToNul;
 using qvx::core::FindIgnoringCase;
 using qvx::core::TextLength;

@@ -131,6 +131,11 @@ void Receive(const Options& options) {
   CSerialUtil port;
   Open(port, options);
   BlockInterrupts();
+  const bool to_file = file.get() != stdout;
+  if (to_file) {
+    std::printf("receiving from %s\n", options.port.c_str());
+    std::fflush(stdout);
+  }
   const std::uint64_t limit = options.bytes > 0 ? options.bytes : UINT64_MAX;
   const double patience = options.seconds > 0 ? options.seconds * 1000 : 1e18;
   std::array<unsigned char, kBlock> block;
@@ -145,6 +150,7 @@ void Receive(const Options& options) {
       throw CommandError("cannot write what was received");
     }
   }
+  if (to_file) std::printf("%s received\n", CountText(total, "byte").c_str());
   if (total < options.bytes) {
     throw CommandError("only " + CountText(total, "byte") + " came");
   }
