@@ -24,7 +24,8 @@ Smoothed Smooth(const Values& before, double threshold) {
   Smoothed smoothed{0, Values(data.size(), kUntouched)};
   smoothed.result =
       SmoothData(data.data(), smoothed.out.data(), static_cast<int>(data.size()), threshold);
-  EXPECT_EQ(std::memcmp(data.data(), before.data(), data.size() * sizeof(double)), 0);
+  EXPECT_TRUE(data.empty() ||
+              std::memcmp(data.data(), before.data(), data.size() * sizeof(double)) == 0);
   return smoothed;
 }
 
