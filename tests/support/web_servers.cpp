@@ -103,7 +103,11 @@ std::string NginxSettings(const std::string& own, const std::string& served, std
          own + "/server.pem;\n    ssl_certificate_key " + own + "/server.key;\n    root " + served +
          ";\n    location /private/ {\n      alias " + served +
          "/;\n      auth_basic closed;\n      auth_basic_user_file " + own +
-         "/users;\n    }\n    location /moved/ { rewrite ^/moved/(.*)$ /$1 redirect; }\n  }\n}\n";
+         "/users;\n    }\n    location /moved/ { rewrite ^/moved/(.*)$ /$1 redirect; }\n" +
+         "    location = /echo {\n      proxy_set_header X-Body $request_body;\n" +
+         "      proxy_pass http://127.0.0.1:" + std::to_string(port) +
+         "/posted;\n    }\n    location = /posted { return 200 $request_method:$http_x_body; }\n" +
+         "  }\n}\n";
 }
 
 std::string ApacheSettings(const std::string& own, const std::string& served, std::uint16_t port) {

@@ -35,7 +35,7 @@ class ServerProcess {
 
 // nginx, over HTTP and over HTTPS with a certificate of an authority of its own. Below
 // /private/ it asks for Basic authentication (user:secret), /moved/ leads to the same name
-// without it.
+// without it, and /echo answers a post of one short line with "POST:" and that line.
 class Nginx {
  public:
   explicit Nginx(const std::string& served_folder);

@@ -44,5 +44,8 @@ void AddZipCommand(CLI::App& app);
 void AddUnzipCommand(CLI::App& app);
 void AddGzipCommand(CLI::App& app);
 void AddGunzipCommand(CLI::App& app);
+void AddFetchCommand(CLI::App& app);
+void AddCatCommand(CLI::App& app);
+void AddPostCommand(CLI::App& app);
 
 }  // namespace qvx::tool

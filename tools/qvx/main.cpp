@@ -39,6 +39,9 @@ void AddCommands(CLI::App& app) {
   AddUnzipCommand(app);
   AddGzipCommand(app);
   AddGunzipCommand(app);
+  AddFetchCommand(app);
+  AddCatCommand(app);
+  AddPostCommand(app);
 }
 
 int Fail(std::string text) {

@@ -108,9 +108,10 @@ std::string Progress::Line() const {
   std::string line = Shortened(name_, kNameWidth) + "  ";
   if (!single_) line += CountText(files_, "file") + "  ";
   if (total > 0) line += Bar(done, total, on_terminal_ ? kBarWidth : 0);
-  line += SizeText(done) + "  " + RateText(done, seconds);
-  if (total > done && done > 0) {
-    const double left = seconds * static_cast<double>(total - done) / static_cast<double>(done);
+  const std::uint64_t moved = done - std::min(done, rules_.before);
+  line += SizeText(done) + "  " + RateText(moved, seconds);
+  if (total > done && moved > 0) {
+    const double left = seconds * static_cast<double>(total - done) / static_cast<double>(moved);
     line += "  " + DurationText(left) + " left";
   }
   return line;

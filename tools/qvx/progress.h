@@ -19,6 +19,7 @@ namespace qvx::tool {
 struct ProgressRules {
   std::uint64_t limit = 0;           // bytes per second, 0 for none
   std::uint64_t total = 0;           // bytes of the whole folder, 0 if not known
+  std::uint64_t before = 0;          // bytes that were there at the start: no part of the rate
   std::function<bool()> wants_stop;  // looked at after each block
 };
 
