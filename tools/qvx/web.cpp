@@ -235,7 +235,9 @@ std::string Web::Post(CBaseBuffer& data) const {
 }
 
 void Web::Fill(tagMTDOWNLOAD_BLOCK& block) const {
-  block.caCertificate = connection_.caCertificate;
+  const CBaseBuffer& certificate = connection_.caCertificate;
+  if (certificate.GetAvailSize() > 0)
+    block.caCertificate.BindBuffer(certificate.GetBuffer(), certificate.GetAvailSize());
   block.extraHeader = connection_.extraHeader;
   block.authType = connection_.authType;
   block.userName = connection_.userName;

@@ -49,7 +49,7 @@ class Web {
   std::string Get(const std::string& url) const;
   std::string Post(CBaseBuffer& data) const;
 
-  // The connection of a download, without its range.
+  // The connection of a download, without its range. The block must not outlive this.
   void Fill(tagMTDOWNLOAD_BLOCK& block) const;
 
   // Why something failed last, or empty.
