@@ -159,7 +159,7 @@ class Fetch {
     if (options_.md5_url.empty()) return "";
     const std::string text = web_.Get(options_.md5_url);
     const std::size_t start = std::min(text.find_first_not_of(" \t\r\n"), text.size());
-    const std::string digits = CLI::detail::to_lower(text.substr(start, kDigits));
+    std::string digits = CLI::detail::to_lower(text.substr(start, kDigits));
     if (digits.size() != kDigits ||
         digits.find_first_not_of("0123456789abcdef") != std::string::npos)
       throw CommandError("no MD5 at " + options_.md5_url);
@@ -317,7 +317,7 @@ void AddFetchCommand(CLI::App& app) {
       ->transform(CLI::AsSizeValue(false));
   command
       ->add_option("--retries", options->retries,
-                   "Attempts after one that brought nothing, 5 s apart (5)")
+                   "Further attempts, 5 s apart, while nothing comes (5)")
       ->check(CLI::Range(0, 1000000));
   command->add_option("--md5-url", options->md5_url, "Address of the file's MD5, to compare with");
   command->add_flag("-f,--force", options->force, "Replace an existing file");
