@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "command.h"
+#include "command_words.h"
 #include "descriptor.h"
 
 namespace qvx::tool {
@@ -171,9 +172,11 @@ void AddLogCommand(CLI::App& app) {
   command->add_option("--colour", options->colour, "auto, always or never")
       ->check(CLI::IsMember({"auto", "always", "never"}))
       ->capture_default_str();
-  command->add_option("COMMAND", options->command, "Command with its arguments, best behind --")
-      ->required();
-  command->callback([options] { Run(*options); });
+  const CommandWords words(*command);
+  command->callback([options, words] {
+    options->command = words.Get();
+    Run(*options);
+  });
 }
 
 }  // namespace qvx::tool

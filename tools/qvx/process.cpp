@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "command.h"
+#include "command_words.h"
 #include "text.h"
 
 namespace qvx::tool {
@@ -101,12 +102,11 @@ void AddProcessCommands(CLI::App& app) {
   list->add_flag("--path", *by_path, "NAME is a whole path");
   list->callback([name, by_path] { ListProcesses(*name, *by_path); });
 
-  auto words = std::make_shared<std::vector<std::string>>();
   auto shell = std::make_shared<bool>(false);
   CLI::App* run = app.add_subcommand("run", "Run a command and show what it writes");
   run->add_flag("--shell", *shell, "Have the shell run it");
-  run->add_option("COMMAND", *words, "Program and arguments, behind --")->required();
-  run->callback([words, shell] { Run(*words, *shell); });
+  const CommandWords words(*run);
+  run->callback([words, shell] { Run(words.Get(), *shell); });
 
   app.add_subcommand("cpu", "Show what the processor is and can do")->callback(&ShowProcessor);
 }
