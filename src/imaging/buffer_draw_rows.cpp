@@ -4,7 +4,7 @@
 #include <bit>
 #include <cstring>
 
-#include "imaging/wide_dispatch.h"
+#include "platform/wide_dispatch.h"
 
 // A debug build's checks of indices would need the Highway library, which is not loaded.
 #include <hwy/base.h>

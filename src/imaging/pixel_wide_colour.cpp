@@ -3,7 +3,7 @@
 // which every entry of the tables comes out exactly.
 #include "imaging/pixel_access.h"
 #include "imaging/pixel_rows.h"
-#include "imaging/wide_dispatch.h"
+#include "platform/wide_dispatch.h"
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "imaging/pixel_wide_colour.cpp"
 #include <hwy/foreach_target.h>

@@ -1,7 +1,7 @@
 // Wide loops between YUV layouts and between RGB layouts.
 #include "imaging/pixel_access.h"
 #include "imaging/pixel_rows.h"
-#include "imaging/wide_dispatch.h"
+#include "platform/wide_dispatch.h"
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "imaging/pixel_wide_repack.cpp"
 #include <hwy/foreach_target.h>

@@ -1,6 +1,6 @@
 #include "imaging/thermal_index.h"
 
-#include "imaging/wide_dispatch.h"
+#include "platform/wide_dispatch.h"
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "imaging/thermal_index.cpp"

@@ -2,12 +2,8 @@
 
 #include <algorithm>
 
-#include "platform/processor.h"
+#include "platform/wide_dispatch.h"
 
-// The best target is chosen below: the dispatcher of the Highway library would bring its shared
-// library along, which spends milliseconds on its timer when it is loaded. One target beside the
-// baseline is enough for this.
-#define HWY_DISABLED_TARGETS (HWY_SSSE3 | HWY_SSE4 | HWY_AVX3 | HWY_AVX3_DL)
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "text/hex_codec.cpp"
 #include <hwy/foreach_target.h>
@@ -137,10 +133,7 @@ namespace qvx::text {
 namespace {
 
 const Loops& BestLoops() {
-#if HWY_TARGETS & HWY_AVX2 && HWY_STATIC_TARGET != HWY_AVX2
-  if (platform::HasAvx2()) return N_AVX2::kLoops;
-#endif
-  return HWY_STATIC_DISPATCH(kLoops);
+  return QVX_BEST_TARGET(kLoops);
 }
 
 std::size_t EncodeWide(const std::uint8_t* data, std::size_t size, HexStyle style, char* out) {

@@ -7,10 +7,8 @@
 #include <type_traits>
 
 #include "core/raw_text.h"
-#include "platform/processor.h"
+#include "platform/wide_dispatch.h"
 
-// Chosen and dispatched as in hex_codec.cpp.
-#define HWY_DISABLED_TARGETS (HWY_SSSE3 | HWY_SSE4 | HWY_AVX3 | HWY_AVX3_DL)
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "text/pattern_search.cpp"
 #include <hwy/foreach_target.h>
@@ -127,10 +125,7 @@ namespace qvx::text {
 namespace {
 
 const Loops& BestLoops() {
-#if HWY_TARGETS & HWY_AVX2 && HWY_STATIC_TARGET != HWY_AVX2
-  if (platform::HasAvx2()) return N_AVX2::kLoops;
-#endif
-  return HWY_STATIC_DISPATCH(kLoops);
+  return QVX_BEST_TARGET(kLoops);
 }
 
 template <typename T>

@@ -5,12 +5,10 @@
 #include <bit>
 #include <cstring>
 
-#include "platform/processor.h"
+#include "platform/wide_dispatch.h"
 #include "text/hex_codec.h"
 #include "text/read_number.h"
 
-// Chosen and dispatched as in hex_codec.cpp.
-#define HWY_DISABLED_TARGETS (HWY_SSSE3 | HWY_SSE4 | HWY_AVX3 | HWY_AVX3_DL)
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "text/url_codec.cpp"
 #include <hwy/foreach_target.h>
@@ -317,10 +315,7 @@ namespace qvx::text {
 namespace {
 
 const Loops& BestLoops() {
-#if HWY_TARGETS & HWY_AVX2 && HWY_STATIC_TARGET != HWY_AVX2
-  if (platform::HasAvx2()) return N_AVX2::kLoops;
-#endif
-  return HWY_STATIC_DISPATCH(kLoops);
+  return QVX_BEST_TARGET(kLoops);
 }
 
 }  // namespace

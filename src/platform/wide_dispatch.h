@@ -2,20 +2,20 @@
 // for AVX2, and chooses at run time. The dispatcher of the Highway library is not used: it would
 // bring its shared library along, which spends milliseconds on its timer when it is loaded.
 //
-//   #include "imaging/wide_dispatch.h"
+//   #include "platform/wide_dispatch.h"
 //   #undef HWY_TARGET_INCLUDE
-//   #define HWY_TARGET_INCLUDE "imaging/NAME.cpp"
+//   #define HWY_TARGET_INCLUDE "FOLDER/NAME.cpp"
 //   #include <hwy/foreach_target.h>
 //   #include <hwy/highway.h>
 //   HWY_BEFORE_NAMESPACE();
-//   namespace qvx::imaging { namespace { namespace HWY_NAMESPACE {
+//   namespace qvx::FOLDER { namespace { namespace HWY_NAMESPACE {
 //   #if !QVX_WIDE_IS_EMULATED
 //   ... constexpr Loops kLoops = {...};
 //   #endif
 //   }}}
 //   HWY_AFTER_NAMESPACE();
 //   #if HWY_ONCE
-//   ... QVX_BEST_TARGET_OR(kLoops, kPlainLoops) inside of qvx::imaging
+//   ... QVX_BEST_TARGET_OR(kLoops, kPlainLoops) inside of qvx::FOLDER
 //   #endif
 //
 // Without byte shuffles, as on the baseline of x86-64, Highway only imitates vectors, one lane
