@@ -70,6 +70,9 @@ void SetServerChecks(const CurlFunctions& curl, CURL* handle, const CBaseBuffer*
   blob.len = certificate->GetAvailSize();
   blob.flags = CURL_BLOB_COPY;
   curl.easy_setopt(handle, CURLOPT_CAINFO_BLOB, &blob);
+  // The certificates in the system's folder would count beside it.
+  const char* none = nullptr;
+  curl.easy_setopt(handle, CURLOPT_CAPATH, none);
 }
 
 // libcurl also speaks other protocols and reads local files, which no URL shall reach.

@@ -22,7 +22,8 @@ namespace {
 constexpr std::size_t kSmallestStack = 64 * 1024;
 
 // All signals blocked for as long as it lives, but for the faults that a thread raises by
-// itself, which reach the host's crash handler, and the question for its stack. A thread made meanwhile keeps this mask.
+// itself, which reach the host's crash handler, and the question for its stack. A thread made
+// meanwhile keeps this mask.
 class SignalsBlocked {
  public:
   SignalsBlocked() {

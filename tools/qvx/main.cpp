@@ -52,7 +52,9 @@ int Fail(std::string text) {
 }
 
 int Run(int argc, char** argv) {
-  CLI::App app{"Moves files and packets between machines, over the library's own services.", "qvx"};
+  CLI::App app{
+      "Files, archives, web, pictures, serial ports and processes, by the functions of QVX_Common.",
+      "qvx"};
   app.set_version_flag("--version", std::string("qvx ") + QVX_TOOL_VERSION);
   app.require_subcommand(1);
   AddCommands(app);
