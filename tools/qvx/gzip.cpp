@@ -95,7 +95,8 @@ class Compression {
     temporary.Install(options_.output, options_.file);
     progress.Clear();
     std::printf("wrote %s, %s from %s\n", options_.output.c_str(),
-                progress.Amount(fs::file_size(options_.output)).c_str(), SizeText(fs::file_size(options_.file)).c_str());
+                progress.Amount(fs::file_size(options_.output)).c_str(),
+                SizeText(fs::file_size(options_.file)).c_str());
   }
 
   void Write(const std::string& path, ArchiveProgress& progress) {
