@@ -50,7 +50,7 @@ class QVX_API StackWalker {
  public:
   // Of options two bits act: 0x08 asks for the file versions of modules (files of this system
   // carry none, so OnLoadModule gets 0), 0x10 builds a search path for debug files.
-  static constexpr int kDefaultOptions = 0x3F;
+  enum : int { kDefaultOptions = 0x3F };
 
   enum CallstackEntryType { FirstEntry, NextEntry, LastEntry };
 
