@@ -70,6 +70,9 @@ void PutFrame(GifFileType* file, const Frame& frame) {
     EGifPutExtension(file, GRAPHICS_EXT_FUNC_CODE, 4, control);
   }
   EGifPutComment(file, "between");
+  // The library forgets the map before when a frame has none.
+  if (file->Image.ColorMap != nullptr) GifFreeMapObject(file->Image.ColorMap);
+  file->Image.ColorMap = nullptr;
   EGifPutImageDesc(file, frame.left, frame.top, frame.width, frame.height, frame.interlaced,
                    MakeMap(frame.map).get());
   std::string pixels = frame.pixels;
