@@ -42,7 +42,6 @@ function(qvx_add_test_folder folder)
   qvx_private_settings(${target})
   # What is tested has the full optimisation; the tests themselves compile in half the time.
   target_compile_options(${target} PRIVATE $<$<CONFIG:Release>:-O1>)
-  target_precompile_headers(${target} PRIVATE <gtest/gtest.h> <functional> <string> <vector>)
   target_link_libraries(${target} PRIVATE qvx_objects qvx_test_support ${arg_LIBRARIES})
   gtest_discover_tests(${target} TEST_PREFIX "${folder}."
     DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
