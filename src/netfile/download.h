@@ -23,7 +23,7 @@ class Download : public CopyJob {
  private:
   // A block that was asked for.
   struct Block {
-    Block(CSocketFileClient& client, FileSink into, std::uint32_t wanted)
+    Block(CSocketFileClient& client, const FileSink& into, std::uint32_t wanted)
         : file(into), size(wanted), read(client) {}
     FileSink file;
     std::uint32_t size;

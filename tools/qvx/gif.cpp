@@ -81,7 +81,7 @@ void WriteBitmap(const CGifDecoder& decoder, const std::string& path) {
 
 std::string FramePath(const Options& options, int index) {
   std::string name = BaseName(options.file);
-  name = name.substr(0, name.rfind('.'));
+  name.resize(std::min(name.rfind('.'), name.size()));
   char number[24];
   std::snprintf(number, sizeof number, "_%04d.bmp", index);
   return JoinNative(options.folder, name + number);
