@@ -19,6 +19,10 @@ namespace qvx::test {
 namespace {
 
 using Map = std::vector<GifColorType>;
+
+std::size_t Count(int value) {
+  return static_cast<std::size_t>(value);
+}
 using Canvas = std::vector<std::uint32_t>;
 
 struct Frame {
@@ -77,7 +81,7 @@ void PutFrame(GifFileType* file, const Frame& frame) {
                    MakeMap(frame.map).get());
   std::string pixels = frame.pixels;
   for (int y : RowOrder(frame)) {
-    EGifPutLine(file, reinterpret_cast<GifPixelType*>(&pixels[std::size_t(y * frame.width)]),
+    EGifPutLine(file, reinterpret_cast<GifPixelType*>(&pixels[Count(y * frame.width)]),
                 frame.width);
   }
 }
@@ -104,18 +108,16 @@ class Oracle {
     const Frame& frame = picture_.frames[index];
     const Frame* last = index == 0 ? nullptr : &picture_.frames[index - 1];
     if (last == nullptr) {
-      canvas_.assign(std::size_t(picture_.width * picture_.height), 0);
+      canvas_.assign(Count(picture_.width * picture_.height), 0);
       kept_ = canvas_;
     } else if (last->delay >= 0 && (last->disposal == 2 || last->disposal == 3)) {
-      const std::uint32_t back =
-          clears_ ? 0 : Pixel(picture_.map[std::size_t(picture_.background)]);
+      const std::uint32_t back = clears_ ? 0 : Pixel(picture_.map[Count(picture_.background)]);
       Each(*last,
            [&](std::size_t at, int) { canvas_[at] = last->disposal == 2 ? back : kept_[at]; });
     }
     const Map& map = frame.map.empty() ? picture_.map : frame.map;
     Each(frame, [&](std::size_t at, int colour) {
-      if (frame.delay < 0 || colour != frame.transparent)
-        canvas_[at] = Pixel(map[std::size_t(colour)]);
+      if (frame.delay < 0 || colour != frame.transparent) canvas_[at] = Pixel(map[Count(colour)]);
       if (frame.delay >= 0 && frame.disposal == 1) kept_[at] = canvas_[at];
     });
     return canvas_;
@@ -131,8 +133,8 @@ class Oracle {
   void Each(const Frame& frame, const Do& what) const {
     for (int y = 0; y < frame.height; ++y) {
       for (int x = 0; x < frame.width; ++x) {
-        what(std::size_t((frame.top + y) * picture_.width + frame.left + x),
-             static_cast<unsigned char>(frame.pixels[std::size_t(y * frame.width + x)]));
+        what(Count((frame.top + y) * picture_.width + frame.left + x),
+             static_cast<unsigned char>(frame.pixels[Count(y * frame.width + x)]));
       }
     }
   }
@@ -198,7 +200,7 @@ class Random {
     frame.delay = is_common || Below(4) > 0 ? Below(700) : -1;
     if (is_clear && (is_common || Below(2) == 0)) frame.transparent = Below(colours);
     frame.disposal = is_common ? CommonDisposal(picture, is_clear) : Below(8);
-    frame.pixels.resize(std::size_t(frame.width * frame.height));
+    frame.pixels.resize(Count(frame.width * frame.height));
     for (char& pixel : frame.pixels) pixel = static_cast<char>(Below(colours));
     return frame;
   }
@@ -212,7 +214,7 @@ bool Load(CGifDecoder& decoder, const std::string& bytes) {
 }
 
 Canvas Shown(const CGifDecoder& decoder) {
-  Canvas canvas(std::size_t(decoder.GetGifWidth() * decoder.GetGifHeight()));
+  Canvas canvas(Count(decoder.GetGifWidth() * decoder.GetGifHeight()));
   std::memcpy(canvas.data(), decoder.GetGifFrameBuffer(), canvas.size() * 4);
   return canvas;
 }
@@ -237,9 +239,9 @@ TEST(GifDecoder, ComposesEveryFrameInEveryRound) {
           at = 0;
         }
         decoder.DecNextFrame(rgba);
-        const Frame& frame = picture.frames[std::size_t(at)];
+        const Frame& frame = picture.frames[Count(at)];
         if (frame.delay >= 0) delay = frame.delay * 10;
-        ASSERT_EQ(oracle.Draw(std::size_t(at)), Shown(decoder)) << round << " frame " << i;
+        ASSERT_EQ(oracle.Draw(Count(at)), Shown(decoder)) << round << " frame " << i;
         ASSERT_EQ(delay, decoder.GetDelayTimeMS());
         ASSERT_EQ((at + 1) % count, decoder.GetCurFrameIndex());
       }
@@ -275,7 +277,7 @@ for path in sys.argv[1:]:
       const std::int32_t delay = decoder.GetDelayTimeMS();
       raw.append(reinterpret_cast<const char*>(&delay), 4);
       raw.append(reinterpret_cast<const char*>(decoder.GetGifFrameBuffer()),
-                 std::size_t(decoder.GetGifWidth() * decoder.GetGifHeight() * 4));
+                 Count(decoder.GetGifWidth() * decoder.GetGifHeight() * 4));
     }
     EXPECT_TRUE(ReadWhole(file + ".raw") == raw) << file;
   }
