@@ -12,9 +12,13 @@
 
 namespace {
 
-[[gnu::noinline]] void Sleep(int depth) {
-  if (depth > 0) return Sleep(depth - 1);
-  for (;;) pause();
+volatile bool sleeping = true;
+
+// A stack of different functions.
+template <int Depth>
+[[gnu::noinline]] void Sleep() {
+  if constexpr (Depth > 0) Sleep<Depth - 1>();
+  while (sleeping) pause();
 }
 
 double DumpOnce() {
@@ -29,11 +33,11 @@ double DumpOnce() {
 int main() {
   std::vector<std::thread> threads;
   threads.reserve(200);
-  for (int i = 0; i < 200; ++i) threads.emplace_back(&Sleep, 8);
+  for (int i = 0; i < 200; ++i) threads.emplace_back(&Sleep<8>);
   std::array<double, 9> times;
   std::generate(times.begin(), times.end(), &DumpOnce);
   std::nth_element(times.begin(), times.begin() + 4, times.end());
   std::printf("inside %.0f\nready\n", times[4]);
   std::fflush(stdout);
-  Sleep(0);
+  Sleep<0>();
 }

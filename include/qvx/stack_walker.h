@@ -87,9 +87,9 @@ class QVX_API StackWalker {
   StackWalker& operator=(const StackWalker&) = delete;
   virtual ~StackWalker();
 
-  // The virtual operations are not yet the derived class's while a constructor binds the
-  // library; a derived class that wants OnSymInit and OnLoadModule calls LoadModules on a
-  // walker whose first attempt failed.
+  // While the constructor binds the library these are not yet the derived class's own, so of
+  // OnSymInit and OnLoadModule it sees only those of a LoadModules that it calls itself after the
+  // constructor's failed.
   virtual void OnSymInit(const char* searchPath, unsigned long symOptions, const char* userName);
   virtual void OnLoadModule(const char* image, const char* module, std::uint64_t baseAddress,
                             unsigned long size, unsigned long result, const char* symType,

@@ -1,6 +1,5 @@
 #include "platform/process.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
@@ -12,21 +11,16 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
-#include <memory>
 #include <string_view>
 #include <utility>
 
+#include "platform/proc_files.h"
 #include "platform/seam.h"
 
 namespace qvx::platform {
 namespace {
 
 constexpr std::uint32_t kSignalBase = 128;
-
-struct CloseFolder {
-  void operator()(DIR* folder) const { closedir(folder); }
-};
 
 class Descriptor {
  public:
@@ -45,22 +39,6 @@ class Descriptor {
 
 std::string ProcPath(std::uint32_t process, const char* name) {
   return "/proc/" + std::to_string(process) + "/" + name;
-}
-
-std::optional<std::uint32_t> Number(std::string_view text) {
-  std::uint32_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return number;
-}
-
-// Files of /proc have no size to ask for, but what we read of them fits this.
-std::string ReadStart(const std::string& path) {
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (file.Number() < 0) return {};
-  std::array<char, 1024> text;
-  const ssize_t count = TEMP_FAILURE_RETRY(read(file.Number(), text.data(), text.size()));
-  return count > 0 ? std::string(text.data(), static_cast<std::size_t>(count)) : std::string();
 }
 
 std::optional<std::string> ReadLink(const std::string& path) {
@@ -193,25 +171,16 @@ class WordReader {
 }  // namespace
 
 std::vector<std::uint32_t> ProcessIds() {
-  std::vector<std::uint32_t> ids;
-  const std::unique_ptr<DIR, CloseFolder> folder(opendir("/proc"));
-  if (folder == nullptr) return ids;
-  while (const dirent* entry = readdir(folder.get())) {
-    if (const auto id = Number(entry->d_name)) ids.push_back(*id);
-  }
-  return ids;
+  return ProcIds("/proc");
 }
 
-// The name in brackets may hold anything, brackets and blanks included; behind the last bracket
-// stand the state and the parent.
+// The field behind the state.
 std::optional<std::uint32_t> ParentOf(std::uint32_t process) {
-  const std::string text = ReadStart(ProcPath(process, "stat"));
-  const std::size_t behind_name = text.rfind(") ");
-  if (behind_name == std::string::npos) return std::nullopt;
-  const std::size_t state = text.find(' ', behind_name + 2);
-  const std::size_t end = state == std::string::npos ? state : text.find(' ', state + 1);
+  const std::string fields = ProcStatFields(ProcPath(process, "stat"));
+  const std::size_t state = fields.find(' ', 1);
+  const std::size_t end = state == std::string::npos ? state : fields.find(' ', state + 1);
   if (end == std::string::npos) return std::nullopt;
-  return Number(std::string_view(text).substr(state + 1, end - state - 1));
+  return ProcNumber(std::string_view(fields).substr(state + 1, end - state - 1));
 }
 
 std::optional<std::string> ProgramOf(std::uint32_t process) {

@@ -24,6 +24,7 @@
 #include "qvx/base_thread.h"
 #include "qvx/platform.h"
 #include "support/debug_lines.h"
+#include "support/own_process.h"
 #include "support/temp_folder.h"
 
 extern char** environ;
@@ -409,20 +410,7 @@ TEST(StackWalker, DISABLED_FailsAsTold) {
 TEST(StackWalker, FailsWithoutTheLibraryAndNothingElseDoes) {
   TempFolder folder;
   folder.Write("libdw.so.1", "no library");
-  std::string variable = "LD_LIBRARY_PATH=" + folder.Path();
-  std::vector<char*> environment{variable.data()};
-  for (char** it = environ; *it != nullptr; ++it)
-    if (std::string_view(*it).substr(0, 16) != "LD_LIBRARY_PATH=") environment.push_back(*it);
-  environment.push_back(nullptr);
-  const char* arguments[] = {"test", "--gtest_also_run_disabled_tests",
-                             "--gtest_filter=StackWalker.DISABLED_FailsAsTold", nullptr};
-  pid_t child = 0;
-  ASSERT_EQ(posix_spawn(&child, "/proc/self/exe", nullptr, nullptr, const_cast<char**>(arguments),
-                        environment.data()),
-            0);
-  int status = -1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
+  EXPECT_EQ(RunWithLibraries(folder.Path(), "StackWalker.DISABLED_FailsAsTold"), 0);
 }
 
 TEST(StackWalker, LooksForTheLibraryAndForDebugFilesInTheToldOrder) {
