@@ -27,7 +27,7 @@ done
 inside=$(sed -n 's/^inside //p' "$work/inside")
 awk -v ours="$(median "$work/ours")" -v peer="$(median "$work/peer")" -v inside="$inside" 'BEGIN {
   printf "stacks of 200 threads: qvx %.1f ms, eu-stack %.1f ms, %.2f times its speed (aim 1.0: %s)\n",
-         ours / 1000, peer / 1000, peer / ours, peer >= ours ? "reached" : "MISSED"
+         ours / 1000, peer / 1000, peer / ours, (peer >= ours ? "reached" : "MISSED")
   printf "DumpAllThreadsStack from inside %.1f ms, %.2f times its speed (aim 1.0: %s)\n",
-         inside / 1000, peer / inside, peer >= inside ? "reached" : "MISSED"
+         inside / 1000, peer / inside, (peer >= inside ? "reached" : "MISSED")
 }'
