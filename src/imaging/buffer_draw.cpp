@@ -45,9 +45,7 @@ void AlphaDrawBufferOnBuffer_ARGB(unsigned char* dst, RECT* dstRect, int dstPitc
   const RowPair rows = qvx::imaging::CommonRows({dst, dstRect, dstPitch, kArgbBytes},
                                                 {src, srcRect, srcPitch, kArgbBytes});
   rows.ForEach([&rows](std::uint8_t* dst_row, const std::uint8_t* src_row) {
-    const bool ahead = qvx::imaging::MayReadAhead(dst_row, src_row, rows.width * kArgbBytes);
-    (ahead ? qvx::imaging::BlendRowExact : qvx::imaging::BlendRowExactPlain)(dst_row, src_row,
-                                                                             rows.width);
+    qvx::imaging::BlendRowExact(dst_row, src_row, rows.width);
   });
 }
 

@@ -27,17 +27,23 @@ constexpr std::uint32_t kColours = 0xFFFFFF;
 // 1/255, to the digits that the blend is defined with.
 constexpr double kOne255th = 0.00392156862745098;
 
-// The wide loops of one target; null where it has no vectors. They do whole vectors and return
-// how many pixels.
+// The loops of one target.
 struct Loops {
-  std::size_t (*fill)(std::uint8_t*, std::size_t, std::uint32_t) = nullptr;
-  std::size_t (*tint)(std::uint8_t*, const std::uint8_t*, std::size_t, std::uint32_t) = nullptr;
-  std::size_t (*blend_exact)(std::uint8_t*, const std::uint8_t*, std::size_t) = nullptr;
-  std::size_t (*blend)(std::uint8_t*, const std::uint8_t*, std::size_t) = nullptr;
-  std::size_t (*stamp)(std::uint8_t*, const std::uint8_t*, std::size_t, std::uint8_t) = nullptr;
-  std::size_t (*pick)(std::uint8_t*, const std::uint8_t*, const PickPlan&) = nullptr;
-  PickWay (*pick_way)(const PickPlan&) = nullptr;
+  void (*fill)(std::uint8_t*, std::size_t, std::uint32_t);
+  void (*tint)(std::uint8_t*, const std::uint8_t*, std::size_t, std::uint32_t);
+  void (*blend_exact)(std::uint8_t*, const std::uint8_t*, std::size_t);
+  void (*blend)(std::uint8_t*, const std::uint8_t*, std::size_t);
+  void (*stamp)(std::uint8_t*, const std::uint8_t*, std::size_t, std::uint8_t);
+  void (*pick)(std::uint8_t*, const std::uint8_t*, const PickPlan&);
+  PickWay (*pick_way)(const PickPlan&);
 };
+
+// The rest of a row, or all of one that no vector serves.
+void PickEach(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan, std::size_t done) {
+  for (; done < plan.count; ++done) {
+    std::memcpy(dst + 4 * done, src + std::size_t{plan.places[done]} * 4, 4);
+  }
+}
 
 }  // namespace
 }  // namespace qvx::imaging
@@ -47,10 +53,7 @@ HWY_BEFORE_NAMESPACE();
 namespace qvx::imaging {
 namespace {
 namespace HWY_NAMESPACE {
-
-#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
-inline constexpr Loops kLoops = {};
-#else
+#if !QVX_WIDE_IS_EMULATED
 
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -70,12 +73,12 @@ void StorePixels(V32 pixels, std::uint8_t* out) {
 }
 
 // Four vectors at a time to aligned addresses, where that serves.
-std::size_t Fill(std::uint8_t* dst, std::size_t count, std::uint32_t color) {
+void Fill(std::uint8_t* dst, std::size_t count, std::uint32_t color) {
   constexpr std::size_t kTurn = 4;
   const D8 d8;
   const std::size_t step = hn::Lanes(d8);
   const std::size_t size = 4 * count;
-  if (size < 2 * kTurn * step) return 0;
+  if (size < 2 * kTurn * step) return FillRowPlain(dst, count, color);
   StorePixels(hn::Set(D32(), color), dst);
   std::size_t done = step - reinterpret_cast<std::uintptr_t>(dst) % step;
   const auto turned = static_cast<int>(done % 4 * 8);
@@ -83,11 +86,11 @@ std::size_t Fill(std::uint8_t* dst, std::size_t count, std::uint32_t color) {
   for (; done + kTurn * step <= size; done += kTurn * step) {
     for (std::size_t i = 0; i < kTurn; ++i) hn::Store(bytes, d8, dst + done + i * step);
   }
-  return done / 4;
+  const std::size_t pixels = done / 4;
+  FillRowPlain(dst + 4 * pixels, count - pixels, color);
 }
 
-std::size_t Tint(std::uint8_t* dst, const std::uint8_t* mask, std::size_t count,
-                 std::uint32_t color) {
+void Tint(std::uint8_t* dst, const std::uint8_t* mask, std::size_t count, std::uint32_t color) {
   const D32 d;
   const hn::Rebind<std::uint8_t, D32> narrow;
   const std::size_t step = hn::Lanes(d);
@@ -101,7 +104,7 @@ std::size_t Tint(std::uint8_t* dst, const std::uint8_t* mask, std::size_t count,
     const V32 top = hn::ShiftLeft<16>(hn::And(product, kept));
     StorePixels(hn::Or(top, colours), dst + 4 * done);
   }
-  return done;
+  TintRowPlain(dst + 4 * done, mask + done, count - done, color);
 }
 
 // value / 255 for values up to 65534 in 32-bit lanes.
@@ -183,7 +186,7 @@ V32 BlendPixels(V32 src, V32 dst, V32 alpha) {
   return hn::IfThenElse(hn::Eq(alpha, hn::Zero(d)), dst, out);
 }
 
-std::size_t Blend(std::uint8_t* dst, const std::uint8_t* src, std::size_t count) {
+void Blend(std::uint8_t* dst, const std::uint8_t* src, std::size_t count) {
   const std::size_t step = hn::Lanes(D32());
   std::size_t done = 0;
   for (; done + step <= count; done += step) {
@@ -191,11 +194,10 @@ std::size_t Blend(std::uint8_t* dst, const std::uint8_t* src, std::size_t count)
     const V32 under = LoadPixels(dst + 4 * done);
     StorePixels(BlendPixels<false>(pixels, under, hn::ShiftRight<24>(pixels)), dst + 4 * done);
   }
-  return done;
+  BlendRowPlain(dst + 4 * done, src + 4 * done, count - done);
 }
 
-std::size_t Stamp(std::uint8_t* dst, const std::uint8_t* src, std::size_t count,
-                  std::uint8_t alpha) {
+void Stamp(std::uint8_t* dst, const std::uint8_t* src, std::size_t count, std::uint8_t alpha) {
   const std::size_t step = hn::Lanes(D32());
   const V32 scale = hn::Set(D32(), alpha);
   std::size_t done = 0;
@@ -205,7 +207,7 @@ std::size_t Stamp(std::uint8_t* dst, const std::uint8_t* src, std::size_t count,
     const V32 scaled = hn::ShiftRight<8>(MultiplyBytes(hn::ShiftRight<24>(pixels), scale));
     StorePixels(BlendPixels<true>(pixels, under, scaled), dst + 4 * done);
   }
-  return done;
+  StampRowPlain(dst + 4 * done, src + 4 * done, count - done, alpha);
 }
 
 using DDouble = hn::ScalableTag<double>;
@@ -253,7 +255,7 @@ VHalf BlendExactPixels(VHalf src, VHalf dst) {
   return hn::IfThenElse(hn::Eq(hn::And(src, alpha), hn::Zero(half)), dst, out);
 }
 
-std::size_t BlendExact(std::uint8_t* dst, const std::uint8_t* src, std::size_t count) {
+void BlendExact(std::uint8_t* dst, const std::uint8_t* src, std::size_t count) {
   const DHalf half;
   const hn::Repartition<std::uint8_t, DHalf> bytes;
   const std::size_t step = hn::Lanes(half);
@@ -263,7 +265,7 @@ std::size_t BlendExact(std::uint8_t* dst, const std::uint8_t* src, std::size_t c
     const VHalf under = hn::BitCast(half, hn::LoadU(bytes, dst + 4 * done));
     hn::StoreU(hn::BitCast(bytes, BlendExactPixels(pixels, under)), bytes, dst + 4 * done);
   }
-  return done;
+  BlendRowExactPlain(dst + 4 * done, src + 4 * done, count - done);
 }
 
 std::ptrdiff_t LastLoad(const PickPlan& plan) {
@@ -312,7 +314,7 @@ std::size_t SecondVector(const std::uint8_t* dst, std::size_t step) {
 
 // Each vector of target pixels comes from one load of source pixels, or from two.
 template <bool kTwoLoads>
-std::size_t PickFrom(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan) {
+void PickFrom(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan) {
   const D32 d;
   const std::size_t step = hn::Lanes(d);
   const std::ptrdiff_t last_load = LastLoad(plan);
@@ -332,10 +334,10 @@ std::size_t PickFrom(std::uint8_t* dst, const std::uint8_t* src, const PickPlan&
     }
     StorePixels(pixels, dst + 4 * done);
   }
-  return done;
+  PickEach(dst, src, plan, done);
 }
 
-std::size_t PickDoubled(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan) {
+void PickDoubled(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan) {
   const D32 d;
   const std::size_t step = hn::Lanes(d);
   const V32 half = hn::Set(d, static_cast<std::uint32_t>(step / 2));
@@ -350,10 +352,10 @@ std::size_t PickDoubled(std::uint8_t* dst, const std::uint8_t* src, const PickPl
     StorePixels(hn::TableLookupLanes(pixels, lower), dst + 4 * done);
     StorePixels(hn::TableLookupLanes(pixels, upper), dst + 4 * (done + step));
   }
-  return done;
+  PickEach(dst, src, plan, done);
 }
 
-std::size_t Pick(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan) {
+void Pick(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan) {
   switch (plan.way) {
     case PickWay::kOneLoad:
       return PickFrom<false>(dst, src, plan);
@@ -362,14 +364,13 @@ std::size_t Pick(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& pla
     case PickWay::kDoubled:
       return PickDoubled(dst, src, plan);
     default:
-      return 0;
+      return PickEach(dst, src, plan, 0);
   }
 }
 
-inline constexpr Loops kLoops = {&Fill, &Tint, &BlendExact, &Blend, &Stamp, &Pick, &ChoosePickWay};
+constexpr Loops kLoops = {&Fill, &Tint, &BlendExact, &Blend, &Stamp, &Pick, &ChoosePickWay};
 
-#endif
-
+#endif  // !QVX_WIDE_IS_EMULATED
 }  // namespace HWY_NAMESPACE
 }  // namespace
 }  // namespace qvx::imaging
@@ -379,13 +380,17 @@ HWY_AFTER_NAMESPACE();
 namespace qvx::imaging {
 namespace {
 
-const Loops& BestLoops() {
-  return QVX_BEST_TARGET(kLoops);
-}
+constexpr Loops kPlainLoops = {&FillRowPlain,
+                               &TintRowPlain,
+                               &BlendRowExactPlain,
+                               &BlendRowPlain,
+                               &StampRowPlain,
+                               [](std::uint8_t* dst, const std::uint8_t* src,
+                                  const PickPlan& plan) { PickEach(dst, src, plan, 0); },
+                               [](const PickPlan&) { return PickWay::kEach; }};
 
-template <typename... Parameters, typename... Arguments>
-std::size_t Run(std::size_t (*loop)(Parameters...), Arguments... arguments) {
-  return loop != nullptr ? loop(arguments...) : 0;
+const Loops& BestLoops() {
+  return QVX_BEST_TARGET_OR(kLoops, kPlainLoops);
 }
 
 std::uint32_t LoadPixel(const std::uint8_t* data) {
@@ -473,8 +478,7 @@ void FillRowPlain(std::uint8_t* dst, std::size_t count, std::uint32_t color) {
 }
 
 void FillRow(std::uint8_t* dst, std::size_t count, std::uint32_t color) {
-  const std::size_t done = Run(BestLoops().fill, dst, count, color);
-  FillRowPlain(dst + 4 * done, count - done, color);
+  BestLoops().fill(dst, count, color);
 }
 
 void TintRowPlain(std::uint8_t* dst, const std::uint8_t* mask, std::size_t count,
@@ -487,8 +491,7 @@ void TintRowPlain(std::uint8_t* dst, const std::uint8_t* mask, std::size_t count
 
 void TintRow(std::uint8_t* dst, const std::uint8_t* mask, std::size_t count, std::uint32_t color) {
   const bool apart = !Overlap(dst, 4 * count, mask, count);
-  const std::size_t done = apart ? Run(BestLoops().tint, dst, mask, count, color) : 0;
-  TintRowPlain(dst + 4 * done, mask + done, count - done, color);
+  (apart ? BestLoops().tint : &TintRowPlain)(dst, mask, count, color);
 }
 
 void BlendRowExactPlain(std::uint8_t* dst, const std::uint8_t* src, std::size_t count) {
@@ -496,8 +499,8 @@ void BlendRowExactPlain(std::uint8_t* dst, const std::uint8_t* src, std::size_t 
 }
 
 void BlendRowExact(std::uint8_t* dst, const std::uint8_t* src, std::size_t count) {
-  const std::size_t done = Run(BestLoops().blend_exact, dst, src, count);
-  BlendRowExactPlain(dst + 4 * done, src + 4 * done, count - done);
+  const bool ahead = MayReadAhead(dst, src, 4 * count);
+  (ahead ? BestLoops().blend_exact : &BlendRowExactPlain)(dst, src, count);
 }
 
 void BlendRowPlain(std::uint8_t* dst, const std::uint8_t* src, std::size_t count) {
@@ -505,8 +508,8 @@ void BlendRowPlain(std::uint8_t* dst, const std::uint8_t* src, std::size_t count
 }
 
 void BlendRow(std::uint8_t* dst, const std::uint8_t* src, std::size_t count) {
-  const std::size_t done = Run(BestLoops().blend, dst, src, count);
-  BlendRowPlain(dst + 4 * done, src + 4 * done, count - done);
+  const bool ahead = MayReadAhead(dst, src, 4 * count);
+  (ahead ? BestLoops().blend : &BlendRowPlain)(dst, src, count);
 }
 
 void StampRowPlain(std::uint8_t* dst, const std::uint8_t* src, std::size_t count,
@@ -517,15 +520,12 @@ void StampRowPlain(std::uint8_t* dst, const std::uint8_t* src, std::size_t count
 }
 
 void StampRow(std::uint8_t* dst, const std::uint8_t* src, std::size_t count, std::uint8_t alpha) {
-  const std::size_t done = Run(BestLoops().stamp, dst, src, count, alpha);
-  StampRowPlain(dst + 4 * done, src + 4 * done, count - done, alpha);
+  const bool ahead = MayReadAhead(dst, src, 4 * count);
+  (ahead ? BestLoops().stamp : &StampRowPlain)(dst, src, count, alpha);
 }
 
 PickPlan::PickPlan(const std::uint32_t* all_places, std::size_t all, std::ptrdiff_t source_length)
-    : places(all_places), count(all), length(source_length), way(PickWay::kEach) {
-  const Loops& loops = BestLoops();
-  if (loops.pick_way != nullptr) way = loops.pick_way(*this);
-}
+    : places(all_places), count(all), length(source_length), way(BestLoops().pick_way(*this)) {}
 
 PickPlan PickPlan::Piece(std::size_t begin, std::size_t most) const {
   PickPlan piece = *this;
@@ -537,11 +537,7 @@ PickPlan PickPlan::Piece(std::size_t begin, std::size_t most) const {
 }
 
 void PickRow(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan) {
-  const Loops& loops = BestLoops();
-  std::size_t done = loops.pick != nullptr ? loops.pick(dst, src, plan) : 0;
-  for (; done < plan.count; ++done) {
-    std::memcpy(dst + 4 * done, src + std::size_t{plan.places[done]} * 4, 4);
-  }
+  BestLoops().pick(dst, src, plan);
 }
 
 }  // namespace qvx::imaging

@@ -1,6 +1,5 @@
-// The row loops under the drawing functions. Each wide form gives the bytes of its plain form;
-// rows have any alignment. The wide forms read ahead of what they write: a source row must not
-// begin before a destination row that it overlaps (see MayReadAhead).
+// The row loops under the drawing functions. Each wide form gives the bytes of its plain form,
+// which goes pixel by pixel; rows have any alignment and may overlap, but for those of PickRow.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +7,7 @@
 
 namespace qvx::imaging {
 
-// Whether a row may be blended by vectors: dst doesn't begin inside src.
+// Whether a row may be done several pixels at a time: dst doesn't begin inside src.
 bool MayReadAhead(const std::uint8_t* dst, const std::uint8_t* src, std::size_t src_bytes);
 
 // Fill count 32-bit pixels.

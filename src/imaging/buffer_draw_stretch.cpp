@@ -164,8 +164,7 @@ void CopySameSize(const Target& dst, const Source& src) {
 void BlendSameSize(const Target& dst, const Source& src) {
   const RowPair rows = CommonRows(dst, src);
   rows.ForEach([&](std::uint8_t* dst_row, const std::uint8_t* src_row) {
-    const bool ahead = MayReadAhead(dst_row, src_row, rows.width * kArgbBytes);
-    (ahead ? BlendRow : BlendRowPlain)(dst_row, src_row, rows.width);
+    BlendRow(dst_row, src_row, rows.width);
   });
 }
 

@@ -16,7 +16,6 @@ namespace {
 using qvx::imaging::GifControl;
 
 constexpr int kDefaultDelayMs = 100;
-constexpr int kBackground = 2;  // the disposal that clears; giflib's other names fit
 
 // 256 MiB of canvas, and as much to restore from, for a claim of four bytes in the file.
 constexpr std::size_t kMostPixels = std::size_t{1} << 26;
@@ -70,12 +69,6 @@ void ReadRows(GifFileType* file, const Pass* begin, const Pass* end, unsigned ch
       draw(y);
     }
   }
-}
-
-unsigned char* NewCanvas(std::size_t size) {
-  auto* canvas = new (std::nothrow) unsigned char[size];
-  if (canvas != nullptr) std::memset(canvas, 0, size);
-  return canvas;
 }
 
 std::size_t CanvasSize(const GifFileType* file) {
@@ -183,8 +176,8 @@ bool CGifDecoder::OpenStream() {
 void CGifDecoder::AllocateCanvas() {
   const std::size_t size = CanvasSize(gifFile);
   if (size / 4 > kMostPixels) return;
-  frameBuffer = NewCanvas(size);
-  backupBuffer = NewCanvas(size);
+  frameBuffer = new (std::nothrow) unsigned char[size]();
+  backupBuffer = new (std::nothrow) unsigned char[size]();
 }
 
 void CGifDecoder::ClearCanvas() {
@@ -262,7 +255,7 @@ void CGifDecoder::DisposeLastFrame(bool rgbaOrder) {
   if (lastDisposal == DISPOSE_PREVIOUS) {
     Gif_DecCopyBuf(backupBuffer, gifFile->SWidth, lastLeft, lastTop, frameBuffer, gifFile->SWidth,
                    lastLeft, lastTop, lastWidth, lastHeight);
-  } else if (lastDisposal == kBackground) {
+  } else if (lastDisposal == DISPOSE_BACKGROUND) {
     Gif_DecSetColor(lastLeft, lastTop, lastWidth, lastHeight, BackgroundPixel(rgbaOrder));
   }
 }

@@ -21,12 +21,14 @@ constexpr double kMargin = 0.5;
 constexpr double kFull = 255.0;
 constexpr double kHalf = 127.5;
 
-// The wide loops of one target; null where it has no vectors. They do whole vectors and return
-// how many pixels.
+template <typename Row>
+using Loop = void (*)(const Row&, std::int64_t x, std::size_t count, std::uint8_t* out);
+
+// The loops of one target.
 struct Loops {
-  std::size_t (*stroke)(const StrokeRow&, std::int64_t, std::size_t, std::uint8_t*) = nullptr;
-  std::size_t (*joint)(const DiscRow&, std::int64_t, std::size_t, std::uint8_t*) = nullptr;
-  std::size_t (*dot)(const DiscRow&, std::int64_t, std::size_t, std::uint8_t*) = nullptr;
+  Loop<StrokeRow> stroke;
+  Loop<DiscRow> joint;
+  Loop<DiscRow> dot;
 };
 
 }  // namespace
@@ -37,10 +39,7 @@ HWY_BEFORE_NAMESPACE();
 namespace qvx::imaging {
 namespace {
 namespace HWY_NAMESPACE {
-
-#if HWY_TARGET == HWY_SCALAR || HWY_TARGET == HWY_EMU128
-inline constexpr Loops kLoops = {};
-#else
+#if !QVX_WIDE_IS_EMULATED
 
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -93,8 +92,8 @@ V DiscValue(const DiscRow& row, V x) {
   }
 }
 
-template <typename Row, V (*kValue)(const Row&, V)>
-std::size_t Paint(const Row& row, std::int64_t x, std::size_t count, std::uint8_t* out) {
+template <typename Row, V (*kValue)(const Row&, V), Loop<Row> kPlain>
+void Paint(const Row& row, std::int64_t x, std::size_t count, std::uint8_t* out) {
   const std::size_t step = hn::Lanes(D());
   V columns = hn::Iota(D(), static_cast<double>(x));
   std::size_t done = 0;
@@ -102,14 +101,14 @@ std::size_t Paint(const Row& row, std::int64_t x, std::size_t count, std::uint8_
     KeepLarger(kValue(row, columns), out + done);
     columns = hn::Add(columns, Number(static_cast<double>(step)));
   }
-  return done;
+  kPlain(row, x + static_cast<std::int64_t>(done), count - done, out + done);
 }
 
-inline constexpr Loops kLoops = {&Paint<StrokeRow, &StrokeValue>, &Paint<DiscRow, &DiscValue<true>>,
-                                 &Paint<DiscRow, &DiscValue<false>>};
+constexpr Loops kLoops = {&Paint<StrokeRow, &StrokeValue, &PaintStrokePlain>,
+                          &Paint<DiscRow, &DiscValue<true>, &PaintJointPlain>,
+                          &Paint<DiscRow, &DiscValue<false>, &PaintDotPlain>};
 
-#endif
-
+#endif  // !QVX_WIDE_IS_EMULATED
 }  // namespace HWY_NAMESPACE
 }  // namespace
 }  // namespace qvx::imaging
@@ -154,13 +153,10 @@ void PaintPlain(const Row& row, std::int64_t x, std::size_t count, std::uint8_t*
   }
 }
 
-// The wide loop first, then the plain one for the rest.
-template <typename Row>
-void PaintAll(std::size_t (*wide)(const Row&, std::int64_t, std::size_t, std::uint8_t*),
-              void (*plain)(const Row&, std::int64_t, std::size_t, std::uint8_t*), const Row& row,
-              std::int64_t x, std::size_t count, std::uint8_t* out) {
-  const std::size_t done = wide != nullptr ? wide(row, x, count, out) : 0;
-  plain(row, x + static_cast<std::int64_t>(done), count - done, out + done);
+constexpr Loops kPlainLoops = {&PaintStrokePlain, &PaintJointPlain, &PaintDotPlain};
+
+const Loops& BestLoops() {
+  return QVX_BEST_TARGET_OR(kLoops, kPlainLoops);
 }
 
 }  // namespace
@@ -178,15 +174,15 @@ void PaintDotPlain(const DiscRow& row, std::int64_t x, std::size_t count, std::u
 }
 
 void PaintStroke(const StrokeRow& row, std::int64_t x, std::size_t count, std::uint8_t* out) {
-  PaintAll(QVX_BEST_TARGET(kLoops).stroke, &PaintStrokePlain, row, x, count, out);
+  BestLoops().stroke(row, x, count, out);
 }
 
 void PaintJoint(const DiscRow& row, std::int64_t x, std::size_t count, std::uint8_t* out) {
-  PaintAll(QVX_BEST_TARGET(kLoops).joint, &PaintJointPlain, row, x, count, out);
+  BestLoops().joint(row, x, count, out);
 }
 
 void PaintDot(const DiscRow& row, std::int64_t x, std::size_t count, std::uint8_t* out) {
-  PaintAll(QVX_BEST_TARGET(kLoops).dot, &PaintDotPlain, row, x, count, out);
+  BestLoops().dot(row, x, count, out);
 }
 
 }  // namespace qvx::imaging

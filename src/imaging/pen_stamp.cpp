@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "imaging/buffer_draw_layout.h"
 #include "imaging/buffer_draw_rows.h"
 #include "qvx/gradient_draw.h"
 
@@ -44,8 +43,7 @@ void DrawPointByPen(unsigned int* picture, int width, int height, int x, int y,
     auto* dst = reinterpret_cast<std::uint8_t*>(picture + (row * width + columns.begin));
     const auto* src =
         reinterpret_cast<const std::uint8_t*>(pen + ((row - pen_y) * penSize + pen_x));
-    const bool ahead = qvx::imaging::MayReadAhead(dst, src, count * qvx::imaging::kArgbBytes);
-    (ahead ? qvx::imaging::StampRow : qvx::imaging::StampRowPlain)(dst, src, count, alpha);
+    qvx::imaging::StampRow(dst, src, count, alpha);
   }
 }
 

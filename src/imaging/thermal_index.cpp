@@ -12,14 +12,11 @@ HWY_BEFORE_NAMESPACE();
 namespace qvx::imaging {
 namespace {
 namespace HWY_NAMESPACE {
+#if !QVX_WIDE_IS_EMULATED
 
 namespace hn = hwy::HWY_NAMESPACE;
 
-// Does whole vectors; returns how many values.
-std::size_t FindBinsWide(const double* data, std::size_t count, BinScale scale,
-                         std::uint8_t* bins) {
-  constexpr bool kEmulated = HWY_TARGET == HWY_EMU128 || HWY_TARGET == HWY_SCALAR;
-  if constexpr (kEmulated) return 0;
+void FindBinsWide(const double* data, std::size_t count, BinScale scale, std::uint8_t* bins) {
   const hn::ScalableTag<double> d;
   const hn::Rebind<std::int32_t, decltype(d)> d32;
   const hn::Rebind<std::uint8_t, decltype(d)> d8;
@@ -35,11 +32,10 @@ std::size_t FindBinsWide(const double* data, std::size_t count, BinScale scale,
     const auto whole = hn::DemoteTo(d32, hn::IfThenElse(hn::Lt(above, most), above, most));
     hn::StoreU(hn::DemoteTo(d8, whole), d8, bins + done);
   }
-  return done;
+  FindBinsPlain(data + done, count - done, scale, bins + done);
 }
 
-inline constexpr auto kFindBins = &FindBinsWide;
-
+#endif  // !QVX_WIDE_IS_EMULATED
 }  // namespace HWY_NAMESPACE
 }  // namespace
 }  // namespace qvx::imaging
@@ -62,8 +58,7 @@ void FindBinsPlain(const double* data, std::size_t count, BinScale scale, std::u
 }
 
 void FindBins(const double* data, std::size_t count, BinScale scale, std::uint8_t* bins) {
-  const std::size_t done = QVX_BEST_TARGET(kFindBins)(data, count, scale, bins);
-  FindBinsPlain(data + done, count - done, scale, bins + done);
+  QVX_BEST_TARGET_OR(FindBinsWide, FindBinsPlain)(data, count, scale, bins);
 }
 
 }  // namespace qvx::imaging
