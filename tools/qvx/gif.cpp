@@ -1,25 +1,20 @@
 // qvx gif: what an animated GIF holds, its composed frames as bitmap files, or the animation
 // itself in the terminal.
-#include <qvx/bitmap_file.h>
 #include <qvx/gif_decoder.h>
-#include <qvx/platform.h>
-#include <sys/stat.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <string>
 
 #include "command.h"
 #include "half_blocks.h"
 #include "interrupt.h"
+#include "picture_file.h"
+#include "pixel_layout.h"
 #include "terminal.h"
 #include "text.h"
 
@@ -36,17 +31,9 @@ struct Options {
   int rounds = 0;
 };
 
-std::string ReadWholeFile(const std::string& path) {
-  std::ifstream stream(path, std::ios::binary);
-  if (!stream) throw CommandError("cannot open " + path + ": " + std::strerror(errno));
-  std::string bytes(std::istreambuf_iterator<char>(stream), {});
-  if (stream.bad()) throw CommandError("cannot read " + path);
-  if (bytes.size() > INT_MAX) throw CommandError(path + " is too big");
-  return bytes;
-}
-
 void Load(CGifDecoder& decoder, const std::string& path) {
-  const std::string bytes = ReadWholeFile(path);
+  const std::string bytes = ReadText(path);
+  if (bytes.size() > INT_MAX) throw CommandError(path + " is too big");
   if (!decoder.LoadFromGifData(reinterpret_cast<const unsigned char*>(bytes.data()),
                                static_cast<int>(bytes.size()))) {
     throw CommandError(path + " is no GIF");
@@ -59,24 +46,15 @@ int FramesToShow(const CGifDecoder& decoder) {
   return std::max(decoder.GetFrameCount(), 1);
 }
 
-// Tells apart the file that stands at a path now from one that stood there before.
-bool IsSameFile(const struct stat& left, const struct stat& right) {
-  return left.st_ino == right.st_ino && left.st_ctim.tv_sec == right.st_ctim.tv_sec &&
-         left.st_ctim.tv_nsec == right.st_ctim.tv_nsec;
-}
-
-// The bitmap writer gives no result, but a file that it wrote is always a new one.
 void WriteBitmap(const CGifDecoder& decoder, const std::string& path) {
-  struct stat before {};
-  struct stat after {};
-  CBaseStringA library;
-  NativePathToLibraryA(path.c_str(), &library);
-  const bool existed = stat(path.c_str(), &before) == 0;
-  SaveRgbBufferToBmpFileV5(decoder.GetGifFrameBuffer(), decoder.GetGifWidth(),
-                           -decoder.GetGifHeight(), 32, decoder.GetGifWidth() * 4, 0x00FF0000,
-                           0x0000FF00, 0x000000FF, 0xFF000000, nullptr, 0, library.GetString());
-  const bool exists = stat(path.c_str(), &after) == 0;
-  if (!exists || (existed && IsSameFile(before, after))) throw CommandError("cannot write " + path);
+  const int width = decoder.GetGifWidth();
+  const int height = decoder.GetGifHeight();
+  const unsigned char* pixels = decoder.GetGifFrameBuffer();
+  SaveBmp({Layout::kArgb32,
+           width,
+           height,
+           {pixels, pixels + PictureSize(Layout::kArgb32, width, height)}},
+          path);
 }
 
 std::string FramePath(const Options& options, int index) {
@@ -123,8 +101,8 @@ void Play(CGifDecoder& decoder, const Options& options) {
   bool is_over = false;
   for (long long i = 0; !is_over; ++i) {
     decoder.DecNextFrame(true);
-    const Picture picture{decoder.GetGifFrameBuffer(), decoder.GetGifWidth(),
-                          decoder.GetGifHeight()};
+    const PixelView picture{decoder.GetGifFrameBuffer(), decoder.GetGifWidth(),
+                            decoder.GetGifHeight()};
     const std::string text = HalfBlocks(picture, size.columns, size.rows - 1);
     std::fwrite(text.data(), 1, text.size(), stdout);
     if (std::fflush(stdout) != 0) break;

@@ -17,7 +17,7 @@ struct Colour {
 };
 
 // How much of the picture one pixel of the terminal stands for, along both axes.
-double Scale(const Picture& picture, int columns, int rows) {
+double Scale(const PixelView& picture, int columns, int rows) {
   const double across = static_cast<double>(picture.width) / std::max(columns, 1);
   const double down = static_cast<double>(picture.height) / (2.0 * std::max(rows, 1));
   return std::max({across, down, 1.0});
@@ -28,7 +28,7 @@ int Scaled(int length, double scale) {
 }
 
 // Nothing is drawn below the picture's last row.
-Colour At(const Picture& picture, double scale, int x, int y, int height) {
+Colour At(const PixelView& picture, double scale, int x, int y, int height) {
   if (y >= height) return {};
   const auto along = [&](int at, int length) {
     return std::min(static_cast<int>((at + 0.5) * scale), length - 1);
@@ -83,7 +83,7 @@ class Line {
 
 }  // namespace
 
-std::string HalfBlocks(const Picture& picture, int columns, int rows) {
+std::string HalfBlocks(const PixelView& picture, int columns, int rows) {
   std::string out;
   if (picture.width <= 0 || picture.height <= 0) return out;
   const double scale = Scale(picture, columns, rows);

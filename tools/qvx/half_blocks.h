@@ -7,13 +7,13 @@
 namespace qvx::tool {
 
 // Rows of 4-byte pixels without padding, bytes R, G, B, A; alpha 0 is not drawn.
-struct Picture {
+struct PixelView {
   const unsigned char* pixels;
   int width;
   int height;
 };
 
 // The picture, made smaller if need be so that it fits; lines end in "\n".
-std::string HalfBlocks(const Picture& picture, int columns, int rows);
+std::string HalfBlocks(const PixelView& picture, int columns, int rows);
 
 }  // namespace qvx::tool

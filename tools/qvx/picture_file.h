@@ -13,6 +13,7 @@ namespace qvx::tool {
 // A piece of exactly this size.
 std::vector<unsigned char> ReadPiece(const std::string& native, std::uint64_t offset,
                                      std::size_t size);
+// All of it, text or not.
 std::string ReadText(const std::string& native);
 std::uint64_t FileSize(const std::string& native);
 

@@ -1,12 +1,12 @@
 #include "pixel_layout.h"
 
 #include <qvx/pixel_format.h>
+#include <strings.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <deque>
-#include <string_view>
 #include <utility>
 
 #include "command.h"
@@ -193,10 +193,6 @@ std::vector<const Edge*> FindWay(Layout from, Layout to) {
   return way;
 }
 
-char Upper(char letter) {
-  return letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
-}
-
 void ExchangeBytes(std::vector<unsigned char>& bytes, std::size_t step, std::size_t distance,
                    std::size_t first) {
   for (std::size_t at = first; at + distance < bytes.size(); at += step) {
@@ -236,10 +232,8 @@ std::string LayoutNames() {
 }
 
 Layout LayoutOf(const std::string& name) {
-  std::string upper = name;
-  std::transform(upper.begin(), upper.end(), upper.begin(), &Upper);
   for (std::size_t i = 0; i < kLayouts; ++i) {
-    if (upper == kFacts[i].name) return static_cast<Layout>(i);
+    if (strcasecmp(name.c_str(), kFacts[i].name) == 0) return static_cast<Layout>(i);
   }
   throw CommandError("no such layout: " + name + " (there are " + LayoutNames() + ")");
 }

@@ -110,24 +110,30 @@ std::string NumberText(double value) {
   return text.data();
 }
 
-// The colours of the table from the last at the top to the first, with five values beside them.
+constexpr int kTicks = 5;
+
+// The value beside a tick of the scale, from the top.
+double TickValue(Range range, int tick) {
+  return range.max + (range.min - range.max) * tick / (kTicks - 1);
+}
+
+// The colours of the table from the last at the top to the first, with the ticks beside them.
 void DrawScale(Canvas& canvas, POINT place, int height, Table table, Range range) {
   const int right = place.x + kBarWidth;
   std::reverse(table.begin(), table.end());
   canvas.Fill({place.x - 1, place.y - 1, right + 1, place.y + height + 1}, kInk);
   canvas.Stretch({place.x, place.y, right, place.y + height}, table.data(), 1, 256);
-  for (int i = 0; i <= 4; ++i) {
-    const int y = place.y + (height - 1) * i / 4;
-    const double value = range.max + (range.min - range.max) * i / 4;
+  for (int i = 0; i < kTicks; ++i) {
+    const int y = place.y + (height - 1) * i / (kTicks - 1);
     canvas.Fill({right, y, right + kTick, y + 1}, kInk);
-    canvas.Write({right + kTick + 4, y - kTextHeight / 2}, NumberText(value), kInk);
+    canvas.Write({right + kTick + 4, y - kTextHeight / 2}, NumberText(TickValue(range, i)), kInk);
   }
 }
 
 int LongestText(Range range) {
   std::size_t longest = 0;
-  for (int i = 0; i <= 4; ++i) {
-    longest = std::max(longest, NumberText(range.max + (range.min - range.max) * i / 4).size());
+  for (int i = 0; i < kTicks; ++i) {
+    longest = std::max(longest, NumberText(TickValue(range, i)).size());
   }
   return static_cast<int>(longest);
 }
