@@ -15,6 +15,7 @@
 #include <thread>
 #include <vector>
 
+#include "qvx/hex_text.h"
 #include "qvx/platform.h"
 #include "support/failing_new.h"
 #include "support/fault_plan.h"
@@ -44,25 +45,22 @@ const unsigned char* Data(const std::string& bytes) {
   return reinterpret_cast<const unsigned char*>(bytes.data());
 }
 
-std::string FromHex(const std::string& digits) {
-  std::string bytes;
-  for (std::size_t i = 0; i + 1 < digits.size(); i += 2) {
-    if (digits[i] == ' ')
-      --i;
-    else
-      bytes += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
-  }
+// Blanks between the digits don't count.
+std::string FromHex(std::string digits) {
+  std::erase(digits, ' ');
+  std::string bytes(digits.size() / 2, '\0');
+  StringFromHexA(digits.data(), static_cast<int>(digits.size()), bytes.data());
   return bytes;
 }
 
-// One way to save a picture: a negative mask of alpha stands for the older header.
+// One way to save a picture.
 struct Form {
   int bits;
   int width;
   int height;
   int pitch;
   std::vector<unsigned int> palette;
-  std::vector<unsigned int> masks;  // four for the header of version 5
+  std::vector<unsigned int> masks;  // four for the header of version 5, none for the older one
 };
 
 void Save(const Form& form, const std::string& buffer, const std::string& native) {

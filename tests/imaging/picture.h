@@ -105,7 +105,7 @@ struct Picture {
   }
 };
 
-// The formulas, with the products made anew each time or, for many colours, from tables.
+// The formulas, over tables of their products.
 struct Formulas {
   using Table = std::array<int, 256>;
   Table forward[3][3];

@@ -279,29 +279,6 @@ TEST_F(PixelFormat, ConvertsEverySize) {
   }
 }
 
-// The words of a picture of 256 x 256.
-TEST_F(PixelFormat, ReadsEveryWord) {
-  GuardedBuffer words(65536 * 2);
-  for (int i = 0; i < 65536; ++i) {
-    words.AtStart()[2 * i] = static_cast<std::uint8_t>(i);
-    words.AtStart()[2 * i + 1] = static_cast<std::uint8_t>(i >> 8);
-  }
-  for (const Conversion& conversion : Conversions()) {
-    if (conversion.from != Layout::kRgb565 && conversion.from != Layout::kRgb555) continue;
-    for (const bool flag : {false, true}) {
-      const Picture src{conversion.from, 256, 256, flag, 512, words.AtStart()};
-      Picture dst{conversion.to, 256, 256, false, 768};
-      std::vector<std::uint8_t> result(dst.Bytes());
-      std::vector<std::uint8_t> expected = result;
-      dst.data = expected.data();
-      Expect(src, dst, expected.data(), 0);
-      dst.data = result.data();
-      conversion(256, 256, src, dst, nullptr, 0);
-      ASSERT_EQ(result, expected) << conversion.name << flag;
-    }
-  }
-}
-
 TEST_F(PixelFormat, LeavesAloneWhatItCannotUse) {
   std::vector<std::uint8_t> bytes(64, 7);
   const std::vector<std::uint8_t> before = bytes;
@@ -370,18 +347,6 @@ TEST(PixelFormatBytes, AreThoseOfKnownColours) {
   EXPECT_EQ(words, (Bytes{0xFF, 0x7F, 0, 0, 0x1F, 0, 0x10, 0x42}));
   RGB565ToRGB888(1, 1, Bytes{0xFF, 0xFF}.data(), rgb.data(), 2, 3, 0);
   EXPECT_EQ(Bytes(rgb.begin(), rgb.begin() + 3), (Bytes{248, 252, 248}));
-}
-
-// The planes of 5 x 5 pixels lie at 25 and 31; what no block of four covers stays.
-TEST(PixelFormatBytes, LieInTheirPlanes) {
-  const std::vector<std::uint8_t> black(75);
-  std::vector<std::uint8_t> yuv(38, 9);
-  RGB888ToYUV420(5, 5, black.data(), yuv.data(), 0, 15, 0);
-  for (std::size_t i = 0; i < yuv.size(); ++i) {
-    const bool luma = i < 20 && i % 5 < 4;
-    const bool chroma = (i >= 25 && i < 29) || (i >= 31 && i < 35);
-    EXPECT_EQ(yuv[i], luma ? 16 : chroma ? 128 : 9) << i;
-  }
 }
 
 class LargePixelFormat : public testing::Test {};
