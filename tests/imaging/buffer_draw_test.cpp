@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "imaging/buffer_draw_rows.h"
+#include "qvx/gradient_draw.h"
 #include "qvx/ptr_array.h"
 #include "qvx/ptr_list.h"
 #include "support/failing_new.h"
@@ -426,6 +427,36 @@ TEST(BufferDraw, OverlappingRectanglesAreDoneInOrder) {
         [&](auto* dst, auto* src) {
           for (int y = 0; y < 6; ++y) std::memmove(dst + 80 * y, src + 80 * y, 80);
         });
+  }
+}
+
+// Offsets beyond what 32 bits count, without their memory: only the last pixel is ever touched.
+TEST(LargeBufferDraw, ReachesTheLastPixelOf50000By50000) {
+  constexpr int kSide = 50000;
+  constexpr int kPitch = 4 * kSide;
+  constexpr std::size_t kSize = std::size_t{kPitch} * kSide;
+  const GuardedBuffer memory(kSize);
+  std::uint8_t* dst = memory.AtEnd(kSize);
+  const Words pixel = {0xFF123456};
+  const std::uint8_t* src = BytesOf(pixel);
+  RECT one = Rect(0, 0, 1, 1);
+  RECT last = Rect(kSide - 1, kSide - 1, kSide, kSide);
+  const POINT end{kSide, kSide};
+  const std::function<void()> draws[] = {
+      [&] { DrawColorOnBuffer(pixel[0], dst, &last, kPitch); },
+      [&] { DrawBufferOnBuffer(dst, &last, kPitch, src, &one, 4, 4); },
+      [&] { AlphaDrawBufferOnBuffer_ARGB(dst, &last, kPitch, src, &one, 4); },
+      [&] { AlphaStretchBufferOnBuffer_ARGB(dst, &last, kPitch, src, &one, 4); },
+      [&] { DrawLineOnBuffer(dst, end, end, kSide, kSide, kPitch, 4, 1, src, nullptr); },
+      [&] {
+        DrawPointByPen(reinterpret_cast<unsigned int*>(dst), kSide, kSide, kSide - 1, kSide - 1,
+                       pixel.data(), 255, 1, 1, 1, 1, 1, 1);
+      },
+  };
+  for (const auto& draw : draws) {
+    std::memset(dst + kSize - 4, 0, 4);
+    draw();
+    EXPECT_EQ(std::memcmp(dst + kSize - 4, src, 4), 0) << &draw - draws;
   }
 }
 
