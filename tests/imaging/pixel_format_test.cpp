@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <climits>
 #include <random>
+#include <type_traits>
+#include <variant>
 #include <vector>
 
 #include "imaging/picture.h"
@@ -24,46 +26,36 @@ using PlanarCall = void(int, int, const void*, int, void*, int);
 struct Conversion {
   const char* name;
   Layout from, to;
-  RgbToYuvCall* rgb_to_any = nullptr;
-  YuvToRgbCall* yuv_to_rgb = nullptr;
-  PackedToRgbCall* packed_to_rgb = nullptr;
-  PackedToArgbCall* packed_to_argb = nullptr;
-  JoinCall* join = nullptr;
-  SplitCall* split = nullptr;
-  PlanarCall* planar = nullptr;
-
-  Conversion(const char* n, Layout f, Layout t, RgbToYuvCall* c)
-      : name(n), from(f), to(t), rgb_to_any(c) {}
-  Conversion(const char* n, Layout f, Layout t, YuvToRgbCall* c)
-      : name(n), from(f), to(t), yuv_to_rgb(c) {}
-  Conversion(const char* n, Layout f, Layout t, PackedToRgbCall* c)
-      : name(n), from(f), to(t), packed_to_rgb(c) {}
-  Conversion(const char* n, Layout f, Layout t, PackedToArgbCall* c)
-      : name(n), from(f), to(t), packed_to_argb(c) {}
-  Conversion(const char* n, Layout f, Layout t, JoinCall* c) : name(n), from(f), to(t), join(c) {}
-  Conversion(const char* n, Layout f, Layout t, SplitCall* c) : name(n), from(f), to(t), split(c) {}
-  Conversion(const char* n, Layout f, Layout t, PlanarCall* c)
-      : name(n), from(f), to(t), planar(c) {}
+  std::variant<RgbToYuvCall*, YuvToRgbCall*, PackedToRgbCall*, PackedToArgbCall*, JoinCall*,
+               SplitCall*, PlanarCall*>
+      function;
 
   void operator()(int width, int height, const Picture& src, const Picture& dst,
                   const std::uint8_t* alpha, int alpha_stride) const {
     const int src_stride = static_cast<int>(src.stride);
     const int dst_stride = static_cast<int>(dst.stride);
-    if (rgb_to_any != nullptr && IsRgb(to)) {
-      // The same order of bytes on both sides, said the other way round.
-      const int swap = src.flag == dst.flag ? 0 : 1;
-      rgb_to_any(width, height, src.data, dst.data, src_stride, dst_stride, swap);
-    } else if (rgb_to_any != nullptr) {
-      rgb_to_any(width, height, src.data, dst.data, dst.flag, src_stride, src.flag);
-    }
-    if (yuv_to_rgb) yuv_to_rgb(width, height, src.data, src.flag, dst.data, dst_stride, dst.flag);
-    if (packed_to_rgb) packed_to_rgb(width, height, src.data, dst.data, dst_stride, dst.flag);
-    if (packed_to_argb) {
-      packed_to_argb(width, height, src.data, dst.data, dst_stride, dst.flag, alpha, alpha_stride);
-    }
-    if (join) join(width, height, src.data, src.flag, dst.data);
-    if (split) split(width, height, src.data, dst.data, dst.flag);
-    if (planar) planar(width, height, src.data, src.flag, dst.data, dst.flag);
+    const auto call = [&](auto* convert) {
+      using Call = std::remove_pointer_t<decltype(convert)>;
+      if constexpr (std::is_same_v<Call, RgbToYuvCall>) {
+        // Between RGB layouts the same order of bytes on both sides is said the other way round.
+        const int swap = src.flag == dst.flag ? 0 : 1;
+        IsRgb(to) ? convert(width, height, src.data, dst.data, src_stride, dst_stride, swap)
+                  : convert(width, height, src.data, dst.data, dst.flag, src_stride, src.flag);
+      } else if constexpr (std::is_same_v<Call, YuvToRgbCall>) {
+        convert(width, height, src.data, src.flag, dst.data, dst_stride, dst.flag);
+      } else if constexpr (std::is_same_v<Call, PackedToRgbCall>) {
+        convert(width, height, src.data, dst.data, dst_stride, dst.flag);
+      } else if constexpr (std::is_same_v<Call, PackedToArgbCall>) {
+        convert(width, height, src.data, dst.data, dst_stride, dst.flag, alpha, alpha_stride);
+      } else if constexpr (std::is_same_v<Call, JoinCall>) {
+        convert(width, height, src.data, src.flag, dst.data);
+      } else if constexpr (std::is_same_v<Call, SplitCall>) {
+        convert(width, height, src.data, dst.data, dst.flag);
+      } else {
+        convert(width, height, src.data, src.flag, dst.data, dst.flag);
+      }
+    };
+    std::visit(call, function);
   }
 };
 
