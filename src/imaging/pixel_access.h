@@ -2,7 +2,8 @@
 // green, and the third.
 #pragma once
 
-#include <cstring>
+#include <cstddef>
+#include <cstdint>
 
 #include "imaging/pixel_rows.h"
 #include "imaging/pixel_tables.h"

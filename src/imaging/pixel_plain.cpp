@@ -1,4 +1,6 @@
 // The plain forms of all rows: the rule for the wide ones, which also end with them.
+#include <utility>
+
 #include "imaging/pixel_access.h"
 #include "imaging/pixel_rows.h"
 

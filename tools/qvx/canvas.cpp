@@ -3,7 +3,6 @@
 #include <qvx/buffer_draw.h>
 
 #include <array>
-#include <string_view>
 
 namespace qvx::tool {
 namespace {

@@ -2,9 +2,10 @@
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <cstdint>
-#include <cstdio>
 #include <memory>
 #include <string>
+#include <system_error>
+#include <utility>
 
 #include "command.h"
 #include "picture_file.h"
