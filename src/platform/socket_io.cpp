@@ -2,17 +2,16 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <netinet/in.h>
-#include <signal.h>
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/sendfile.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 
+#include "platform/pipe_signal.h"
 #include "platform/seam.h"
 #include "platform/socket.h"
 
@@ -59,33 +58,6 @@ IoResult Repeat(Operation operation, std::size_t size, Call call) {
     if (errno != EINTR) return {0, errno};
   }
 }
-
-// Keeps the signal of a broken pipe from the thread while it lives; one that was raised in
-// between is taken back.
-class NoPipeSignal {
- public:
-  NoPipeSignal() {
-    sigemptyset(&pipe_);
-    sigaddset(&pipe_, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &pipe_, &before_);
-  }
-  ~NoPipeSignal() {
-    if (sigismember(&before_, SIGPIPE) == 0) pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-  }
-  NoPipeSignal(const NoPipeSignal&) = delete;
-  NoPipeSignal& operator=(const NoPipeSignal&) = delete;
-
-  void TakeBack() {
-    if (sigismember(&before_, SIGPIPE) != 0) return;
-    const timespec at_once{};
-    while (sigtimedwait(&pipe_, nullptr, &at_once) < 0 && errno == EINTR) {
-    }
-  }
-
- private:
-  sigset_t pipe_;
-  sigset_t before_;
-};
 
 bool IsBlocking(SocketValue socket) {
   const SocketUse use(socket);
@@ -211,14 +183,12 @@ IoResult SendFileRange(SocketValue socket, int file, std::uint64_t offset,
   if (use.Descriptor() < 0) return {0, EBADF};
   if (offset > static_cast<std::uint64_t>(INT64_MAX)) return {0, EINVAL};
   if (IsBlocking(socket)) SetNonBlocking(socket, true);
-  NoPipeSignal guard;
+  const PipeSignalGuard guard;
   const IoResult result =
       Repeat(Operation::kSend, std::min(size, kMaxTransfer), [&](std::size_t allowed) {
         off_t position = static_cast<off_t>(offset);
         return sendfile(use.Descriptor(), file, &position, allowed);
       });
-  // The signal also comes with a part that was sent before the end was seen.
-  if (result.bytes < std::min(size, kMaxTransfer)) guard.TakeBack();
   const bool unable = result.error == EINVAL || result.error == ENOSYS;
   return unable ? SendThroughMemory(socket, file, offset, std::min(size, kMaxTransfer)) : result;
 }
