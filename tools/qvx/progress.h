@@ -5,7 +5,6 @@
 #include <qvx/copy_progress.h>
 #include <qvx/socket_file_copy.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
