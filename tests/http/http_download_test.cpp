@@ -167,7 +167,7 @@ TEST_F(HttpDownload, CopyFailsWithoutLosingTheReason) {
     EXPECT_EQ(Copy(client, file.Url(), file.Local()), 0);
     EXPECT_EQ(ReadWhole(file.Local()).size(), fault.left);
   }
-  OddServer endless([](const OddRequest& request, const OddConnection& connection) {
+  OddServer endless([](const OddRequest& request, const RawPeer& connection) {
     connection.Send(OddHead(200));
     if (request.Method() == "GET") connection.Send("all of it");
     return false;

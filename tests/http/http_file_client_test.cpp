@@ -42,7 +42,7 @@ std::string Part(CHttpFileClient& client, unsigned int size, std::uint64_t limit
 
 // Serves a text with ranges; without a length where size is false.
 OddServer::Answer Serve(const std::string& content, bool size = true) {
-  return [content, size](const OddRequest& request, const OddConnection& connection) {
+  return [content, size](const OddRequest& request, const RawPeer& connection) {
     const std::uint64_t start = std::min<std::uint64_t>(request.RangeStart(), content.size());
     const std::string body = content.substr(start);
     const std::string length =
@@ -130,7 +130,7 @@ TEST_F(HttpFileClient, UnknownSizeIsReadToTheEnd) {
 class Drip {
  public:
   Drip()
-      : server([this](const OddRequest& request, const OddConnection& connection) {
+      : server([this](const OddRequest& request, const RawPeer& connection) {
           if (request.Method() == "HEAD") {
             return connection.Send(OddHead(200, "Content-Length: 100\r\n"));
           }
@@ -138,7 +138,7 @@ class Drip {
           connection.Send(
               OddHead(206, "Content-Length: 100\r\nContent-Range: bytes " + start + "-99/100\r\n"));
           connection.Send(pieces_.get_future().get());
-          connection.Stall();
+          connection.SeesEnd();
           return false;
         }) {}
   ~Drip() {

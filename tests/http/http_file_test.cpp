@@ -1,10 +1,7 @@
 #include "qvx/http_file.h"
 
 #include <cstring>
-#include <future>
 #include <mutex>
-#include <thread>
-#include <vector>
 
 #include "http/http_fixture.h"
 #include "http/odd_server.h"
@@ -129,7 +126,7 @@ TEST_F(HttpFile, OpenJudgesTheAnswerToHead) {
   for (const auto& test : kCases) {
     SCOPED_TRACE(test.answer.substr(0, 60));
     DebugLines log;
-    OddServer server([&](const OddRequest& request, const OddConnection& connection) {
+    OddServer server([&](const OddRequest& request, const RawPeer& connection) {
       EXPECT_EQ(request.Method(), "HEAD");
       connection.Send(test.answer);
       return false;
@@ -165,7 +162,7 @@ TEST_F(HttpFile, BoundedReadKeepsWhatFitsAndWhatCame) {
   for (const auto& test : kCases) {
     SCOPED_TRACE(test.name);
     DebugLines log;
-    OddServer server([&](const OddRequest& request, const OddConnection& connection) {
+    OddServer server([&](const OddRequest& request, const RawPeer& connection) {
       if (request.Method() == "HEAD")
         return connection.Send(OddHead(200, "Content-Length: 20\r\n"));
       EXPECT_TRUE(request.Has("Range: bytes=4-7\r\n"));
@@ -196,7 +193,7 @@ TEST_F(HttpFile, StreamTakesNothingButTheFile) {
   };
   for (const auto& test : kCases) {
     SCOPED_TRACE(test.name);
-    OddServer server([&](const OddRequest& request, const OddConnection& connection) {
+    OddServer server([&](const OddRequest& request, const RawPeer& connection) {
       if (request.Method() == "HEAD") return connection.Send(OddHead(200));
       EXPECT_EQ(request.Has("Range: bytes=" + std::to_string(test.start) + "-\r\n"),
                 test.start != 0);
@@ -211,7 +208,7 @@ TEST_F(HttpFile, StreamTakesNothingButTheFile) {
 TEST_F(HttpFile, KindsOfReadNeverSeeEachOthersRange) {
   std::mutex mutex;
   std::string ranges;
-  OddServer server([&](const OddRequest& request, const OddConnection& connection) {
+  OddServer server([&](const OddRequest& request, const RawPeer& connection) {
     std::lock_guard<std::mutex> guard(mutex);
     const std::size_t at = request.head.find("Range: bytes=");
     if (at != std::string::npos) {
@@ -245,7 +242,7 @@ TEST_F(HttpFile, HeaderLinesAreThoseOfTheArguments) {
   for (auto test : kCases) {
     const std::string big = Pattern(0x180000);
     bool expects = false;
-    OddServer server([&](const OddRequest& request, const OddConnection& connection) {
+    OddServer server([&](const OddRequest& request, const RawPeer& connection) {
       EXPECT_EQ(request.Has("Authorization:Bearer t0ken\r\n"), test.token);
       EXPECT_EQ(request.Has("X-Extra: 1\r\n"), test.extra);
       expects = request.Has("Expect: 100-continue\r\n");
@@ -264,11 +261,11 @@ TEST_F(HttpFile, StopsByFlagLimitAndCallback) {
   DebugLines log;
   plan.FakeClock(100 * kSecond);
   std::function<void()> on_request = [] {};
-  OddServer server([&](const OddRequest& request, const OddConnection& connection) {
+  OddServer server([&](const OddRequest& request, const RawPeer& connection) {
     if (request.Method() == "HEAD") return connection.Send(OddHead(200, "Content-Length: 20\r\n"));
     connection.Send(OddHead(200, "Content-Length: 20\r\n") + "0123");
     on_request();
-    connection.Stall();
+    connection.SeesEnd();
     return false;
   });
   OpenedFile file({server.Url()});
@@ -295,7 +292,7 @@ TEST_F(HttpFile, StopsByFlagLimitAndCallback) {
 }
 
 TEST_F(HttpFile, EndlessBodyEndsWithTheReader) {
-  OddServer server([&](const OddRequest& request, const OddConnection& connection) {
+  OddServer server([&](const OddRequest& request, const RawPeer& connection) {
     if (!connection.Send(OddHead(200))) return false;
     while (request.Method() == "GET" && connection.Send(Pattern(0x10000))) {
     }
@@ -310,7 +307,7 @@ TEST_F(HttpFile, EndlessBodyEndsWithTheReader) {
 
 // The echo of the request, reached through a redirect that keeps the method.
 TEST_F(HttpFile, CommandsSendAndAppend) {
-  OddServer server([&](const OddRequest& request, const OddConnection& connection) {
+  OddServer server([&](const OddRequest& request, const RawPeer& connection) {
     if (request.head.find(" /moved ") != std::string::npos) {
       return connection.Send(OddAnswer(307, "", "Location: /echo\r\n"));
     }
@@ -353,7 +350,7 @@ TEST_F(HttpFile, PublishedMd5IsDecoded) {
                                                 {"0001020", 3},
                                                 {"", 0}};
   for (const auto& [body, count] : kCases) {
-    OddServer server([&](const OddRequest&, const OddConnection& connection) {
+    OddServer server([&](const OddRequest&, const RawPeer& connection) {
       return connection.Send(OddAnswer(200, body));
     });
     unsigned char md5[16];
@@ -365,7 +362,7 @@ TEST_F(HttpFile, PublishedMd5IsDecoded) {
 
 // Whatever allocation fails, nothing leaks, and only the standard exception comes out.
 TEST_F(HttpFile, FailingAllocationsEndTheOperation) {
-  OddServer server([&](const OddRequest& request, const OddConnection& connection) {
+  OddServer server([&](const OddRequest& request, const RawPeer& connection) {
     return connection.Send(OddAnswer(200, request.Method() == "HEAD" ? "" : "body"));
   });
   const Web web{server.Url(), nullptr, "token"};

@@ -1,11 +1,8 @@
 #include "http/odd_server.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
-#include <algorithm>
+#include <utility>
 
 namespace qvx::test {
 namespace {
@@ -49,26 +46,6 @@ std::uint64_t OddRequest::RangeStart() const {
   return NumberBehind(head, "Range: bytes=");
 }
 
-bool OddConnection::Send(const std::string& bytes) const {
-  std::size_t sent = 0;
-  while (sent < bytes.size()) {
-    const ssize_t put = send(descriptor_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
-    if (put <= 0) return false;
-    sent += static_cast<std::size_t>(put);
-  }
-  return true;
-}
-
-void OddConnection::Stall() const {
-  std::string dropped;
-  while (Receive(descriptor_, dropped)) {
-  }
-}
-
-void OddConnection::Cut() const {
-  shutdown(descriptor_, SHUT_RDWR);
-}
-
 std::string OddHead(int status, const std::string& more) {
   return "HTTP/1.1 " + std::to_string(status) + " Odd\r\n" + more + "\r\n";
 }
@@ -77,55 +54,42 @@ std::string OddAnswer(int status, const std::string& body, const std::string& mo
   return OddHead(status, "Content-Length: " + std::to_string(body.size()) + "\r\n" + more) + body;
 }
 
-OddServer::OddServer(Answer answer)
-    : answer_(std::move(answer)), listener_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof(address);
-  bind(listener_, reinterpret_cast<sockaddr*>(&address), size);
-  listen(listener_, 64);
-  getsockname(listener_, reinterpret_cast<sockaddr*>(&address), &size);
-  port_ = ntohs(address.sin_port);
-  acceptor_ = std::thread([this] { Accept(); });
-}
+OddServer::OddServer(Answer answer) : answer_(std::move(answer)), acceptor_([this] { Accept(); }) {}
 
 OddServer::~OddServer() {
   {
     std::lock_guard<std::mutex> guard(mutex_);
     stopping_ = true;
-    for (const int descriptor : descriptors_) shutdown(descriptor, SHUT_RDWR);
+    for (const RawPeer& peer : peers_) shutdown(peer.Descriptor(), SHUT_RDWR);
   }
-  shutdown(listener_, SHUT_RDWR);
+  RawPeer::To(listener_.Port());  // so that the acceptor looks up
   acceptor_.join();
   for (std::thread& thread : threads_) thread.join();
-  for (const int descriptor : descriptors_) close(descriptor);
-  close(listener_);
 }
 
 std::string OddServer::Url(const std::string& name) const {
-  return "http://127.0.0.1:" + std::to_string(port_) + "/" + name;
+  return "http://127.0.0.1:" + std::to_string(listener_.Port()) + "/" + name;
 }
 
 void OddServer::Accept() {
   for (;;) {
-    const int descriptor = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    RawPeer peer = listener_.Accept();
     std::lock_guard<std::mutex> guard(mutex_);
-    if (descriptor >= 0) descriptors_.push_back(descriptor);
-    if (descriptor < 0 || stopping_) return;
+    if (stopping_) return;
+    const RawPeer& kept = peers_.emplace_back(std::move(peer));
     ++accepted_;
-    threads_.emplace_back([this, descriptor] { Serve(descriptor); });
+    threads_.emplace_back([this, &kept] { Serve(kept); });
   }
 }
 
-void OddServer::Serve(int descriptor) {
+void OddServer::Serve(const RawPeer& peer) {
   std::string pending;
   OddRequest request;
-  while (ReadRequest(descriptor, pending, request)) {
+  while (ReadRequest(peer.Descriptor(), pending, request)) {
     ++requests_;
-    if (!answer_(request, OddConnection(descriptor))) break;
+    if (!answer_(request, peer)) break;
   }
-  shutdown(descriptor, SHUT_RDWR);
+  shutdown(peer.Descriptor(), SHUT_RDWR);
 }
 
 }  // namespace qvx::test

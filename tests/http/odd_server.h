@@ -9,6 +9,8 @@
 #include <string>
 #include <thread>
 
+#include "support/raw_peer.h"
+
 namespace qvx::test {
 
 struct OddRequest {
@@ -21,21 +23,6 @@ struct OddRequest {
   std::uint64_t RangeStart() const;
 };
 
-// The server's end of one connection.
-class OddConnection {
- public:
-  explicit OddConnection(int descriptor) : descriptor_(descriptor) {}
-
-  // False once the other side is gone.
-  bool Send(const std::string& bytes) const;
-  // Sends nothing more until the other side, or the server, ends.
-  void Stall() const;
-  void Cut() const;
-
- private:
-  int descriptor_;
-};
-
 // The head of an answer, and a whole answer with its length.
 std::string OddHead(int status, const std::string& more = std::string());
 std::string OddAnswer(int status, const std::string& body, const std::string& more = std::string());
@@ -43,7 +30,7 @@ std::string OddAnswer(int status, const std::string& body, const std::string& mo
 class OddServer {
  public:
   // Called for each request, on a thread of its connection. False ends the connection.
-  using Answer = std::function<bool(const OddRequest&, const OddConnection&)>;
+  using Answer = std::function<bool(const OddRequest&, const RawPeer& connection)>;
 
   explicit OddServer(Answer answer);
   ~OddServer();
@@ -56,16 +43,15 @@ class OddServer {
 
  private:
   void Accept();
-  void Serve(int descriptor);
+  void Serve(const RawPeer& peer);
 
   Answer answer_;
-  int listener_;
-  std::uint16_t port_ = 0;
+  RawListener listener_;
   std::atomic<int> requests_{0};
   std::atomic<int> accepted_{0};
   std::mutex mutex_;
   bool stopping_ = false;
-  std::list<int> descriptors_;
+  std::list<RawPeer> peers_;
   std::list<std::thread> threads_;
   std::thread acceptor_;
 };

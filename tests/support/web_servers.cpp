@@ -1,39 +1,36 @@
 #include "support/web_servers.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <stdexcept>
 #include <utility>
+
+#include "support/raw_peer.h"
 
 namespace qvx::test {
 namespace {
 
 constexpr int kStartAttempts = 2000;  // of 5 ms
 
-sockaddr_in Loopback(std::uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
+std::uint16_t FreePort() {
+  return RawListener().Port();
 }
 
 bool Listens(std::uint16_t port) {
-  const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  const sockaddr_in address = Loopback(port);
-  const int result =
-      connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-  close(descriptor);
-  return result == 0;
+  try {
+    RawPeer::To(port);
+    return true;
+  } catch (const std::runtime_error&) {
+    return false;
+  }
 }
 
 // The child ends with the test, however that ends.
@@ -58,91 +55,78 @@ std::string Address(const char* scheme, std::uint16_t port, const std::string& n
   return std::string(scheme) + "://127.0.0.1:" + std::to_string(port) + "/" + name;
 }
 
-void MakeAuthority(const TempFolder& folder, const std::string& name) {
-  const std::vector<std::string> make = {"openssl",
-                                         "req",
-                                         "-x509",
-                                         "-newkey",
-                                         "ec",
-                                         "-pkeyopt",
-                                         "ec_paramgen_curve:P-256",
-                                         "-nodes",
-                                         "-days",
-                                         "2",
-                                         "-subj",
-                                         "/CN=" + name,
-                                         "-keyout",
-                                         folder.Path(name + ".key"),
-                                         "-out",
-                                         folder.Path(name + ".pem")};
-  EXPECT_EQ(RunProgram(make), 0);
+// NAME.pem with NAME.key, signed by itself unless the further words name an authority.
+void MakeCertificate(const TempFolder& folder, const std::string& name, const std::string& more) {
+  const std::string command = "cd '" + folder.Path() +
+                              "' && openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:P-256 "
+                              "-nodes -days 2 -subj /CN=" +
+                              name + " -keyout " + name + ".key -out " + name + ".pem " + more +
+                              " >openssl.log 2>&1";
+  EXPECT_EQ(std::system(command.c_str()), 0);
 }
 
-void MakeCertificate(const TempFolder& folder) {
-  folder.Write("names", "subjectAltName=IP:127.0.0.1\n");
-  EXPECT_EQ(RunProgram({"openssl", "req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256",
-                        "-nodes", "-subj", "/CN=127.0.0.1", "-keyout", folder.Path("server.key"),
-                        "-out", folder.Path("server.req")}),
-            0);
-  EXPECT_EQ(RunProgram({"openssl", "x509", "-req", "-days", "2", "-in", folder.Path("server.req"),
-                        "-CA", folder.Path("authority.pem"), "-CAkey", folder.Path("authority.key"),
-                        "-CAcreateserial", "-extfile", folder.Path("names"), "-out",
-                        folder.Path("server.pem")}),
-            0);
-}
-
-std::string NginxSettings(const std::string& own, const std::string& served, std::uint16_t port,
-                          std::uint16_t secure_port) {
-  std::string text = "daemon off; master_process off; pid " + own + "/pid; error_log " + own +
-                     "/log;\nevents {}\nhttp {\n  access_log off; sendfile on; gzip off;\n";
-  for (const char* use : {"client_body", "proxy", "fastcgi", "uwsgi", "scgi"}) {
-    text += std::string("  ") + use + "_temp_path " + own + "/" + use + ";\n";
+// The text with these marks replaced.
+std::string Filled(std::string text,
+                   const std::vector<std::pair<std::string, std::string>>& marks) {
+  for (const auto& [mark, by] : marks) {
+    for (std::size_t at = 0; (at = text.find(mark, at)) != std::string::npos; at += by.size()) {
+      text.replace(at, mark.size(), by);
+    }
   }
-  return text + "  server {\n    listen 127.0.0.1:" + std::to_string(port) +
-         ";\n    listen 127.0.0.1:" + std::to_string(secure_port) + " ssl;\n    ssl_certificate " +
-         own + "/server.pem;\n    ssl_certificate_key " + own + "/server.key;\n    root " + served +
-         ";\n    location /private/ {\n      alias " + served +
-         "/;\n      auth_basic closed;\n      auth_basic_user_file " + own +
-         "/users;\n    }\n    location /moved/ { rewrite ^/moved/(.*)$ /$1 redirect; }\n" +
-         "    location = /echo {\n      proxy_set_header X-Body $request_body;\n" +
-         "      proxy_pass http://127.0.0.1:" + std::to_string(port) +
-         "/posted;\n    }\n    location = /posted { return 200 $request_method:$http_x_body; }\n" +
-         "  }\n}\n";
+  return text;
 }
 
-std::string ApacheSettings(const std::string& own, const std::string& served, std::uint16_t port) {
+// Names in both are below the server's own folder.
+constexpr const char* kNginxSettings = R"(
+daemon off; master_process off; pid pid; error_log log;
+events {}
+http {
+  access_log off; sendfile on; gzip off;
+  client_body_temp_path body; proxy_temp_path proxy; fastcgi_temp_path fastcgi;
+  uwsgi_temp_path uwsgi; scgi_temp_path scgi;
+  server {
+    listen 127.0.0.1:@PORT@;
+    listen 127.0.0.1:@SECURE@ ssl;
+    ssl_certificate server.pem; ssl_certificate_key server.key;
+    root @SERVED@;
+    location /private/ { alias @SERVED@/; auth_basic closed; auth_basic_user_file users; }
+    location /moved/ { rewrite ^/moved/(.*)$ /$1 redirect; }
+    location = /echo {
+      proxy_set_header X-Body $request_body; proxy_pass http://127.0.0.1:@PORT@/posted;
+    }
+    location = /posted { return 200 $request_method:$http_x_body; }
+  }
+}
+)";
+
+constexpr const char* kApacheSettings = R"(
+ServerName 127.0.0.1
+KeepAlive Off
+Listen 127.0.0.1:@PORT@
+DefaultRuntimeDir .
+PidFile pid
+ErrorLog log
+Mutex file:.
+DocumentRoot "@SERVED@"
+<Directory "@SERVED@">
+  AuthType Digest
+  AuthName closed
+  AuthUserFile users
+  Require valid-user
+</Directory>
+)";
+
+std::string ApacheModules() {
   std::string text;
   for (const char* module :
        {"mpm_prefork", "authn_core", "authn_file", "authz_core", "authz_user", "auth_digest"}) {
     text += std::string("LoadModule ") + module + "_module /usr/lib/apache2/modules/mod_" + module +
             ".so\n";
   }
-  if (geteuid() == 0) text += "User nobody\nGroup nogroup\n";
-  return text + "ServerName 127.0.0.1\nKeepAlive Off\nListen 127.0.0.1:" + std::to_string(port) +
-         "\nDefaultRuntimeDir " + own + "\nPidFile " + own + "/pid\nErrorLog " + own +
-         "/log\nMutex file:" + own + "\nDocumentRoot " + served + "\n<Directory " + served +
-         ">\n  AuthType Digest\n  AuthName closed\n  AuthUserFile " + own +
-         "/users\n  Require valid-user\n</Directory>\n";
+  return text + (geteuid() == 0 ? "User nobody\nGroup nogroup\n" : "");
 }
 
 }  // namespace
-
-std::uint16_t FreePort() {
-  const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address = Loopback(0);
-  socklen_t size = sizeof(address);
-  EXPECT_EQ(bind(descriptor, reinterpret_cast<sockaddr*>(&address), size), 0);
-  EXPECT_EQ(getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size), 0);
-  close(descriptor);
-  return ntohs(address.sin_port);
-}
-
-int RunProgram(const std::vector<std::string>& command) {
-  const pid_t child = Spawn(command);
-  int status = -1;
-  if (child < 0 || waitpid(child, &status, 0) != child || !WIFEXITED(status)) return -1;
-  return WEXITSTATUS(status);
-}
 
 void ServerProcess::Start(const std::vector<std::string>& command, std::uint16_t port) {
   process_ = Spawn(command);
@@ -165,17 +149,19 @@ void ServerProcess::Kill() {
 }
 
 Nginx::Nginx(const std::string& served_folder) : port_(FreePort()), secure_port_(FreePort()) {
-  MakeAuthority(settings_, "authority");
-  MakeAuthority(settings_, "other");
-  MakeCertificate(settings_);
+  MakeCertificate(settings_, "authority", "");
+  MakeCertificate(settings_, "other", "");
+  MakeCertificate(settings_, "server",
+                  "-CA authority.pem -CAkey authority.key -addext subjectAltName=IP:127.0.0.1");
   settings_.Write("users", "user:{PLAIN}secret\n");
-  settings_.Write("conf", NginxSettings(settings_.Path(), served_folder, port_, secure_port_));
+  settings_.Write("conf", Filled(kNginxSettings, {{"@PORT@", std::to_string(port_)},
+                                                  {"@SECURE@", std::to_string(secure_port_)},
+                                                  {"@SERVED@", served_folder}}));
   Start();
 }
 
 void Nginx::Start() {
-  process_.Start({"/usr/sbin/nginx", "-c", settings_.Path("conf"), "-e", settings_.Path("log")},
-                 port_);
+  process_.Start({"/usr/sbin/nginx", "-p", settings_.Path(), "-c", "conf", "-e", "log"}, port_);
 }
 
 std::string Nginx::Url(const std::string& name) const {
@@ -200,8 +186,9 @@ ApacheDigest::ApacheDigest(const std::string& served_folder) : port_(FreePort())
   chmod(served_folder.c_str(), 0755);
   settings_.Write("users",
                   "user:closed:16140f1f49c4852658213c3851021fda\n");  // MD5 of user:closed:secret
-  settings_.Write("conf", ApacheSettings(settings_.Path(), served_folder, port_));
-  process_.Start({"/usr/sbin/apache2", "-X", "-f", settings_.Path("conf")}, port_);
+  settings_.Write("conf", Filled(ApacheModules() + kApacheSettings,
+                                 {{"@PORT@", std::to_string(port_)}, {"@SERVED@", served_folder}}));
+  process_.Start({"/usr/sbin/apache2", "-X", "-d", settings_.Path(), "-f", "conf"}, port_);
 }
 
 std::string ApacheDigest::Url(const std::string& name) const {

@@ -13,11 +13,6 @@
 
 namespace qvx::test {
 
-std::uint16_t FreePort();
-
-// Runs a program to its end; its exit code, or -1.
-int RunProgram(const std::vector<std::string>& command);
-
 class ServerProcess {
  public:
   // Starts the program and waits until something listens on the port.
@@ -45,7 +40,6 @@ class Nginx {
   // PEM texts: the authority of the server's certificate, and another that has no part in it.
   std::string Authority() const;
   std::string OtherAuthority() const;
-  std::uint16_t Port() const { return port_; }
 
   void Start();
   void Kill() { process_.Kill(); }
