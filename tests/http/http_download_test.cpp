@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "files/library_path.h"
 #include "http/http_fixture.h"
 #include "http/odd_server.h"
 #include "support/debug_lines.h"
@@ -23,16 +24,11 @@ using HttpDownload = HttpTest;
 constexpr std::int64_t kSecond = 1'000'000'000;
 constexpr int kAlways = 1'000'000'000;
 
-std::string LibraryPath(std::string native) {
-  for (char& character : native) character = character == '/' ? '\\' : character;
-  return "C:" + native;
-}
-
 int Copy(CHttpFileClient& client, const std::string& url, const std::string& path,
          INetFileCopyProgressListener* listener = nullptr, std::uint64_t limit = 0) {
   return Web{url}.Use([&](auto... arguments) {
-    return HttpFileCopyFromServer(&client, arguments..., LibraryPath(path).c_str(), limit, listener,
-                                  7);
+    return HttpFileCopyFromServer(&client, arguments..., Library<char>(path).c_str(), limit,
+                                  listener, 7);
   });
 }
 
@@ -96,7 +92,9 @@ bool IsOnDisk(const std::string& path, const std::string& content,
 
 class OneFile {
  public:
-  explicit OneFile(std::size_t size) : content(Pattern(size)), nginx(Served(folder, content)) {}
+  explicit OneFile(std::size_t size) : content(Pattern(size)), nginx(folder.Path()) {
+    folder.Write("file", content);
+  }
 
   std::string Url() const { return nginx.Url("file"); }
   std::string Local(const std::string& name = "local") const { return folder.Path(name); }
@@ -105,17 +103,11 @@ class OneFile {
   TempFolder folder;
   std::string content;
   Nginx nginx;
-
- private:
-  static const std::string& Served(const TempFolder& folder, const std::string& content) {
-    folder.Write("file", content);
-    return folder.Path();
-  }
 };
 
 void Fill(tagMTDOWNLOAD_BLOCK& block, const OneFile& file, std::uint64_t start, std::uint64_t end) {
   block.url.Set(file.Url().c_str());
-  block.localPath.Set(LibraryPath(file.Local()).c_str());
+  block.localPath.Set(Library<char>(file.Local()).c_str());
   block.startPos = start;
   block.endPos = end;
 }
@@ -135,13 +127,24 @@ TEST_F(HttpDownload, CopyTakesAWholeFile) {
   listener.stop_at = 5;
   EXPECT_EQ(Copy(client, file.Url(), file.Local(), &listener), 0);
   EXPECT_EQ(ReadWhole(file.Local()).size(), 0x100000u);
+}
+
+TEST_F(HttpDownload, BothKeepTheListenersSpeedLimit) {
+  const OneFile file(1'300'000);
   FaultPlan plan;
   plan.FakeClock(100 * kSecond);
-  listener.stop_at = kAlways;
+  Listener listener;
   listener.limit = 0x40000;
+  CHttpFileClient client;
   EXPECT_EQ(Copy(client, file.Url(), file.Local(), &listener), 1);
   const std::int64_t last = (1'300'000 - 0x100000) * 1000LL / 0x40000 * (kSecond / 1000);
   EXPECT_EQ(plan.Slept(), 2 * kSecond + last);
+  tagMTDOWNLOAD_BLOCK block;
+  Fill(block, file, 0, file.content.size());
+  CMultiThreadDownload download;
+  download.DownloadFile(0, &block, 0, &listener, &listener, 7);
+  listener.WaitUntil([&] { return listener.successes == 1; });
+  EXPECT_EQ(plan.Slept(), 2 * (2 * kSecond + last));
 }
 
 TEST_F(HttpDownload, CopyFailsWithoutLosingTheReason) {
@@ -149,7 +152,7 @@ TEST_F(HttpDownload, CopyFailsWithoutLosingTheReason) {
   CHttpFileClient client;
   DebugLines log;
   EXPECT_EQ(Copy(client, file.Url(), file.Local("no/folder")), 0);
-  EXPECT_EQ(log.Count(2, "local file(" + LibraryPath(file.Local("no/folder")) +
+  EXPECT_EQ(log.Count(2, "local file(" + Library<char>(file.Local("no/folder")) +
                              ") open failed, err is:No such file or directory\r\n"),
             1);
   file.folder.Write("local", "old");
@@ -304,7 +307,7 @@ TEST_F(HttpDownload, FailuresAreToldAndRetriedAfterFiveSeconds) {
     EXPECT_EQ(plan.Slept(), 5 * kSecond);
     download.CancelDownload();
     EXPECT_TRUE(ReadWhole(file.Local()) == file.content);
-    const std::string path = LibraryPath(file.Local());
+    const std::string path = Library<char>(file.Local());
     EXPECT_EQ(fault.line == nullptr ? 1 : log.Count(2, "local file(" + path + fault.line), 1);
     file.MakeLocal();
   }

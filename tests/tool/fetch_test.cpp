@@ -82,10 +82,12 @@ class ToolFetch : public testing::Test {
 
   // Kills a slow run once it has some of the first piece.
   void BreakOff() const {
-    Program program(Big({"--limit", "2M"}), setting_);
+    Program program(Big({"--limit", "2M"}), {setting_.folder, "", true});
     EXPECT_GT(CopiedOfFirstPiece(Here("big.part.journal")), 0u);
     program.Signal(SIGKILL);
-    EXPECT_EQ(-SIGKILL, program.Finish().code);
+    const ProgramResult result = program.Finish();
+    EXPECT_EQ(-SIGKILL, result.code);
+    EXPECT_NE(std::string::npos, result.out.find(" left")) << result.out;
     EXPECT_FALSE(fs::exists(Here("big")));
   }
   // One file is left, and it is this one.
