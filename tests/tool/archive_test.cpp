@@ -59,7 +59,11 @@ TEST_F(ToolArchive, ZipAndUnzip) {
   ExpectDone({"unzip", "a.zip", "-d", "dot"});
   EXPECT_EQ("content", ReadWhole(temp_.Path("dot/sub/no:te")));
 
+  temp_.Write("[a,b]", "brackets");
+  ExpectDone({"zip", "c.zip", "tree", "[a,b]"});
+  EXPECT_NE(std::string::npos, Run({"unzip", "-l", "c.zip"}).out.find("  [a,b]\n"));
   ExpectRefused("no such file or folder: absent", {"zip", "b.zip", "tree", "absent"});
+  ExpectRefused("not expected: --wrong", {"zip", "b.zip", "tree", "--wrong"});
   ExpectRefused("cannot write no/such/b.zip", {"zip", "no/such/b.zip", "tree"});
   ExpectRefused("tree is a folder", {"zip", "tree", "other.txt"});
   ExpectRefused("no such file: absent", {"unzip", "absent"});

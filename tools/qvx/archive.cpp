@@ -14,6 +14,7 @@
 #include "archive_progress.h"
 #include "command.h"
 #include "text.h"
+#include "words.h"
 
 namespace qvx::tool {
 namespace {
@@ -246,11 +247,13 @@ void AddZipCommand(CLI::App& app) {
   auto options = std::make_shared<ZipOptions>();
   CLI::App* command = app.add_subcommand("zip", "Pack files and folders into a zip archive");
   command->add_option("ARCHIVE", options->archive, "Archive to make")->required();
-  command->add_option("PATH", options->paths, "Files and folders, without what is hidden in them")
-      ->required();
+  const Words paths(*command, "PATH", "Files and folders, without what is hidden in them");
   command->add_flag("-f,--force", options->force,
                     "Replace an existing archive, when the new one is complete");
-  command->callback([options] { Zip(*options).Run(); });
+  command->callback([options, paths] {
+    options->paths = paths.Paths();
+    Zip(*options).Run();
+  });
 }
 
 void AddUnzipCommand(CLI::App& app) {

@@ -3,15 +3,14 @@
 #include <qvx/zip_file.h>
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <string>
 
 #include "archive_progress.h"
 #include "command.h"
+#include "stream.h"
 #include "text.h"
 
 namespace qvx::tool {
@@ -28,14 +27,6 @@ struct Options {
   int level = 6;
   bool force = false;
 };
-
-using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
-
-Stream OpenStream(const std::string& path, const char* mode) {
-  Stream stream(std::fopen(path.c_str(), mode), &std::fclose);
-  if (!stream) throw CommandError("cannot open " + path + ": " + std::strerror(errno));
-  return stream;
-}
 
 // A name beside the result, which the result bears until it is complete.
 class Temporary {

@@ -5,14 +5,13 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <string>
 
 #include "command.h"
+#include "stream.h"
 
 namespace qvx::tool {
 namespace {
@@ -25,11 +24,8 @@ struct Options {
   std::uint64_t length = UINT64_MAX;
 };
 
-using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
-
 Stream Open(const Options& options) {
-  Stream stream(std::fopen(options.file.c_str(), "rbe"), &std::fclose);
-  if (!stream) throw CommandError("cannot open " + options.file + ": " + std::strerror(errno));
+  Stream stream = OpenStream(options.file, "rbe");
   if (options.skip > INT64_MAX ||
       fseeko(stream.get(), static_cast<off_t>(options.skip), SEEK_SET) != 0) {
     throw CommandError("cannot skip " + std::to_string(options.skip) + " bytes of " + options.file);

@@ -20,8 +20,8 @@
 #include <vector>
 
 #include "command.h"
-#include "command_words.h"
 #include "descriptor.h"
+#include "words.h"
 
 namespace qvx::tool {
 namespace {
@@ -172,9 +172,9 @@ void AddLogCommand(CLI::App& app) {
   command->add_option("--colour", options->colour, "auto, always or never")
       ->check(CLI::IsMember({"auto", "always", "never"}))
       ->capture_default_str();
-  const CommandWords words(*command);
+  const Words words(*command, "COMMAND", "Program, and its arguments after it, best behind --");
   command->callback([options, words] {
-    options->command = words.Get();
+    options->command = words.Command();
     Run(*options);
   });
 }

@@ -11,13 +11,13 @@
 #include "command.h"
 #include "remote.h"
 #include "text.h"
+#include "words.h"
 
 namespace qvx::tool {
 namespace {
 
 struct Options {
   RemoteOptions remote;
-  std::vector<std::string> paths;
   std::string source;
   std::string target;
   bool with_sizes = false;
@@ -25,8 +25,9 @@ struct Options {
 };
 
 using Action = std::function<void(Remote&, const Options&)>;
+using PathAction = std::function<void(Remote&, const Options&, const std::string&)>;
 
-// A command with a server, paths and an action on the connection.
+// A command with a server and an action on the connection.
 CLI::App* AddCommand(CLI::App& app, const char* name, const char* what,
                      const std::shared_ptr<Options>& options, const Action& action) {
   CLI::App* command = app.add_subcommand(name, what);
@@ -38,9 +39,18 @@ CLI::App* AddCommand(CLI::App& app, const char* name, const char* what,
   return command;
 }
 
-void ForEachPath(Remote& remote, const Options& options,
-                 const std::function<void(Remote&, const std::string&)>& action) {
-  for (const std::string& path : options.paths) action(remote, path);
+// The same with an action on each of one or more paths.
+CLI::App* AddPathsCommand(CLI::App& app, const char* name, const char* what, const char* which,
+                          const std::shared_ptr<Options>& options, const PathAction& action) {
+  CLI::App* command = app.add_subcommand(name, what);
+  AddRemoteOptions(*command, options->remote);
+  const Words words(*command, "PATH", which);
+  command->callback([options, words, action] {
+    const std::vector<std::string> paths = words.Paths();
+    Remote remote(options->remote);
+    for (const std::string& path : paths) action(remote, *options, path);
+  });
+  return command;
 }
 
 EntryKind AskExisting(Remote& remote, const std::string& native) {
@@ -62,7 +72,7 @@ void PrintFile(Remote& remote, const std::u16string& folder, const std::u16strin
 }
 
 void List(Remote& remote, const Options& options) {
-  const std::string native = options.paths.empty() ? "/" : options.paths[0];
+  const std::string native = options.source.empty() ? "/" : options.source;
   const std::u16string path = remote.Path(native);
   const Listing listing = remote.List(path);
   if (listing.folders.empty() && listing.files.empty() &&
@@ -76,7 +86,7 @@ void List(Remote& remote, const Options& options) {
     PrintFile(remote, path, name, options.with_sizes);
 }
 
-void RemoveOne(Remote& remote, const std::string& native, bool recursive) {
+void RemoveOne(Remote& remote, const Options& options, const std::string& native) {
   const std::u16string path = remote.Path(native);
   if (AskExisting(remote, native) == EntryKind::kFile) {
     remote.Client().DeleteFileW(path.c_str());
@@ -85,7 +95,7 @@ void RemoveOne(Remote& remote, const std::string& native, bool recursive) {
       throw CommandError("the server did not remove " + native);
     return;
   }
-  if (!recursive) throw CommandError(native + " is a folder; --recursive empties it");
+  if (!options.recursive) throw CommandError(native + " is a folder; --recursive empties it");
   const bool answered = remote.Client().RemoveDirectoryW(path.c_str()) == 1;
   remote.RequireConnection();
   if (!answered) throw CommandError("the server has not finished emptying " + native);
@@ -94,7 +104,7 @@ void RemoveOne(Remote& remote, const std::string& native, bool recursive) {
     throw CommandError("the server could not remove all that is in " + native);
 }
 
-void MakeFolder(Remote& remote, const std::string& native) {
+void MakeFolder(Remote& remote, const Options&, const std::string& native) {
   const std::u16string path = remote.Path(native);
   if (remote.Ask(path) != EntryKind::kNone) throw CommandError("exists already: " + native);
   remote.Client().MakeDirectory(path.c_str());
@@ -118,7 +128,11 @@ void Move(Remote& remote, const Options& options) {
     throw CommandError("the server could not move " + from + " to " + to);
 }
 
-void PrintSize(Remote& remote, const std::string& native) {
+void PrintDigest(Remote& remote, const Options&, const std::string& native) {
+  std::printf("%s  %s\n", remote.Digest(remote.Path(native)).c_str(), native.c_str());
+}
+
+void PrintSize(Remote& remote, const Options&, const std::string& native) {
   std::uint64_t size = 0;
   if (!remote.Size(remote.Path(native), size))
     throw CommandError("no such file on the server: " + native);
@@ -130,31 +144,22 @@ void PrintSize(Remote& remote, const std::string& native) {
 void AddListCommand(CLI::App& app) {
   auto options = std::make_shared<Options>();
   CLI::App* command = AddCommand(app, "ls", "List a folder of a server", options, &List);
-  command->add_option("PATH", options->paths, "Folder or file; the root if left out")
-      ->expected(0, 1);
+  command->add_option("PATH", options->source, "Folder or file; the root if left out");
   command->add_flag("-l", options->with_sizes, "With the sizes of the files");
 }
 
 void AddRemoveCommand(CLI::App& app) {
   auto options = std::make_shared<Options>();
   CLI::App* command =
-      AddCommand(app, "rm", "Remove files of a server, or all that folders hold", options,
-                 [](Remote& remote, const Options& told) {
-                   ForEachPath(remote, told, [&told](Remote& connected, const std::string& path) {
-                     RemoveOne(connected, path, told.recursive);
-                   });
-                 });
-  command->add_option("PATH", options->paths, "What to remove")->required();
+      AddPathsCommand(app, "rm", "Remove files of a server, or all that folders hold",
+                      "What to remove", options, &RemoveOne);
   command->add_flag("-r,--recursive", options->recursive,
                     "Remove all that a folder holds; the folder itself stays");
 }
 
 void AddMakeFolderCommand(CLI::App& app) {
-  auto options = std::make_shared<Options>();
-  CLI::App* command = AddCommand(
-      app, "mkdir", "Make folders on a server", options,
-      [](Remote& remote, const Options& told) { ForEachPath(remote, told, &MakeFolder); });
-  command->add_option("PATH", options->paths, "Folder to make")->required();
+  AddPathsCommand(app, "mkdir", "Make folders on a server", "Folder to make",
+                  std::make_shared<Options>(), &MakeFolder);
 }
 
 void AddMoveCommand(CLI::App& app) {
@@ -166,23 +171,13 @@ void AddMoveCommand(CLI::App& app) {
 }
 
 void AddDigestCommand(CLI::App& app) {
-  auto options = std::make_shared<Options>();
-  CLI::App* command = AddCommand(
-      app, "md5", "Print the MD5 of files of a server", options,
-      [](Remote& remote, const Options& told) {
-        ForEachPath(remote, told, [](Remote& connected, const std::string& path) {
-          std::printf("%s  %s\n", connected.Digest(connected.Path(path)).c_str(), path.c_str());
-        });
-      });
-  command->add_option("PATH", options->paths, "Files to digest")->required();
+  AddPathsCommand(app, "md5", "Print the MD5 of files of a server", "Files to digest",
+                  std::make_shared<Options>(), &PrintDigest);
 }
 
 void AddSizeCommand(CLI::App& app) {
-  auto options = std::make_shared<Options>();
-  CLI::App* command = AddCommand(
-      app, "size", "Print the size in bytes of files of a server", options,
-      [](Remote& remote, const Options& told) { ForEachPath(remote, told, &PrintSize); });
-  command->add_option("PATH", options->paths, "Files to measure")->required();
+  AddPathsCommand(app, "size", "Print the size in bytes of files of a server", "Files to measure",
+                  std::make_shared<Options>(), &PrintSize);
 }
 
 }  // namespace qvx::tool

@@ -15,20 +15,13 @@
 #include <system_error>
 
 #include "command.h"
+#include "stream.h"
 
 namespace qvx::tool {
 namespace {
 
-using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
-
 CommandError Failure(const char* what, const std::string& native, int error) {
   return CommandError("cannot " + std::string(what) + " " + native + ": " + std::strerror(error));
-}
-
-Stream Open(const std::string& native) {
-  Stream stream(std::fopen(native.c_str(), "rbe"), &std::fclose);
-  if (!stream) throw Failure("open", native, errno);
-  return stream;
 }
 
 // Which file stands under a name; 0 for none.
@@ -92,7 +85,7 @@ std::uint64_t FileSize(const std::string& native) {
 
 std::vector<unsigned char> ReadPiece(const std::string& native, std::uint64_t offset,
                                      std::size_t size) {
-  const Stream stream = Open(native);
+  const Stream stream = OpenStream(native, "rbe");
   std::vector<unsigned char> bytes(size);
   if (fseeko(stream.get(), static_cast<off_t>(offset), SEEK_SET) != 0 ||
       std::fread(bytes.data(), 1, size, stream.get()) != size) {
@@ -102,7 +95,7 @@ std::vector<unsigned char> ReadPiece(const std::string& native, std::uint64_t of
 }
 
 std::string ReadText(const std::string& native) {
-  const Stream stream = Open(native);
+  const Stream stream = OpenStream(native, "rbe");
   std::string text;
   char block[65536];
   while (const std::size_t count = std::fread(block, 1, sizeof(block), stream.get())) {

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "command.h"
-#include "command_words.h"
 #include "text.h"
+#include "words.h"
 
 namespace qvx::tool {
 namespace {
@@ -105,8 +105,8 @@ void AddProcessCommands(CLI::App& app) {
   auto shell = std::make_shared<bool>(false);
   CLI::App* run = app.add_subcommand("run", "Run a command and show what it writes");
   run->add_flag("--shell", *shell, "Have the shell run it");
-  const CommandWords words(*run);
-  run->callback([words, shell] { Run(words.Get(), *shell); });
+  const Words words(*run, "COMMAND", "Program, and its arguments after it, best behind --");
+  run->callback([words, shell] { Run(words.Command(), *shell); });
 
   app.add_subcommand("cpu", "Show what the processor is and can do")->callback(&ShowProcessor);
 }

@@ -12,11 +12,9 @@
 #include <array>
 #include <atomic>
 #include <cctype>
-#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
-#include <cstring>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -24,6 +22,7 @@
 
 #include "command.h"
 #include "interrupt.h"
+#include "stream.h"
 #include "terminal.h"
 #include "text.h"
 
@@ -92,8 +91,6 @@ void List() {
 
 // --- Files ----------------------------------------------------------------------------------
 
-using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
-
 int LeaveOpen(std::FILE* file) {
   return std::fflush(file);
 }
@@ -101,9 +98,7 @@ int LeaveOpen(std::FILE* file) {
 // Without a name, the standard stream.
 Stream OpenFile(const std::string& name, const char* mode, std::FILE* standard) {
   if (name.empty() || name == "-") return Stream(standard, &LeaveOpen);
-  Stream stream(std::fopen(name.c_str(), mode), &std::fclose);
-  if (!stream) throw CommandError("cannot open " + name + ": " + std::strerror(errno));
-  return stream;
+  return OpenStream(name, mode);
 }
 
 void Send(const Options& options) {

@@ -15,6 +15,7 @@
 
 #include "command.h"
 #include "progress.h"
+#include "stream.h"
 #include "text.h"
 
 namespace qvx::tool {
@@ -76,8 +77,6 @@ class Sums {
   CCRC32 crc32_;
 };
 
-using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
-
 [[noreturn]] void Fail(const char* what, const Options& options) {
   const int reason = errno;
   throw CommandError(std::string("cannot ") + what + " " + options.file + ": " +
@@ -98,8 +97,7 @@ void Sum(const Options& options) {
   if (!options.md5 && !options.crc32 && options.crc16.empty()) {
     throw CommandError("say what to compute: --md5, --crc16 NAME or --crc32");
   }
-  const Stream file(std::fopen(options.file.c_str(), "rbe"), &std::fclose);
-  if (!file) Fail("open", options);
+  const Stream file = OpenStream(options.file, "rbe");
   const std::uint64_t total = SizeOf(file.get(), options);
   Sums sums(options);
   Progress progress(true, {});
