@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "core/raw_text.h"
 #include "platform/code_page.h"
 #include "platform/path.h"
 #include "platform/utf.h"
@@ -44,17 +45,8 @@ void ReplaceAll(std::string& text, std::string_view from, std::string_view to) {
   }
 }
 
-bool IsLetter(char character) {
-  return (character >= 'A' && character <= 'Z') || (character >= 'a' && character <= 'z');
-}
-
-char Folded(char character) {
-  return character >= 'A' && character <= 'Z' ? static_cast<char>(character - 'A' + 'a')
-                                              : character;
-}
-
 bool HasDrive(std::string_view own) {
-  return own.size() >= 2 && IsLetter(own[0]) && own[1] == ':';
+  return own.size() >= 2 && core::IsAsciiLetter(own[0]) && own[1] == ':';
 }
 
 std::size_t FindSeparator(std::string_view text, std::size_t from) {
@@ -182,9 +174,7 @@ bool EqualTexts(std::string_view left, std::string_view right) {
 }
 
 bool BeginsWith(std::string_view text, std::string_view prefix) {
-  return text.size() >= prefix.size() &&
-         std::equal(prefix.begin(), prefix.end(), text.begin(),
-                    [](char left, char right) { return Folded(left) == Folded(right); });
+  return text.size() >= prefix.size() && core::MatchAll(text.data(), prefix.data(), prefix.size());
 }
 
 }  // namespace qvx::archive
