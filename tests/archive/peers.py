@@ -146,6 +146,16 @@ def behind(archive):
     open(archive, "wb").write(b"#!/bin/sh\nexit 0\n" + data)
 
 
+def link(archive):
+    """A link that leads out of the folder, and a file behind it."""
+    with zipfile.ZipFile(archive, "w") as zip_file:
+        info = entry("link", zipfile.ZIP_STORED)
+        info.create_system = 3
+        info.external_attr = 0o120777 << 16
+        zip_file.writestr(info, b"..")
+        zip_file.writestr(entry("link/up"), b"data")
+
+
 def bomb(archive):
     with zipfile.ZipFile(archive, "w") as zip_file:
         for number in range(4):
@@ -158,6 +168,7 @@ KINDS = {
     "unicode_path": unicode_path,
     "behind": behind,
     "bomb": bomb,
+    "link": link,
     "none": lambda archive: plain(archive, []),
     "nested": lambda archive: plain(archive, ["top.TXT", "a/b.txt", "a/", "a/c.d/e", "b.txt"]),
     "overlap": overlap,

@@ -191,6 +191,8 @@ TEST_F(Unzipper, StaysBelowItsFolder) {
     EXPECT_EQ((Tree{{"out", "/"}, {"out/fine", DataOfIt()}}), TreeOf(temp_.Path("top"))) << kind;
   }
   EXPECT_FALSE(fs::exists("/tmp/qvx_up") || fs::exists("/up"));
+  EXPECT_FALSE(Unpack(Make("link"), "top/links"));
+  EXPECT_EQ((Tree{{"link", ".."}}), TreeOf(temp_.Path("top/links")));
   // A link is never followed: not as a folder on the way, and as a file it is replaced.
   const std::string archive = Make("nested");
   Put(temp_, "elsewhere/kept", "kept");

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <functional>
@@ -42,6 +43,20 @@ class Zipper : public testing::Test {
   const std::string archive_ = Lib(temp_.Path("out.zip"));
   const std::string root_ = Lib(temp_.Path());
 };
+
+// With each backslash as a separator, and without the top folder.
+std::map<std::string, std::string> Mapped(const std::map<std::string, std::string>& tree,
+                                          const std::string& top) {
+  std::map<std::string, std::string> mapped;
+  for (const auto& [stored, content] : tree) {
+    std::string name = stored;
+    std::replace(name.begin(), name.end(), '\\', '/');
+    EXPECT_EQ(0u, name.find(top));
+    if (name.back() == '/') name.pop_back();
+    if (name.size() > top.size()) mapped[name.substr(top.size())] = content;
+  }
+  return mapped;
+}
 
 struct Recorder : IArchiveProgressListener {
   int OnArchiveProgress(const char* name, std::uint64_t done, std::uint64_t total) override {
@@ -86,6 +101,7 @@ TEST_F(Zipper, OtherProgramsReadATree) {
   EXPECT_EQ(0, RunPeer("check " + archive + " " + temp_.Path("tree") + " tree"));
   EXPECT_EQ(0, RunCommand("unzip -tqq " + archive));
   EXPECT_EQ(0, RunCommand("7z t " + archive));
+  EXPECT_EQ(0, RunCommand("LC_ALL=C.UTF-8 7z x " + archive + " -o" + temp_.Path("seven")));
   // It takes backslashes for what they are, and warns.
   EXPECT_EQ(1, RunCommand("LC_ALL=C.UTF-8 unzip -q " + archive + " -d " + temp_.Path("theirs")));
   EXPECT_TRUE(CUnzipper::Unzip(archive_.c_str(), Lib(temp_.Path("ours")).c_str(), false));
@@ -93,6 +109,7 @@ TEST_F(Zipper, OtherProgramsReadATree) {
   Put(temp_, "tree/link", "1");
   EXPECT_EQ(TreeOf(temp_.Path("tree")), TreeOf(temp_.Path("theirs/tree")));
   EXPECT_EQ(TreeOf(temp_.Path("tree")), TreeOf(temp_.Path("ours/tree")));
+  EXPECT_EQ(TreeOf(temp_.Path("tree")), Mapped(TreeOf(temp_.Path("seven")), "tree/"));
   struct stat status;
   stat(temp_.Path("ours/tree/one").c_str(), &status);
   EXPECT_EQ(1234567890, status.st_mtime);
