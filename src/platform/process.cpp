@@ -140,9 +140,14 @@ class WordReader {
  private:
   static bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
-  void Step(std::string& word, char& quote) {
+  char Take() {
     const char c = rest_.front();
     rest_.remove_prefix(1);
+    return c;
+  }
+
+  void Step(std::string& word, char& quote) {
+    const char c = Take();
     if (c == quote) {
       quote = 0;
     } else if (quote == 0 && (c == '"' || c == '\'')) {
