@@ -5,9 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "diagnostics/undecorate.h"
 #include "platform/last_error.h"
-#include "platform/path.h"
 
 namespace qvx::diagnostics {
 
@@ -22,11 +20,6 @@ platform::Registers FromContext(const CONTEXT& context) {
   return {context.Rax, context.Rdx, context.Rcx, context.Rbx, context.Rsi, context.Rdi,
           context.Rbp, context.Rsp, context.R8,  context.R9,  context.R10, context.R11,
           context.R12, context.R13, context.R14, context.R15, context.Rip};
-}
-
-std::string LibraryPath(const std::string& native) {
-  if (!native.starts_with('/')) return native;
-  return platform::FromNativePath<char>(native).value_or(native);
 }
 
 std::uint32_t SymbolType(platform::ModuleSymbols symbols) {
@@ -53,7 +46,10 @@ void StackWalk::Run(std::uint32_t thread) {
   if (end == platform::WalkEnd::kStopped) return;
   const std::uint64_t last = pending_ ? counter_ : copy_.registers[platform::kCounterRegister];
   if (pending_) Show();
-  if (end == platform::WalkEnd::kFailed) return Tell("StackWalk64", last);
+  if (end == platform::WalkEnd::kFailed) {
+    walker_.OnDbgHelpErr("StackWalk64", help_.LastError(), last);
+    return;
+  }
   walker_.OnCallstackEntry(StackWalker::LastEntry, entry_);
   platform::SetLastErrorCode(0);
 }
@@ -91,40 +87,37 @@ void StackWalk::Show() {
 }
 
 void StackWalk::Describe(StackWalker::CallstackEntry& entry, std::uint64_t counter) {
-  DescribeSymbol(entry, counter);
-  if (help_.HasLines()) DescribeLine(entry, counter);
-  DescribeModule(entry, counter);
+  const FrameFacts& facts = known_.Of(help_, counter, exact_);
+  DescribeSymbol(entry, facts);
+  if (help_.HasLines()) DescribeLine(entry, facts);
+  DescribeModule(entry, facts);
 }
 
-void StackWalk::DescribeSymbol(StackWalker::CallstackEntry& entry, std::uint64_t counter) {
-  platform::DebugSymbol symbol;
-  if (!help_.FindSymbol(counter, exact_, &symbol)) return Tell("SymGetSymFromAddr64", counter);
-  entry.offsetFromSymbol = symbol.offset;
-  CopyText(entry.name, symbol.name);
-  CopyText(entry.undName, UndecorateName(symbol.name));
-  CopyText(entry.undFullName, UndecorateFull(symbol.name));
+void StackWalk::DescribeSymbol(StackWalker::CallstackEntry& entry, const FrameFacts& facts) {
+  if (!facts.symbol)
+    return walker_.OnDbgHelpErr("SymGetSymFromAddr64", facts.symbol_error, entry.offset);
+  entry.offsetFromSymbol = facts.symbol->offset;
+  CopyText(entry.name, facts.symbol->name);
+  CopyText(entry.undName, facts.undecorated);
+  CopyText(entry.undFullName, facts.undecorated_full);
 }
 
-void StackWalk::DescribeLine(StackWalker::CallstackEntry& entry, std::uint64_t counter) {
-  platform::DebugLine line;
-  if (!help_.FindLine(counter, exact_, &line)) return Tell("SymGetLineFromAddr64", counter);
-  entry.offsetFromLine = line.offset;
-  entry.lineNumber = line.line;
-  CopyText(entry.lineFileName, line.file);
+void StackWalk::DescribeLine(StackWalker::CallstackEntry& entry, const FrameFacts& facts) {
+  if (!facts.line)
+    return walker_.OnDbgHelpErr("SymGetLineFromAddr64", facts.line_error, entry.offset);
+  entry.offsetFromLine = facts.line->offset;
+  entry.lineNumber = facts.line->line;
+  CopyText(entry.lineFileName, facts.line->file);
 }
 
-void StackWalk::DescribeModule(StackWalker::CallstackEntry& entry, std::uint64_t counter) {
-  platform::DebugModule module;
-  if (!help_.FindModule(counter, &module)) return Tell("SymGetModuleInfo64", counter);
-  entry.symType = SymbolType(module.symbols);
+void StackWalk::DescribeModule(StackWalker::CallstackEntry& entry, const FrameFacts& facts) {
+  if (!facts.module)
+    return walker_.OnDbgHelpErr("SymGetModuleInfo64", facts.module_error, entry.offset);
+  entry.symType = SymbolType(facts.module->symbols);
   entry.symTypeString = SymbolTypeText(entry.symType);
-  CopyText(entry.moduleName, module.name);
-  entry.baseOfImage = module.base;
-  CopyText(entry.loadedImageName, LibraryPath(module.image));
-}
-
-void StackWalk::Tell(const char* function, std::uint64_t counter) {
-  walker_.OnDbgHelpErr(function, help_.LastError(), counter);
+  CopyText(entry.moduleName, facts.module->name);
+  entry.baseOfImage = facts.module->base;
+  CopyText(entry.loadedImageName, facts.image);
 }
 
 }  // namespace qvx::diagnostics

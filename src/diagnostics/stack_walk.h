@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "diagnostics/frame_facts.h"
 #include "platform/debug_help.h"
 #include "platform/stack_memory.h"
 #include "qvx/stack_walker.h"
@@ -22,7 +23,6 @@ void CopyText(char (&target)[Size], std::string_view text) {
 [[gnu::format(printf, 2, 3)]] void FormatLine(char (&text)[1024], const char* format, ...);
 
 platform::Registers FromContext(const CONTEXT& context);
-std::string LibraryPath(const std::string& native);
 std::uint32_t SymbolType(platform::ModuleSymbols symbols);
 // Null for an unknown type.
 const char* SymbolTypeText(std::uint32_t type);
@@ -32,9 +32,14 @@ class StackWalk : private platform::WalkSink {
   using ReadMemory = std::function<bool(std::uint64_t address, void* buffer, unsigned long size)>;
 
   // use_copy: the stack of copy stands before what read gives.
-  StackWalk(StackWalker& walker, platform::DebugHelp& help, const platform::ThreadCopy& copy,
-            ReadMemory read, bool use_copy)
-      : walker_(walker), help_(help), copy_(copy), read_(std::move(read)), use_copy_(use_copy) {}
+  StackWalk(StackWalker& walker, platform::DebugHelp& help, KnownFrames& known,
+            const platform::ThreadCopy& copy, ReadMemory read, bool use_copy)
+      : walker_(walker),
+        help_(help),
+        known_(known),
+        copy_(copy),
+        read_(std::move(read)),
+        use_copy_(use_copy) {}
 
   void Run(std::uint32_t thread);
 
@@ -43,13 +48,13 @@ class StackWalk : private platform::WalkSink {
   bool OnFrame(std::uint64_t counter, bool exact) override;
   void Show();
   void Describe(StackWalker::CallstackEntry& entry, std::uint64_t counter);
-  void DescribeSymbol(StackWalker::CallstackEntry& entry, std::uint64_t counter);
-  void DescribeLine(StackWalker::CallstackEntry& entry, std::uint64_t counter);
-  void DescribeModule(StackWalker::CallstackEntry& entry, std::uint64_t counter);
-  void Tell(const char* function, std::uint64_t counter);
+  void DescribeSymbol(StackWalker::CallstackEntry& entry, const FrameFacts& facts);
+  void DescribeLine(StackWalker::CallstackEntry& entry, const FrameFacts& facts);
+  void DescribeModule(StackWalker::CallstackEntry& entry, const FrameFacts& facts);
 
   StackWalker& walker_;
   platform::DebugHelp& help_;
+  KnownFrames& known_;
   const platform::ThreadCopy& copy_;
   ReadMemory read_;
   bool use_copy_;

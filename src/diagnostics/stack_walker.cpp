@@ -53,6 +53,7 @@ struct StackWalkerInternal {
 
   StackWalker& parent;
   qvx::platform::DebugHelp help;
+  qvx::diagnostics::KnownFrames known;
   bool bound = false;
 
  private:
@@ -211,7 +212,8 @@ int StackWalker::ShowCallstack(unsigned long threadId, const CONTEXT* context,
     unsigned long count = 0;
     return myReadProcMem(mProcess, address, buffer, size, &count) != 0 && count == size;
   };
-  qvx::diagnostics::StackWalk walk(*this, mInternal->help, copy, read, readMemory == nullptr);
+  qvx::diagnostics::StackWalk walk(*this, mInternal->help, mInternal->known, copy, read,
+                                   readMemory == nullptr);
   walk.Run(thread);
   FormatLine(text, "ShowCallstack End: thread id=%d\r\n\r\n", static_cast<int>(threadId));
   OnOutput(text);

@@ -26,6 +26,8 @@ namespace {
 constexpr std::size_t kPage = 4096;
 constexpr std::size_t kRedZone = 128;
 constexpr std::uint64_t kLongestWait = 1000;  // milliseconds
+// A thread mostly stops within microseconds; to yield costs far more where others want to run.
+constexpr int kImmediateLooks = 100;
 constexpr int kQuickLooks = 1000;
 
 constinit std::atomic<int> stack_signal{0};
@@ -154,7 +156,11 @@ class HeldThread {
     for (int looks = 0; held_ && ptrace(PTRACE_GETREGS, thread_, nullptr, &user) != 0; ++looks) {
       if (DeadlineReached(deadline) || kill(thread_, 0) != 0) return false;
       waitpid(thread_, nullptr, __WALL | WNOHANG);
-      looks < kQuickLooks ? static_cast<void>(sched_yield()) : SleepMilliseconds(1);
+      if (looks >= kQuickLooks) {
+        SleepMilliseconds(1);
+      } else if (looks >= kImmediateLooks) {
+        sched_yield();
+      }
     }
     *registers = FromUser(user);
     return held_;
