@@ -77,7 +77,8 @@ class QVX_API StackWalker {
 
   // This process, without a file.
   StackWalker();
-  // outputFile: a library path or null; made anew, each text of OnOutput is appended at once.
+  // outputFile: a library path or null; made anew. The texts of OnOutput are appended at the end
+  // of each walk, others at once.
   // processId: the process to look at. process: only handed to a ReadProcessMemoryRoutine.
   StackWalker(const WCHAR* outputFile, std::uint32_t processId, void* process);
   // symbolPath: folders with debug files, separated by ";", or null; sets 0x10 in options.

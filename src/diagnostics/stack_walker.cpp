@@ -22,6 +22,7 @@ constexpr std::uint32_t kInitFailed = 1114;
 constexpr int kBuildSymbolPath = 0x10;
 constexpr unsigned long kSymbolOptions = 0x210;  // lines, and no questions to the user
 constexpr int kOutputLevel = 2;
+constexpr std::size_t kMostUnwritten = 64 * 1024;
 
 // The routine of the walk that this thread runs.
 struct ReadRoutine {
@@ -50,11 +51,16 @@ struct StackWalkerInternal {
 
   bool Bind(const std::string& symbol_path, bool has_path);
   bool FindModules();
+  // For the file. The lines of a walk are written together.
+  void Append(const char* text);
+  void WriteLines();
 
   StackWalker& parent;
   qvx::platform::DebugHelp help;
   qvx::diagnostics::KnownFrames known;
   bool bound = false;
+  bool walking = false;
+  std::string unwritten;
 
  private:
   bool LoadLibrary();
@@ -95,6 +101,37 @@ bool StackWalkerInternal::FindModules() {
   }
   return !modules.empty();
 }
+
+void StackWalkerInternal::Append(const char* text) {
+  if (parent.mOutputFile == nullptr) return;
+  unwritten += text;
+  if (!walking || unwritten.size() >= kMostUnwritten) WriteLines();
+}
+
+void StackWalkerInternal::WriteLines() {
+  if (unwritten.empty()) return;
+  parent.mOutputSize +=
+      parent.mOutputFile->WriteAt(parent.mOutputSize, unwritten.data(), unwritten.size()).count;
+  unwritten.clear();
+}
+
+namespace {
+
+class WalkingScope {
+ public:
+  explicit WalkingScope(StackWalkerInternal& walker) : walker_(walker) { walker_.walking = true; }
+  ~WalkingScope() {
+    walker_.walking = false;
+    walker_.WriteLines();
+  }
+  WalkingScope(const WalkingScope&) = delete;
+  WalkingScope& operator=(const WalkingScope&) = delete;
+
+ private:
+  StackWalkerInternal& walker_;
+};
+
+}  // namespace
 
 StackWalker::StackWalker()
     : StackWalker(kDefaultOptions, nullptr, nullptr, qvx::platform::CurrentProcessId(), nullptr) {}
@@ -160,8 +197,7 @@ void StackWalker::OnCallstackEntry(CallstackEntryType type, CallstackEntry& entr
 
 void StackWalker::OnOutput(const char* text) {
   qvx::platform::WriteDebugOutput(kOutputLevel, text);
-  if (mOutputFile == nullptr) return;
-  mOutputSize += mOutputFile->WriteAt(mOutputSize, text, std::strlen(text)).count;
+  mInternal->Append(text);
 }
 
 int StackWalker::Fail() {
@@ -193,6 +229,7 @@ int StackWalker::myReadProcMem(void* process, std::uint64_t baseAddress, void* b
 int StackWalker::ShowCallstack(unsigned long threadId, const CONTEXT* context,
                                ReadProcessMemoryRoutine readMemory, void* userData) {
   if (mInternal == nullptr || !mInternal->bound) return Fail();
+  const WalkingScope walking(*mInternal);
   char text[1024];
   FormatLine(text, "ShowCallstack: thread id=%d\r\n", static_cast<int>(threadId));
   OnOutput(text);
