@@ -16,7 +16,8 @@ constexpr int kBlock = 16 * 1024;
 constexpr int kBlocks = 128;
 constexpr double kRate95 = 1 / 0.95;
 
-// Text in which a compressor finds about what it finds in prose.
+// Letters as often as in prose. The blocks of a file repeat it within the compressor's window, so
+// that compressing takes little time and what stands around it shows.
 const std::vector<char>& Block() {
   static const std::vector<char> block = [] {
     std::vector<char> text(kBlock);

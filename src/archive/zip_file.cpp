@@ -13,7 +13,7 @@ namespace {
 
 namespace platform = qvx::platform;
 
-constexpr unsigned int kBlock = 128 * 1024;
+constexpr unsigned int kReadBlock = 128 * 1024;
 
 gzFile Stream(void* handle) {
   return static_cast<gzFile>(handle);
@@ -54,7 +54,8 @@ int CZipFile::Open(const char* path, const char* mode) {
   const gzFile stream = gzdopen(file.Descriptor(), mode);
   if (stream == nullptr) return 0;
   file.Release();
-  gzbuffer(stream, kBlock);
+  // A writer's pieces are compressed where they stand only if they fill the buffer: it stays small.
+  if (!open_mode->write) gzbuffer(stream, kReadBlock);
   gzHandle = stream;
   return 1;
 }
