@@ -104,6 +104,8 @@ class QVX_API CHttpFileClient : public IThreadFuncInterface, public IHttpDataCal
   unsigned int LeftOf(unsigned int len) const;
   unsigned int ReadStream(void* dest, unsigned int len, std::uint64_t timeoutMs);
   Attached Attach(void* dest, unsigned int len);
+  void AwaitServing(std::uint64_t limit);
+  bool IsServed();
   void AttachLocked(void* dest, unsigned int len);
   bool BeginTransfer(void* dest, unsigned int len);
   unsigned int Detach();

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 #include <new>
+#include <utility>
 
 #include "core/quiet_log.h"
 #include "http/pause.h"
@@ -265,11 +266,25 @@ unsigned int CHttpFileClient::ReadStream(void* dest, unsigned int len, std::uint
   if (attached == Attached::kNoTransfer && BeginTransfer(dest, len)) attached = Attached::kWaiting;
   if (attached == Attached::kWaiting) {
     mRoomEvent.Set();
-    mDoneEvent.Wait(timeoutMs == 0 ? kNoLimit : timeoutMs);
+    AwaitServing(timeoutMs == 0 ? kNoLimit : timeoutMs);
   }
   const unsigned int count = Detach();
   mFilePos.fetch_add(count);
   return count;
+}
+
+// A wake-up that an earlier read no longer waited for lets none go: it waits on.
+void CHttpFileClient::AwaitServing(std::uint64_t limit) {
+  const std::uint32_t start = MS_GetTime();
+  std::uint64_t left = limit;
+  while (mDoneEvent.Wait(left) != 0 && !IsServed()) {
+    if (limit != kNoLimit) left = limit - std::min<std::uint64_t>(limit, MillisecondsSince(start));
+  }
+}
+
+bool CHttpFileClient::IsServed() {
+  CAutoBaseLock guard(&mBufferLock);
+  return mTransferEnded || mReadBuffer.GetLeftSize() == 0;
 }
 
 void CHttpFileClient::AttachLocked(void* dest, unsigned int len) {
@@ -281,15 +296,19 @@ void CHttpFileClient::AttachLocked(void* dest, unsigned int len) {
 
 // Takes what was read ahead, and leaves the rest of the memory to the transfer.
 CHttpFileClient::Attached CHttpFileClient::Attach(void* dest, unsigned int len) {
-  CAutoBaseLock guard(&mBufferLock);
-  AttachLocked(dest, len);
-  const auto ahead =
-      static_cast<unsigned int>(mReadAhead->Take(static_cast<unsigned char*>(dest), len));
-  mReadBuffer.SetAvailSize(ahead);
-  const bool ended = mTransferEnded || mReadThread.IsThreadExit() != 0;
-  if (ended && ahead == 0) return Attached::kNoTransfer;
-  if (ahead < len && !ended) return Attached::kWaiting;
-  if (mReadAhead->HasHalfFree()) mRoomEvent.Set();
+  bool has_room = false;
+  {
+    CAutoBaseLock guard(&mBufferLock);
+    AttachLocked(dest, len);
+    const auto ahead =
+        static_cast<unsigned int>(mReadAhead->Take(static_cast<unsigned char*>(dest), len));
+    mReadBuffer.SetAvailSize(ahead);
+    const bool ended = mTransferEnded || mReadThread.IsThreadExit() != 0;
+    if (ended && ahead == 0) return Attached::kNoTransfer;
+    if (ahead < len && !ended) return Attached::kWaiting;
+    has_room = mReadAhead->HasHalfFree();
+  }
+  if (has_room) mRoomEvent.Set();
   return Attached::kFilled;
 }
 
@@ -379,11 +398,15 @@ unsigned int CHttpFileClient::TakePiece(const unsigned char* data, unsigned int 
 }
 
 // Not at once, but behind all pieces that libcurl received together: what comes with those is read
-// ahead, so that the reader's next calls need no other wake-up.
+// ahead, so that the reader's next calls need no other wake-up. And without the lock, which the
+// reader takes first of all.
 void CHttpFileClient::WakeServedReader() {
-  CAutoBaseLock guard(&mBufferLock);
-  if (mReaderServed) mDoneEvent.Set();
-  mReaderServed = false;
+  bool served = false;
+  {
+    CAutoBaseLock guard(&mBufferLock);
+    served = std::exchange(mReaderServed, false);
+  }
+  if (served) mDoneEvent.Set();
 }
 
 void CHttpFileClient::MeasureSpeed(std::uint32_t now) {
