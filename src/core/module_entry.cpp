@@ -1,8 +1,6 @@
 // Where the library meets the process. The loader runs the constructors of these objects in
 // the order in which they stand here when it loads the library, or before main of a program
 // that is linked with it, and their destructors in reverse at exit or at dlclose.
-#include <cstdio>
-
 #include "core/debug_callbacks.h"
 #include "core/quiet_log.h"
 #include "platform/fork.h"
@@ -52,7 +50,7 @@ class Attachment {
  private:
   void StorePath() {
     const auto path = qvx::platform::FromNativePath<char>(qvx::platform::ModulePath());
-    if (path.has_value()) std::snprintf(path_, sizeof(path_), "%s", path->c_str());
+    if (path.has_value()) path->copy(path_, sizeof(path_) - 1);
   }
 
   char path_[260] = {};

@@ -19,6 +19,7 @@ constinit const int anchor = 0;
 std::string ModulePath() {
   Dl_info info{};
   if (dladdr(&anchor, &info) == 0 || info.dli_fname == nullptr) return {};
+  if (info.dli_fname[0] == '/') return info.dli_fname;
   const std::unique_ptr<char, Free> absolute(realpath(info.dli_fname, nullptr));
   return absolute != nullptr ? absolute.get() : info.dli_fname;
 }

@@ -62,13 +62,12 @@ void ChangeNice(std::uint32_t thread_id, int change) {
   setpriority(PRIO_PROCESS, thread_id, std::clamp(now + change, -20, 19));
 }
 
-void AwaitChange(const std::atomic<std::uint32_t>& word) {
-  while (word.load(std::memory_order_acquire) == 0) FutexWait(word, 0, kNoDeadline);
-}
-
-void Announce(std::atomic<std::uint32_t>& word, std::uint32_t value) {
-  word.store(value, std::memory_order_release);
-  FutexWake(&word, 1);
+// The system's id of a thread that has not ended. The kernel numbers a thread's clock by the
+// complement of this id above three bits of flags, so that nobody waits for the thread to tell.
+std::uint32_t IdOf(pthread_t thread) {
+  clockid_t clock = 0;
+  pthread_getcpuclockid(thread, &clock);
+  return static_cast<std::uint32_t>(~(clock >> 3));
 }
 
 }  // namespace
@@ -76,7 +75,6 @@ void Announce(std::atomic<std::uint32_t>& word, std::uint32_t value) {
 // Shared by the starter and the thread. The starter keeps it until the join: were the thread to
 // free it, the C library would set up a heap for the thread just for that.
 struct NativeThread::Gate {
-  std::atomic<std::uint32_t> id{0};
   std::atomic<std::uint32_t> open{0};
   std::array<char, 16> name{};
   Body body = nullptr;
@@ -90,8 +88,7 @@ NativeThread::~NativeThread() = default;
 void* NativeThread::Enter(void* argument) {
   const std::shared_ptr<Gate> gate = std::move(static_cast<Gate*>(argument)->self);
   if (gate->name[0] != '\0') pthread_setname_np(pthread_self(), gate->name.data());
-  Announce(gate->id, CurrentThreadId());
-  AwaitChange(gate->open);
+  while (gate->open.load(std::memory_order_acquire) == 0) FutexWait(gate->open, 0, kNoDeadline);
   gate->body(gate->context);
   return nullptr;
 }
@@ -111,15 +108,15 @@ bool NativeThread::Create(const ThreadOptions& options, Body body, void* context
       return false;
     }
   }
-  AwaitChange(gate->id);
-  id_ = gate->id.load(std::memory_order_acquire);
+  id_ = IdOf(thread_);
   ChangeNice(id_, options.nice_change);
   gate_ = std::move(gate);
   return true;
 }
 
 void NativeThread::Release() noexcept {
-  Announce(gate_->open, 1);
+  gate_->open.store(1, std::memory_order_release);
+  FutexWake(&gate_->open, 1);
 }
 
 void NativeThread::Join() noexcept {
