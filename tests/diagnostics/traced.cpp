@@ -21,9 +21,14 @@ struct Middle {
   }
 };
 
+// Its line is told, under the name of the function that it is part of.
 constexpr int kLine = __LINE__ + 2;
-QVX_NOT_INLINED void Outer(const std::function<void()>& body) {
+[[gnu::always_inline]] inline void Inlined(const std::function<void()>& body) {
   Middle<int>().Call(body, 2);
+}
+
+QVX_NOT_INLINED void Outer(const std::function<void()>& body) {
+  Inlined(body);
   after_call = 3;
 }
 

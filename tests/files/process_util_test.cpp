@@ -9,10 +9,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <random>
+#include <set>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "files/pe_file.h"
@@ -68,18 +73,49 @@ class Sleeper {
   pid_t child_ = -1;
 };
 
+std::vector<unsigned> AsNumbers(CPtrArrayCtrl& list) {
+  std::vector<unsigned> ids;
+  ids.reserve(static_cast<std::size_t>(list.GetCount()));
+  for (int i = 0; i < list.GetCount(); ++i) {
+    ids.push_back(static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(list.GetAt(i))));
+  }
+  return ids;
+}
+
 std::vector<unsigned> Ids(const std::string& name, int full_path) {
   CPtrArrayCtrl narrow;
   CPtrArrayCtrl wide;
   GetPidListByNameA(name.c_str(), full_path, &narrow);
   GetPidListByNameW(Wide(name).c_str(), full_path, &wide);
   EXPECT_TRUE(narrow.Compare(&wide, nullptr));
-  std::vector<unsigned> ids;
-  ids.reserve(static_cast<std::size_t>(narrow.GetCount()));
-  for (int i = 0; i < narrow.GetCount(); ++i) {
-    ids.push_back(static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(narrow.GetAt(i))));
-  }
-  return ids;
+  return AsNumbers(narrow);
+}
+
+struct Output {
+  std::string text;
+  unsigned blocks = 0;
+  bool terminated = true;
+};
+
+int Collect(void* context, const char* text, unsigned length) {
+  auto& output = *static_cast<Output*>(context);
+  output.terminated = output.terminated && text[length] == '\0' && length > 0 && length <= 4095;
+  output.text.append(text, length);
+  ++output.blocks;
+  return 0;
+}
+
+struct Ran {
+  int result;
+  unsigned code;
+  Output output;
+};
+
+Ran RunCommand(const std::string& command, bool shell) {
+  Ran ran{0, 12345, {}};
+  ran.result = do_syscmd_A(&Collect, &ran.output, shell, &ran.code, "%s", command.c_str());
+  EXPECT_TRUE(ran.output.terminated);
+  return ran;
 }
 
 using One = std::vector<unsigned>;
@@ -129,6 +165,59 @@ TEST(Processes, AreFoundNamedAndEnded) {
   EXPECT_EQ(0xFFFFFFFFu, GetParentProcessID(id));
   EXPECT_EQ(0, GetProgramNameA(id, 0, nullptr));
   EXPECT_EQ(One{}, Ids(name, 0));
+}
+
+// What ps tells, in lines "parent program" by process.
+std::map<unsigned, std::string> LookedAtByPs() {
+  std::istringstream lines(RunCommand("ps -ww -eo pid=,ppid=,exe=", false).output.text);
+  std::map<unsigned, std::string> processes;
+  unsigned id = 0;
+  unsigned parent = 0;
+  for (std::string program; lines >> id >> parent >> std::ws && std::getline(lines, program);) {
+    if (program.ends_with(" (deleted)")) program.resize(program.size() - 10);
+    processes[id] = std::to_string(parent) + " " + (program == "-" ? "" : LibraryForm(program));
+  }
+  return processes;
+}
+
+std::map<unsigned, std::string> LookedAtByUs(const std::map<unsigned, std::string>& processes) {
+  std::map<unsigned, std::string> answers;
+  for (const auto& [id, line] : processes) {
+    char program[260] = "";
+    GetProgramNameA(id, 1, program);
+    answers[id] = std::to_string(GetParentProcessID(id)) + " " + program;
+  }
+  return answers;
+}
+
+// Kernel threads and processes that come and go included.
+TEST(Processes, AreWhatPsTells) {
+  std::atomic<bool> stop{false};
+  std::thread coming_and_going([&] {
+    while (!stop) RunCommand("true", false);
+  });
+  const auto before = LookedAtByPs();
+  const auto ours = LookedAtByUs(before);
+  std::map<std::string, std::set<unsigned>> listed;
+  for (const auto& [id, line] : ours) {
+    const std::size_t cut = line.rfind('\\');
+    if (cut == std::string::npos) continue;
+    CPtrArrayCtrl list;
+    GetPidListByNameA(line.c_str() + cut + 1, 0, &list);
+    const auto ids = AsNumbers(list);
+    listed[line.substr(cut)].insert(ids.begin(), ids.end());
+  }
+  auto after = LookedAtByPs();
+  stop = true;
+  coming_and_going.join();
+
+  ASSERT_EQ(1u, before.count(static_cast<unsigned>(getpid())));
+  for (const auto& [id, line] : before) {
+    if (after[id] != line) continue;
+    EXPECT_EQ(line, ours.at(id)) << id;
+    for (const auto& [name, ids] : listed)
+      EXPECT_EQ(line.ends_with(name), ids.count(id) != 0) << id << " " << name;
+  }
 }
 
 TEST(Processes, ThatCannotBeLookedAt) {
@@ -266,33 +355,6 @@ TEST(SingleInstance, IsHeldByOneProcess) {
     EXPECT_EQ(error == EACCES ? 0 : 1, CheckSingleInstanceA(name.c_str()));
   }
   unsetenv("XDG_RUNTIME_DIR");
-}
-
-struct Output {
-  std::string text;
-  unsigned blocks = 0;
-  bool terminated = true;
-};
-
-int Collect(void* context, const char* text, unsigned length) {
-  auto& output = *static_cast<Output*>(context);
-  output.terminated = output.terminated && text[length] == '\0' && length > 0 && length <= 4095;
-  output.text.append(text, length);
-  ++output.blocks;
-  return 0;
-}
-
-struct Ran {
-  int result;
-  unsigned code;
-  Output output;
-};
-
-Ran RunCommand(const std::string& command, bool shell) {
-  Ran ran{0, 12345, {}};
-  ran.result = do_syscmd_A(&Collect, &ran.output, shell, &ran.code, "%s", command.c_str());
-  EXPECT_TRUE(ran.output.terminated);
-  return ran;
 }
 
 TEST(Commands, PassTheirOutputOn) {
