@@ -255,7 +255,10 @@ TEST(FindFile, InATree) {
 TEST(FolderTree, CreatingParents) {
   TempFolder folder;
   const std::string path = Library<char>(folder.Path());
-  RecursiveCreateDirectoryA((path + "\\a\\b\\c\\").c_str());
+  folder.Write("file", "");
+  for (const char* name : {"\\a\\b\\c\\", "\\a\\b\\c\\", "\\file\\x"}) {
+    RecursiveCreateDirectoryA((path + name).c_str());
+  }
   RecursiveCreateDirectoryW(WideText(path + "/a/x").c_str());
   EXPECT_TRUE(fs::is_directory(folder.Path("a/b/c")));
   EXPECT_TRUE(fs::is_directory(folder.Path("a/x")));

@@ -174,6 +174,7 @@ TEST(PathName, ExistenceAsASearchFindsIt) {
   TempFolder folder;
   folder.Write("f.txt", "");
   ASSERT_EQ(mkdir(folder.Path("sub").c_str(), 0700), 0);
+  folder.Write("sub/\u4E2D*.log", "");
   ASSERT_EQ(mkfifo(folder.Path("fifo").c_str(), 0600), 0);
   ASSERT_EQ(symlink("sub", folder.Path("link").c_str()), 0);
   const auto exists = [&folder](const char* name) {
@@ -183,19 +184,23 @@ TEST(PathName, ExistenceAsASearchFindsIt) {
     return IsDirExistA(narrow.c_str()) * 100 + IsFileExistA(narrow.c_str()) * 10 +
            IsFileExistW(wide.c_str());
   };
-  EXPECT_EQ(exists(""), 110);
-  EXPECT_EQ(exists("\\"), 0);
-  EXPECT_EQ(exists("\\sub"), 110);
-  EXPECT_EQ(exists("\\link"), 110);
-  EXPECT_EQ(exists("\\f.txt"), 11);
-  EXPECT_EQ(exists("\\F.TXT"), 0);
-  EXPECT_EQ(exists("\\*.txt"), 11);
-  EXPECT_EQ(exists("\\su?"), 110);
-  EXPECT_EQ(exists("\\fifo"), 0);
-  EXPECT_EQ(exists("\\none"), 0);
+  constexpr int kNothing = 0;
+  constexpr int kFile = 11;
+  constexpr int kFolder = 110;
+  const struct {
+    const char* name;
+    int result;
+  } cases[] = {{"", kFolder},           {"\\", kNothing},          {"\\sub", kFolder},
+               {"\\link", kFolder},     {"\\lin*", kFile},         {"\\f.txt", kFile},
+               {"/f.t?t", kFile},       {"\\F.TXT", kNothing},     {"\\*.txt", kFile},
+               {"\\*.png", kNothing},   {"\\su?", kFolder},        {"\\fifo", kNothing},
+               {"\\fif*", kNothing},    {"\\none", kNothing},      {"\\*\\f.txt", kNothing},
+               {"\\sub\\*.log", kFile}, {"\\sub\\*\uF02A*", kFile}};
+  for (const auto& each : cases) EXPECT_EQ(exists(each.name), each.result) << each.name;
   EXPECT_EQ(IsDirExistA(nullptr) + IsFileExistA(nullptr) + IsFileExistW(nullptr), 0);
   EXPECT_EQ(IsDirExistA("C:"), 1);
-  EXPECT_EQ(IsDirExistA("C:\\"), 0);
+  for (const char* none : {"C:\\", "", "D:\\*"}) EXPECT_EQ(IsDirExistA(none), 0) << none;
+  EXPECT_EQ(IsFileExistA("C:\\*"), IsFileExistA("C:*"));
 }
 
 TEST(PathName, ByNumber) {

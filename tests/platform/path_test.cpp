@@ -4,7 +4,6 @@
 
 #include <random>
 #include <string>
-#include <vector>
 
 #include "platform/code_page.h"
 
@@ -52,36 +51,17 @@ TEST(Path, NamesThatTheLibraryFormHasNoCharacterFor) {
 
 // Bytes that meet all the special cases often, in any order.
 std::string RandomNativeName(std::mt19937& random) {
-  static const std::vector<std::string> kPieces = {"a",
-                                                   "\\",
-                                                   ":",
-                                                   "*",
-                                                   "?",
-                                                   ".",
-                                                   " ",
-                                                   "\xEF",
-                                                   "\x81",
-                                                   "\x9C",
-                                                   "\xED",
-                                                   "\xB2",
-                                                   "\x80",
-                                                   "\xA0",
-                                                   "\xF0",
-                                                   "\xFF",
-                                                   "\uF05C",
-                                                   "\uF02A",
-                                                   "\uF03F",
-                                                   "\uF03A",
-                                                   "\u4E2D",
-                                                   "\U0001F600",
-                                                   "\xED\xB2\x80",
-                                                   "\xED\xA0\x80",
-                                                   "\xC3",
-                                                   "\n"};
+  static constexpr std::string_view kBytes = "a\\:*?. \n\xEF\x81\x9C\xED\xB2\x80\xA0\xF0\xFF\xC3";
+  static constexpr std::string_view kTexts[] = {"\uF05C",       "\uF02A",      "\uF03F",
+                                                "\uF03A",       "\u4E2D",      "\U0001F600",
+                                                "\xED\xB2\x80", "\xED\xA0\x80"};
   std::string name;
   for (auto count = 1 + random() % 12; count > 0; --count) {
-    if (random() % 2 == 0) {
-      name += kPieces[random() % kPieces.size()];
+    const auto kind = random() % 4;
+    if (kind == 0) {
+      name += kTexts[random() % std::size(kTexts)];
+    } else if (kind == 1) {
+      name += kBytes[random() % kBytes.size()];
     } else if (const char byte = static_cast<char>(1 + random() % 255); byte != '/') {
       name += byte;
     }

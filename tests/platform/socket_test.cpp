@@ -220,16 +220,6 @@ TEST(SocketSend, FullSocketFailsBeforeTheFirstByteOrIsWaitedFor) {
   reader.join();
 }
 
-TEST(SocketSend, WaitForRoomEndsWithTheTimeLimitOrAShutdown) {
-  Pair pair;
-  Fill(pair.ours);
-  const ConstBytes part{"tail", 4};
-  std::thread other([&] { ShutdownSocket(pair.ours); });
-  EXPECT_FALSE(SendWhole(pair.ours, &part, 1, FullSocket::kWait));
-  other.join();
-  EXPECT_EQ(LastSocketError(), EPIPE);
-}
-
 TEST(SocketSend, ClosedPeerRaisesNoSignal) {
   signal(SIGPIPE, SIG_DFL);
   test::TempFolder folder;
@@ -325,21 +315,6 @@ TEST(SocketAccept, TakesTunedConnectionsUntilTheListenerIsShut) {
   EXPECT_EQ(AcceptSocket(listener).outcome, AcceptOutcome::kClosed);
   CloseSocket(accepted.socket);
   CloseSocket(listener);
-}
-
-TEST(SocketConnect, RefusalIsSeenAtOnce) {
-  std::uint16_t port = 0;
-  {
-    RawListener listener;
-    port = listener.Port();
-  }
-  const SocketValue socket = MakeTcpSocket();
-  SetNonBlocking(socket, true);
-  ConnectOutcome outcome = StartConnectIpv4(socket, {INADDR_LOOPBACK, port});
-  if (outcome == ConnectOutcome::kPending) outcome = WaitConnect(socket, kLong);
-  EXPECT_EQ(outcome, ConnectOutcome::kFailed);
-  EXPECT_EQ(LastSocketError(), ECONNREFUSED);
-  CloseSocket(socket);
 }
 
 TEST(SocketFork, ChildLeavesTheConnectionOfTheParentAlone) {
