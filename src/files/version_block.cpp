@@ -143,7 +143,7 @@ class Resources {
   std::vector<unsigned char> Data(std::uint32_t entry) const {
     const auto address = Number(entry);
     const auto claimed = Number(std::uint64_t{entry} + 4);
-    if (!address || !claimed) return {};
+    if (!address || !claimed || *claimed == 0) return {};
     std::vector<unsigned char> data(std::min<std::size_t>(*claimed, kLongestBlock));
     const auto offset = image_.OffsetOf(*address, data.size());
     if (!offset || !read_(*offset, data.data(), data.size())) return {};
