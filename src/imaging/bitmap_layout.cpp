@@ -93,7 +93,7 @@ Bytes InfoHeaderV5(const BitmapLayout& layout, const ComponentMasks& masks, Pale
         masks.green, masks.blue, masks.alpha}) {
     Put32(out, field);
   }
-  for (const unsigned char letter : {'B', 'G', 'R', 's'}) out.push_back(letter);
+  for (const char letter : {'B', 'G', 'R', 's'}) out.push_back(static_cast<unsigned char>(letter));
   out.resize(kInfoHeaderV5Size);
   AppendPalette(out, palette);
   return out;

@@ -95,7 +95,7 @@ int IsSerialPortNameExist(const T* name) {
 }
 
 unsigned char ParseParity(char letter) {
-  const char upper = static_cast<char>(letter & ~qvx::core::kCaseBit);
+  const auto upper = static_cast<char>(static_cast<unsigned char>(letter) & ~qvx::core::kCaseBit);
   const std::size_t found = kParities.find(upper);
   return found == std::string_view::npos ? 0 : static_cast<unsigned char>(found);
 }
