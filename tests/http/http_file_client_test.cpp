@@ -87,9 +87,12 @@ TEST_F(HttpFileClient, RandomSeeksAndReadsEqualALocalCopy) {
 
 TEST_F(HttpFileClient, OneTransferServesReadsUntilItsPlaceIsLeft) {
   OddServer server(Serve("0123456789"));
+  DebugLines log;
   CHttpFileClient client;
   EXPECT_EQ(Continue(client, 4), "");
   ASSERT_EQ(Web{server.Url()}.OpenIn(client), 1);
+  EXPECT_EQ(log.Count(2, "CHttpFileClient::OpenFile: " + server.Url() + "\r\n"), 1);
+  EXPECT_EQ(log.Count(2, "CHttpFileClient::OpenFile: " + server.Url() + ", SUCCESS\r\n"), 1);
   EXPECT_EQ(Continue(client, 3), "012");
   EXPECT_EQ(client.SeekFile(3, 0), 3);
   EXPECT_EQ(Continue(client, 3), "345");
@@ -99,6 +102,7 @@ TEST_F(HttpFileClient, OneTransferServesReadsUntilItsPlaceIsLeft) {
   EXPECT_EQ(server.Requests(), 3);
   EXPECT_EQ(Part(client, 2), "23");
   EXPECT_EQ(Continue(client, 100), "456789");
+  EXPECT_EQ(log.Count(2, "CHttpFileClient::ReadFile_Continue: curpos=4, readlen=6\r\n"), 1);
   EXPECT_EQ(Continue(client, 1), "");
   EXPECT_EQ(Part(client, 1), "");
   EXPECT_EQ(server.Requests(), 5);
@@ -106,7 +110,13 @@ TEST_F(HttpFileClient, OneTransferServesReadsUntilItsPlaceIsLeft) {
   EXPECT_EQ(client.SeekFile(INT64_MAX, 1), 10);
   EXPECT_EQ(client.SeekFile(INT64_MIN, 2), 0);
   EXPECT_GT(client.GetTotalAvgDownloadSpeedKBPS(), 0.0);
+  client.PrepareClose();
   EXPECT_EQ(client.CloseFile(), 1);
+  for (const char* step :
+       {"PrepareClose: +++", "PrepareClose: ---", "CloseFile: +++", "CloseFile: ---"}) {
+    const std::string line = "CHttpFileClient::" + std::string(step) + "\r\n";
+    EXPECT_EQ(log.Count(2, line), step[0] == 'P' ? 1 : 2) << step;  // OpenFile closes, too
+  }
   EXPECT_EQ(client.GetFileSize(), 0u);
   EXPECT_EQ(client.GetTotalAvgDownloadSpeedKBPS(), 0.0);
   EXPECT_EQ(Continue(client, 4), "");
@@ -150,16 +160,7 @@ class Drip {
   }};
 };
 
-TEST_F(HttpFileClient, TimeLimitOfAReadLeavesTheTransferAlone) {
-  Drip drip;
-  CHttpFileClient client;
-  ASSERT_EQ(Web{drip.server.Url()}.OpenIn(client), 1);
-  EXPECT_EQ(Continue(client, 4, 20), "");
-  drip.Give();
-  EXPECT_EQ(Continue(client, 4), "0123");
-  EXPECT_EQ(drip.server.Requests(), 2);
-}
-
+// A time limit of a read that comes first leaves the transfer alone.
 TEST_F(HttpFileClient, StallOfThirtySecondsEndsTheTransfer) {
   DebugLines log;
   FaultPlan plan;

@@ -94,7 +94,7 @@ http {
     location = /echo {
       proxy_set_header X-Body $request_body; proxy_pass http://127.0.0.1:@PORT@/posted;
     }
-    location = /posted { return 200 $request_method:$http_x_body; }
+    location = /posted { return 200 $request_method:$http_x_body$http_x_own; }
   }
 }
 )";

@@ -1,5 +1,6 @@
 // qvx zip, unzip, gzip and gunzip.
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <filesystem>
 #include <string>
@@ -94,6 +95,19 @@ TEST_F(ToolArchive, GzipAndGunzip) {
   ExpectRefused("no gzip file", {"gunzip", "other.txt", "-o", "x"});
   ExpectRefused("--output", {"gunzip", "other.txt"});
   ExpectRefused("no such file: absent", {"gzip", "absent"});
+}
+
+TEST_F(ToolArchive, ShowsProgressUntilItIsInterrupted) {
+  temp_.Write("hole", "");
+  fs::resize_file(temp_.Path("hole"), std::uintmax_t{64} << 30);
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"gzip", "hole"}, {"zip", "hole.gz", "hole"}}) {
+    Program program(words, {temp_.Path(), "", true});
+    EXPECT_NE(std::string::npos, program.WaitFor(" left").find("  [..")) << words[0];
+    program.Signal(SIGINT);
+    EXPECT_EQ(1, program.Finish().code) << words[0];
+    EXPECT_FALSE(fs::exists(temp_.Path("hole.gz"))) << words[0];
+  }
 }
 
 }  // namespace

@@ -101,7 +101,7 @@ Program::~Program() {
 std::string Program::WaitFor(const std::string& text) {
   for (;;) {
     const std::size_t found = result_.out.find(text, seen_);
-    const std::size_t end = result_.out.find('\n', found);
+    const std::size_t end = result_.out.find_first_of("\r\n", found);
     if (found != std::string::npos && end != std::string::npos) {
       seen_ = end + 1;
       const std::size_t begin = result_.out.rfind('\n', found) + 1;
