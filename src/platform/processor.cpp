@@ -1,11 +1,16 @@
 #include "platform/processor.h"
 
+#include <algorithm>
+#include <atomic>
+
 #if defined(__x86_64__)
 #include <cpuid.h>
 #endif
 
 namespace qvx::platform {
 namespace {
+
+constinit std::atomic<Vectors> widest_allowed{Vectors::kAvx512};
 
 #if defined(__x86_64__)
 // Leaf 1, register c.
@@ -17,6 +22,7 @@ constexpr unsigned kAvx = 1u << 28;
 // Leaf 7, registers b and c.
 constexpr unsigned kAvx2AndBmi = 1u << 3 | 1u << 5 | 1u << 8;
 constexpr unsigned kAvx512 = 1u << 16 | 1u << 30;  // F and BW
+constexpr unsigned kAvx512Vbmi = 1u << 1;
 constexpr unsigned kWideCarrylessMultiply = 1u << 10;
 // What the system keeps of each thread.
 constexpr unsigned kVectorRegisters = 6;
@@ -44,23 +50,29 @@ bool SystemKeeps(unsigned registers) {
   return (low & registers) == registers;
 }
 
-bool AskForAvx2() {
-  constexpr unsigned kNeeded = kFma | kAvx;
-  return (Ask(1).c & kNeeded) == kNeeded && SystemKeeps(kVectorRegisters) &&
-         (Ask(7).b & kAvx2AndBmi) == kAvx2AndBmi;
+bool HasAll(unsigned flags, unsigned needed) {
+  return (flags & needed) == needed;
+}
+
+Vectors AskForVectors() {
+  if (!HasAll(Ask(1).c, kFma | kAvx) || !SystemKeeps(kVectorRegisters)) return Vectors::kBaseline;
+  const Leaf leaf = Ask(7);
+  if (!HasAll(leaf.b, kAvx2AndBmi)) return Vectors::kBaseline;
+  const bool is_512 =
+      HasAll(leaf.b, kAvx512) && HasAll(leaf.c, kAvx512Vbmi) && SystemKeeps(kVector512Registers);
+  return is_512 ? Vectors::kAvx512 : Vectors::kAvx2;
 }
 
 CarrylessMultiply AskForCarrylessMultiply() {
-  constexpr unsigned kNeeded = kCarrylessMultiply | kSse41;
-  if ((Ask(1).c & kNeeded) != kNeeded) return CarrylessMultiply::kNone;
+  if (!HasAll(Ask(1).c, kCarrylessMultiply | kSse41)) return CarrylessMultiply::kNone;
   const Leaf leaf = Ask(7);
-  if (!HasAvx2() || (leaf.c & kWideCarrylessMultiply) == 0) return CarrylessMultiply::k128;
-  const bool is_512 = (leaf.b & kAvx512) == kAvx512 && SystemKeeps(kVector512Registers);
+  if (!HasAvx2() || !HasAll(leaf.c, kWideCarrylessMultiply)) return CarrylessMultiply::k128;
+  const bool is_512 = HasAll(leaf.b, kAvx512) && SystemKeeps(kVector512Registers);
   return is_512 ? CarrylessMultiply::k512 : CarrylessMultiply::k256;
 }
 #else
-bool AskForAvx2() {
-  return false;
+Vectors AskForVectors() {
+  return Vectors::kBaseline;
 }
 
 CarrylessMultiply AskForCarrylessMultiply() {
@@ -71,14 +83,27 @@ CarrylessMultiply AskForCarrylessMultiply() {
 }  // namespace
 
 // Asked at the first use and not at load: in a virtual machine each question takes microseconds.
+Vectors WidestVectors() noexcept {
+  static const Vectors widest = AskForVectors();
+  return std::min(widest, widest_allowed.load(std::memory_order_relaxed));
+}
+
 bool HasAvx2() noexcept {
-  static const bool has = AskForAvx2();
-  return has;
+  return WidestVectors() >= Vectors::kAvx2;
 }
 
 CarrylessMultiply WidestCarrylessMultiply() noexcept {
+  if (widest_allowed == Vectors::kBaseline) return CarrylessMultiply::kNone;
   static const CarrylessMultiply widest = AskForCarrylessMultiply();
   return widest;
+}
+
+VectorLimit::VectorLimit(Vectors widest) noexcept {
+  widest_allowed = widest;
+}
+
+VectorLimit::~VectorLimit() {
+  widest_allowed = Vectors::kAvx512;
 }
 
 }  // namespace qvx::platform

@@ -3,13 +3,26 @@
 
 namespace qvx::platform {
 
-// Whether code for AVX2 may run, with BMI1, BMI2 and FMA, which compilers use beside it: the
-// processor has them and the system keeps the registers.
+// Code that may run: the processor has it and the system keeps the registers. kAvx2 comes with
+// BMI1, BMI2 and FMA, which compilers use beside it; kAvx512 has AVX-512 F, BW and VBMI.
+enum class Vectors { kBaseline, kAvx2, kAvx512 };
+Vectors WidestVectors() noexcept;
 bool HasAvx2() noexcept;
 
 // The widest registers whose 64-bit halves may be multiplied without carries: k128 comes with
 // SSE4.1, k256 with AVX2, k512 with AVX-512 F.
 enum class CarrylessMultiply { kNone, k128, k256, k512 };
 CarrylessMultiply WidestCarrylessMultiply() noexcept;
+
+// While it lives, the processor counts as one with no wider vectors, and as one that cannot
+// multiply without carries if they are those of the baseline: tests try the loops of other
+// processors with it. One at a time.
+class VectorLimit {
+ public:
+  explicit VectorLimit(Vectors widest) noexcept;
+  ~VectorLimit();
+  VectorLimit(const VectorLimit&) = delete;
+  VectorLimit& operator=(const VectorLimit&) = delete;
+};
 
 }  // namespace qvx::platform

@@ -73,6 +73,15 @@ HWY_INLINE void EncodeEach(Cursor& cursor, std::size_t count) {
   }
 }
 
+// All but the last few bytes.
+inline void EncodeMost(Cursor& cursor) {
+  if (cursor.Left() > 3) EncodeEach(cursor, cursor.Left() - 3);
+}
+
+inline std::size_t CountEscapesPlain(const Byte* text, std::size_t size) {
+  return size - static_cast<std::size_t>(std::count_if(text, text + size, IsPlain));
+}
+
 // What strtoul reads from two characters to base 16.
 inline Byte DecodePair(Byte first, Byte second) {
   const int high = HexDigit(first);
@@ -128,6 +137,7 @@ HWY_BEFORE_NAMESPACE();
 namespace qvx::text {
 namespace {
 namespace HWY_NAMESPACE {
+#if !QVX_WIDE_IS_EMULATED
 
 namespace hn = hwy::HWY_NAMESPACE;
 using D = hn::ScalableTag<Byte>;
@@ -167,8 +177,7 @@ std::size_t CountEscapes(const Byte* text, std::size_t size) {
   for (; done + step <= size; done += step) {
     count += step - hn::CountTrue(d, Plain(hn::LoadU(d, text + done)));
   }
-  for (; done < size; ++done) count += IsPlain(text[done]) ? 0 : 1;
-  return count;
+  return count + CountEscapesPlain(text + done, size - done);
 }
 
 // Encodes a vector that holds few escapes: the bytes behind each one are moved along with it, a
@@ -198,7 +207,6 @@ HWY_INLINE void EncodeRow(Cursor& cursor, V bytes) {
   cursor.out += 3 * hn::Lanes(d);
 }
 
-// Encodes all but the last few bytes.
 void Encode(Cursor& cursor) {
   constexpr int kFew = 5;
   const D d;
@@ -217,7 +225,7 @@ void Encode(Cursor& cursor) {
       EncodeEach(cursor, step);
     }
   }
-  if (cursor.Left() > 3) EncodeEach(cursor, cursor.Left() - 3);
+  EncodeMost(cursor);
 }
 
 // The values of digits; clears clean where a character is none.
@@ -305,6 +313,7 @@ void Decode(Cursor& cursor) {
 
 inline constexpr Loops kLoops = {&CountEscapes, &Encode, &Decode};
 
+#endif  // !QVX_WIDE_IS_EMULATED
 }  // namespace HWY_NAMESPACE
 }  // namespace
 }  // namespace qvx::text
@@ -314,8 +323,14 @@ HWY_AFTER_NAMESPACE();
 namespace qvx::text {
 namespace {
 
+void DecodeAll(Cursor& cursor) {
+  DecodeSome(cursor, cursor.Left());
+}
+
+constexpr Loops kPlainLoops = {&CountEscapesPlain, &EncodeMost, &DecodeAll};
+
 const Loops& BestLoops() {
-  return QVX_BEST_TARGET(kLoops);
+  return QVX_BEST_TARGET_OR(kLoops, kPlainLoops);
 }
 
 }  // namespace
@@ -348,7 +363,7 @@ std::uint8_t* DecodeUrl(const std::uint8_t* text, std::size_t size, std::uint8_t
 
 std::uint8_t* DecodeUrlPlain(const std::uint8_t* text, std::size_t size, std::uint8_t* out) {
   Cursor cursor{text, text + size, out};
-  DecodeSome(cursor, size);
+  DecodeAll(cursor);
   return cursor.out;
 }
 

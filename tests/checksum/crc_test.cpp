@@ -10,6 +10,7 @@
 
 #include "checksum/crc_fold.h"
 #include "checksum/crc_slice.h"
+#include "support/processor_turn.h"
 
 namespace qvx::test {
 namespace {
@@ -128,7 +129,8 @@ TEST(Crc16, GivesTheCatalogueCheckOfEachPreset) {
 
 TEST(Crc16, DividesByAnyPolynomialInAnyPieces) {
   std::mt19937 random(16);
-  for (int round = 0; round < 300; ++round) {
+  for (unsigned round = 0; round < 300; ++round) {
+    const ProcessorTurn turn(round / 2);
     const auto polynomial = static_cast<unsigned short>(round == 0 ? 0 : random());
     const auto initial = static_cast<unsigned short>(random());
     const auto final_xor = static_cast<unsigned short>(random());
@@ -170,7 +172,8 @@ std::uint32_t ShiftRightByForwardTable(const Bytes& data, std::uint32_t polynomi
 
 TEST(Crc32, FollowsItsParametersInAnyPieces) {
   std::mt19937 random(32);
-  for (int round = 0; round < 300; ++round) {
+  for (unsigned round = 0; round < 300; ++round) {
+    const ProcessorTurn turn(round / 2);
     const auto polynomial = static_cast<unsigned>(round == 0 ? 0 : random());
     const auto initial = static_cast<unsigned>(random());
     const auto final_xor = static_cast<unsigned>(random());

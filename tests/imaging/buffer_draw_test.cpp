@@ -16,6 +16,7 @@
 #include "qvx/ptr_list.h"
 #include "support/failing_new.h"
 #include "support/guarded_buffer.h"
+#include "support/processor_turn.h"
 
 namespace qvx::test {
 namespace {
@@ -210,11 +211,13 @@ TEST(BufferDraw, WideRowsAreLikePlainOnes) {
   const GuardedBuffer src_memory(4096);
   for (const Form& form : Forms()) {
     for (std::size_t count = 0; count < 140; ++count) {
-      for (int round = 0; round < 8; ++round) {
+      for (std::size_t round = 0; round < 8; ++round) {
+        const ProcessorTurn turn(count + round);
         const std::size_t tail = round < 4 ? 0 : random() % 16;
         const std::size_t size = 4 * count + tail;
-        const Bytes before = MakeBytes(random, size, round % 3);
-        const Bytes src = MakeBytes(random, form.src_bytes * count, (round + 1) % 3);
+        const Bytes before = MakeBytes(random, size, static_cast<int>(round % 3));
+        const Bytes src =
+            MakeBytes(random, form.src_bytes * count, static_cast<int>((round + 1) % 3));
         const bool at_start = round % 2 == 0;
         std::uint8_t* dst = at_start ? dst_memory.AtStart() : dst_memory.AtEnd(size);
         std::uint8_t* in = at_start ? src_memory.AtEnd(src.size()) : src_memory.AtStart();
@@ -368,7 +371,8 @@ TEST(BufferDraw, StretchesLikeThePlainSteps) {
     return static_cast<int>(random() % static_cast<unsigned int>(end));
   };
   constexpr int kPixels[] = {1, 2, 3, 4, 4, 4, 5, 16};
-  for (int round = 0; round < 1500; ++round) {
+  for (unsigned round = 0; round < 1500; ++round) {
+    const ProcessorTurn turn(round / 4);
     const bool blend = round % 4 == 0;
     const int pixel = blend ? 4 : kPixels[below(8)];
     const int gap = round % 2 == 0 ? 4 * below(5) : below(9);

@@ -17,6 +17,7 @@
 #include "qvx/ptr_array.h"
 #include "qvx/ptr_list.h"
 #include "support/guarded_buffer.h"
+#include "support/processor_turn.h"
 
 namespace qvx::test {
 namespace {
@@ -242,7 +243,8 @@ TEST(GradientDraw, WideRowsAreLikePlainOnes) {
     return static_cast<double>(random() % 4096) / 64 - 8;
   };
   const GuardedBuffer memory(4096);
-  for (int round = 0; round < 6000; ++round) {
+  for (unsigned round = 0; round < 6000; ++round) {
+    const ProcessorTurn turn(round / 6);
     const std::size_t count = random() % 68;
     const std::size_t tail = round % 2 == 0 ? 0 : random() % 9;
     Bytes plain(count + tail);
@@ -345,7 +347,7 @@ TEST(GradientDraw, StampsSinglePixels) {
   };
   for (const auto& each : cases) {
     unsigned int full = each.picture;
-    unsigned int weak = each.picture;
+    unsigned int weak = full;
     DrawPointByPen(&full, 1, 1, 0, 0, &each.pen, 255, 1, 1, 1, 1, 1, 1);
     DrawPointByPen(&weak, 1, 1, 0, 0, &each.pen, 100, 1, 1, 1, 1, 1, 1);
     EXPECT_EQ(full, each.full) << std::hex << each.pen << " " << each.picture;

@@ -11,6 +11,7 @@
 
 #include "imaging/picture.h"
 #include "support/guarded_buffer.h"
+#include "support/processor_turn.h"
 
 namespace qvx::test {
 namespace {
@@ -263,11 +264,15 @@ class PixelFormat : public testing::Test {
 TEST_F(PixelFormat, ConvertsEverySize) {
   for (const Conversion& conversion : Conversions()) {
     for (std::size_t width = 0; width <= 67; ++width) {
-      for (unsigned round = 0; round < 16; ++round) {
+      for (unsigned round = 0; round < 24; ++round) {
+        const ProcessorTurn turn(round);
         ASSERT_TRUE(Agrees(conversion, width, random_() % 6, round % 4));
       }
     }
-    ASSERT_TRUE(Agrees(conversion, 251, 67, 0));
+    for (unsigned round = 0; round < ProcessorTurn::kTurns; ++round) {
+      const ProcessorTurn turn(round);
+      ASSERT_TRUE(Agrees(conversion, 251, 67, round));
+    }
   }
 }
 

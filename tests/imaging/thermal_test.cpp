@@ -11,6 +11,7 @@
 #include "imaging/thermal_index.h"
 #include "qvx/hex_text.h"
 #include "qvx/md5.h"
+#include "support/processor_turn.h"
 
 namespace qvx::test {
 namespace {
@@ -120,7 +121,8 @@ TEST(Thermal, WideAndPlainBinsAreTheSame) {
   std::mt19937 random(256);
   const double odd[] = {kNoNumber, kInfinity, -kInfinity, 1e300, -1e300, 5e-324, -0.0, 256, 255};
   for (std::size_t size = 0; size < 68; ++size) {
-    for (std::size_t start = 0; start < 4; ++start) {
+    for (std::size_t start = 0; start < 6; ++start) {
+      const ProcessorTurn turn(start);
       std::vector<double> data(start + size);
       for (double& value : data) {
         const auto draw = static_cast<std::uint32_t>(random());

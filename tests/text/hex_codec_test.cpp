@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "support/processor_turn.h"
+
 namespace qvx::test {
 namespace {
 
@@ -29,6 +31,7 @@ TYPED_TEST(HexCodec, EncodesAsThePlainFormDoes) {
   using T = TypeParam;
   std::mt19937 random(82);
   for (std::size_t size = 0; size < 300; ++size) {
+    const ProcessorTurn turn(size);
     const Bytes bytes = RandomBytes(random, size + 1);
     for (int style = 0; style < 4; ++style) {
       const text::HexStyle how{(style & 1) != 0, (style & 2) != 0};
@@ -52,7 +55,8 @@ TYPED_TEST(HexCodec, DecodesAsThePlainFormDoes) {
   for (std::size_t pairs = 0; pairs < 300; ++pairs) {
     std::basic_string<T> text(2 * pairs + 1, T('0'));
     for (T& c : text) c = static_cast<T>(digits[random() % 22]);
-    for (int round = 0; round < 6; ++round) {
+    for (unsigned round = 0; round < 6; ++round) {
+      const ProcessorTurn turn(pairs + round);
       Bytes plain(pairs + 8, 0xEE);
       Bytes wide = plain;
       text::DecodeHexPlain(text.data() + 1, pairs, plain.data());

@@ -13,6 +13,7 @@
 #include "qvx/ptr_list.h"
 #include "support/failing_new.h"
 #include "support/fault_plan.h"
+#include "support/processor_turn.h"
 #include "text/widths.h"
 
 namespace qvx::test {
@@ -141,7 +142,8 @@ TYPED_TEST_SUITE(StringSplitTwin, Widths);
 TYPED_TEST(StringSplitTwin, CutsLikeAPlainLoop) {
   using T = TypeParam;
   std::mt19937 random(84);
-  for (int round = 0; round < 3000; ++round) {
+  for (unsigned round = 0; round < 3000; ++round) {
+    const ProcessorTurn turn(round);
     std::basic_string<T> text(random() % (round % 10 == 0 ? 9000 : 200), T());
     for (T& c : text) c = static_cast<T>(random() % 3 == 0 ? ",;|. \t"[random() % 6] : 'a');
     const std::basic_string<T> set = Widen<T>(",;|. \t").substr(0, random() % 7);
@@ -170,7 +172,8 @@ TYPED_TEST(StringSplitTwin, CutsAtStrings) {
   EXPECT_EQ(TestFixture::ByStrings(Widen<T>(""), all({"<"})), all({}));
   const std::vector<std::basic_string<T>> separators = all({"ab", "aba", "b", "cc", "never there"});
   std::mt19937 random(48);
-  for (int round = 0; round < 3000; ++round) {
+  for (unsigned round = 0; round < 3000; ++round) {
+    const ProcessorTurn turn(round);
     std::basic_string<T> text(random() % 60, T());
     for (T& c : text) c = static_cast<T>("abcd"[random() % 4]);
     ASSERT_EQ(TestFixture::ByStrings(text, separators),

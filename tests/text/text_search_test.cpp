@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "support/processor_turn.h"
 #include "text/widths.h"
 
 namespace qvx::test {
@@ -130,7 +131,8 @@ TYPED_TEST(TextSearchTwin, FindsWhatAPlainSearchFinds) {
   using T = TypeParam;
   std::mt19937 random(81);
   const std::basic_string<T> letters = Widen<T>("aAbB@`[{zZ0 ") + static_cast<T>(0xE9);
-  for (int round = 0; round < 6000; ++round) {
+  for (unsigned round = 0; round < 6000; ++round) {
+    const ProcessorTurn turn(round);
     const std::size_t kinds = 2 + random() % (letters.size() - 1);
     const auto draw = [&](std::size_t length) {
       std::basic_string<T> text(length, T());

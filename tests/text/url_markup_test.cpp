@@ -11,6 +11,7 @@
 #include <string>
 
 #include "support/failing_new.h"
+#include "support/processor_turn.h"
 #include "text/widths.h"
 
 namespace qvx::test {
@@ -89,7 +90,8 @@ TEST(UrlMarkup, DecodesEveryPair) {
 
 TEST(UrlMarkup, CodesLikeAPlainLoopThereAndBack) {
   std::mt19937 random(85);
-  for (int round = 0; round < 4000; ++round) {
+  for (unsigned round = 0; round < 4000; ++round) {
+    const ProcessorTurn turn(round);
     std::string text(random() % 300, '\0');
     const auto kept = random() % 40;
     for (char& c : text)
