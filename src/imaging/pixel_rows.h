@@ -70,4 +70,7 @@ extern const RepackRows kPlainRepackRows;
 const ColourRows& BestColourRows();
 const RepackRows& BestRepackRows();
 
+// The fastest that need no vectors of more than 256 bits.
+const ColourRows& ColourRowsUpTo256();
+
 }  // namespace qvx::imaging

@@ -1,8 +1,8 @@
-// Wide loops between YUV and RGB. A product of the formulas, rounded by itself, is the rounded
-// upper half of a 16-bit product with a factor of 15 fraction bits; the factors are those with
-// which every entry of the tables comes out exactly.
+// Wide loops between YUV and RGB.
 #include "imaging/pixel_access.h"
+#include "imaging/pixel_factors.h"
 #include "imaging/pixel_rows.h"
+#include "imaging/pixel_wide_512.h"
 #include "platform/wide_dispatch.h"
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "imaging/pixel_wide_colour.cpp"
@@ -42,7 +42,7 @@ HWY_INLINE V16 OddTimes(V8 bytes) {
 // What luma, taken twice, gives to each component.
 HWY_INLINE V16 LumaPart(V16 twice) {
   const V16 above_black = hn::Sub(twice, hn::Set(k16, 2 * 16));
-  return hn::MulFixedPoint15(above_black, hn::Set(k16, 19071));  // 1.164
+  return hn::MulFixedPoint15(above_black, hn::Set(k16, kLuma));
 }
 
 // Chroma bytes less their middle, as signed ones.
@@ -81,11 +81,6 @@ struct ChromaFactors {
                     hn::MulFixedPoint15(far, hn::Set(k16, green_far))),
             hn::MulFixedPoint15(far, hn::Set(k16, third))};
   }
-
-  static constexpr std::int16_t kRedOfV = 13075;    // 1.596
-  static constexpr std::int16_t kGreenOfU = -3211;  // -0.392
-  static constexpr std::int16_t kGreenOfV = -6658;  // -0.813
-  static constexpr std::int16_t kBlueOfU = 16523;   // 2.017
 
   std::int16_t first;
   std::int16_t green_near;
@@ -152,10 +147,8 @@ struct WidePixels {
 class PackedFactors {
  public:
   explicit PackedFactors(bool v_first)
-      : outer_(v_first ? Turns(ChromaFactors::kRedOfV, ChromaFactors::kBlueOfU)
-                       : Turns(ChromaFactors::kBlueOfU, ChromaFactors::kRedOfV)),
-        green_(v_first ? Turns(ChromaFactors::kGreenOfV, ChromaFactors::kGreenOfU)
-                       : Turns(ChromaFactors::kGreenOfU, ChromaFactors::kGreenOfV)),
+      : outer_(v_first ? Turns(kRedOfV, kBlueOfU) : Turns(kBlueOfU, kRedOfV)),
+        green_(v_first ? Turns(kGreenOfV, kGreenOfU) : Turns(kGreenOfU, kGreenOfV)),
         blue_(v_first ? kOddTwice : kEvenTwice),
         red_(v_first ? kEvenTwice : kOddTwice) {}
 
@@ -289,8 +282,10 @@ HWY_INLINE TwoPixels LoadTwo(const std::uint8_t* in) {
 
 // The factors of one of Y, U and V. Results lie within 16 and 240 or so: nothing needs a clamp.
 struct Weights {
-  HWY_INLINE Weights(bool bgr, std::int16_t red, std::int16_t middle, std::int16_t blue)
-      : first(bgr ? blue : red), green(middle), third(bgr ? red : blue) {}
+  HWY_INLINE Weights(bool bgr, const RgbFactors& factors)
+      : first(bgr ? factors.blue : factors.red),
+        green(factors.green),
+        third(bgr ? factors.red : factors.blue) {}
 
   HWY_INLINE V16 Apply(const WidePixels& pixels) const {
     return hn::Add(hn::Add(hn::MulFixedPoint15(pixels.first, hn::Set(k16, first)),
@@ -304,10 +299,7 @@ struct Weights {
 };
 
 struct YuvWeights {
-  explicit YuvWeights(bool bgr)
-      : y(bgr, 8421, 16515, 3213),       // 0.257, 0.504, 0.098
-        u(bgr, -4850, -9535, 14386),     // -0.148, -0.291, 0.439
-        v(bgr, 14386, -12058, -2327) {}  // 0.439, -0.368, -0.071
+  explicit YuvWeights(bool bgr) : y(bgr, kFactorsOfY), u(bgr, kFactorsOfU), v(bgr, kFactorsOfV) {}
 
   Weights y;
   Weights u;
@@ -419,6 +411,11 @@ HWY_AFTER_NAMESPACE();
 namespace qvx::imaging {
 
 const ColourRows& BestColourRows() {
+  const bool is_512 = platform::WidestVectors() == platform::Vectors::kAvx512;
+  return is_512 ? ColourRows512() : ColourRowsUpTo256();
+}
+
+const ColourRows& ColourRowsUpTo256() {
   return QVX_BEST_TARGET_OR(kRows, kPlainColourRows);
 }
 
