@@ -66,7 +66,7 @@ class Image {
  private:
   // The third of the data directories, whose place depends on the kind of the header.
   bool FindResources(std::uint64_t header) {
-    const auto kind = ReadNumber<std::uint16_t>(read_, header);
+    const int kind = ReadNumber<std::uint16_t>(read_, header).value_or(0);
     if (kind != 0x10B && kind != 0x20B) return false;
     const std::uint64_t directories = header + (kind == 0x10B ? 96 : 112);
     const auto count = ReadNumber<std::uint32_t>(read_, directories - 4);
@@ -207,7 +207,7 @@ std::optional<Node> ReadNode(Bytes bytes) {
 
 std::optional<Node> FindChild(const Node& parent, std::u16string_view key) {
   Bytes rest = parent.children;
-  while (const auto child = ReadNode(rest)) {
+  while (auto child = ReadNode(rest)) {
     if (SameKey(child->key, key)) return child;
     rest = rest.subspan(std::min(rest.size(), RoundUp(child->length)));
   }

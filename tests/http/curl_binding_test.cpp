@@ -76,7 +76,9 @@ TEST(CurlBinding, RefusesALibraryThatLacksAnyOneFunction) {
 }
 
 TEST(CurlBinding, DISABLED_Refuses) {
-  const std::string name = getenv("QVX_LACKS");
+  const char* lacking = getenv("QVX_LACKS");
+  ASSERT_NE(lacking, nullptr);
+  const std::string name = lacking;
   DebugLines log;
   EXPECT_EQ(InitSysLibCURL(), 0);
   EXPECT_EQ(log.Count(4, "get function " + name + " failed\r\n"), 1);

@@ -386,6 +386,7 @@ TEST_F(HttpDownload, PauseResumeAndCancelAtOnce) {
   CMultiThreadDownload download;
   std::atomic<bool> done{false};
   std::vector<std::thread> callers;
+  callers.reserve(2);
   for (int kind = 0; kind < 2; ++kind) {
     callers.emplace_back([&, kind] {
       while (!done) {

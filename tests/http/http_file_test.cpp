@@ -353,18 +353,21 @@ TEST_F(HttpFile, CommandsSendAndAppend) {
 }
 
 TEST_F(HttpFile, PublishedMd5IsDecoded) {
-  const std::pair<const char*, int> kCases[] = {{"000102030405060708090a0b0c0d0e0f", 16},
-                                                {"000102030405060708090A0B0C0D0E0F  name\n", 16},
-                                                {"0001020", 3},
-                                                {"", 0}};
-  for (const auto& [body, count] : kCases) {
+  const struct {
+    const char* body;
+    int count;
+  } kCases[] = {{"000102030405060708090a0b0c0d0e0f", 16},
+                {"000102030405060708090A0B0C0D0E0F  name\n", 16},
+                {"0001020", 3},
+                {"", 0}};
+  for (const auto& test : kCases) {
     OddServer server([&](const OddRequest&, const RawPeer& connection) {
-      return connection.Send(OddAnswer(200, body));
+      return connection.Send(OddAnswer(200, test.body));
     });
     unsigned char md5[16];
     std::memset(md5, 0xff, sizeof(md5));
     EXPECT_EQ(GetHttpFileMD5(server.Url().c_str(), md5), 1);
-    for (int i = 0; i < 16; ++i) EXPECT_EQ(md5[i], i < count ? i : 0xff) << body;
+    for (int i = 0; i < 16; ++i) EXPECT_EQ(md5[i], i < test.count ? i : 0xff) << test.body;
   }
 }
 
