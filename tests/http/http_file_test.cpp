@@ -17,7 +17,6 @@
 namespace {
 
 using namespace qvx::test;
-using qvx::platform::Operation;
 
 using HttpFile = HttpTest;
 
