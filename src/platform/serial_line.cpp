@@ -231,17 +231,14 @@ SerialTransfer SerialLine::ReadDirect(unsigned char* data, std::size_t size, Ser
     const ssize_t got = device_.Read(data + done.count, size - done.count);
     if (got > 0) {
       done.count += static_cast<std::size_t>(got);
-      last = kNoDeadline;
-      if (DeadlineReached(limit)) break;
-      continue;
-    }
-    if (errno != EAGAIN) {
+      if (done.count == size) break;
+      last = LimitOf(gap);
+    } else if (errno != EAGAIN) {
       done.error = errno;
       const Guard guard(lock_);
       if (done.error == kSerialGone) reads_.error = kSerialGone;
       break;
     }
-    if (done.count > 0 && last == kNoDeadline) last = LimitOf(gap);
     const Deadline deadline = std::min(limit, last);
     if (DeadlineReached(deadline)) break;
     done.waited = true;
