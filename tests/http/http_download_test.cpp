@@ -322,6 +322,25 @@ TEST_F(HttpDownload, FailuresAreToldAndRetriedAfterFiveSeconds) {
   }
 }
 
+TEST_F(HttpDownload, FailsWhereNoLocalFileReaches) {
+  const OneFile file(10);
+  file.MakeLocal();
+  tagMTDOWNLOAD_BLOCK block;
+  Fill(block, file, std::uint64_t{1} << 63, 10);
+  FaultPlan plan;
+  plan.FakeClock(100 * kSecond);
+  DebugLines log;
+  Listener listener;
+  CMultiThreadDownload download;
+  download.DownloadFile(0, &block, 0, &listener, &listener, 7);
+  listener.WaitUntil([&] { return listener.failures > 0; });
+  download.CancelDownload();
+  EXPECT_EQ(block.copiedSize, 0u);
+  EXPECT_GE(log.Count(2, "local file(" + Library<char>(file.Local()) +
+                             ") seek failed, err is:Invalid argument\r\n"),
+            1);
+}
+
 TEST_F(HttpDownload, WaitsForAnAttemptEndWithACancelOrAtOnce) {
   const OneFile file(3'000'000);
   file.MakeLocal();
