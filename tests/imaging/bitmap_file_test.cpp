@@ -11,7 +11,6 @@
 #include <limits>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "qvx/hex_text.h"
@@ -388,20 +387,6 @@ TEST(BitmapObject, KnowsAHandleThatIsNone) {
     plan.Fail(Operation::kAllocate, first, ENOMEM);
     EXPECT_EQ(CreateHBitmap(nullptr, 4, 4, 8, nullptr, 0), nullptr) << first;
   }
-}
-
-TEST(BitmapObject, ServesSeveralThreads) {
-  std::vector<std::thread> threads;
-  threads.reserve(4);
-  for (int thread = 0; thread < 4; ++thread) {
-    threads.emplace_back([] {
-      std::vector<HBITMAP> bitmaps(50);
-      for (HBITMAP& each : bitmaps) each = CreateHBitmap(nullptr, 4, 4, 8, nullptr, 0);
-      for (HBITMAP each : bitmaps) EXPECT_EQ(Read(each).pixelSize, 16u);
-      for (HBITMAP each : bitmaps) EXPECT_EQ(FreeHBitmap(each), 1);
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
 }
 
 }  // namespace
