@@ -1,5 +1,6 @@
 #include "netfile/exchange.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "netfile/records.h"
@@ -72,7 +73,7 @@ void tagSOCKETFILEWAITER::StoreRead(const unsigned char* data, std::uint32_t siz
   auto bytes = LoadAt<std::uint32_t>(data, sizeof(tagSOCKETFILEHEADER));
   if (bytes > capacity || bytes > size - head) return;
   if (file) {
-    file->Write(0, data + head, bytes);
+    file->Write(data + head, bytes);
   } else if (bytes > 0) {
     std::memcpy(buffer, data + head, bytes);
   }
@@ -92,8 +93,24 @@ void tagSOCKETFILEWAITER::StoreLists(const unsigned char* data, std::uint32_t si
 
 namespace qvx::netfile {
 
-void FileSink::Write(std::uint32_t at_offset, const unsigned char* data, std::uint32_t size) {
-  if (!failed_) failed_ = file_.WriteAt(offset_ + at_offset, data, size).count != size;
+unsigned char* FileSink::Place(std::uint32_t* room) const {
+  *room = std::min(*room, kScratchBytes - held_);
+  return scratch_ + held_;
+}
+
+void FileSink::Placed(std::uint32_t size) {
+  held_ += size;
+  if (held_ == kScratchBytes) Flush();
+}
+
+void FileSink::Flush() {
+  Write(scratch_, held_);
+  held_ = 0;
+}
+
+void FileSink::Write(const unsigned char* data, std::uint32_t size) {
+  if (!failed_) failed_ = file_.WriteAt(offset_, data, size).count != size;
+  offset_ += size;
 }
 
 Exchange::~Exchange() {

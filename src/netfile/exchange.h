@@ -15,8 +15,9 @@
 
 namespace qvx::netfile {
 
-// Takes the bytes of one read and writes them to a file right where they arrived, while they
-// are warm. Of one read at a time; the scratch block may serve the reads of a whole connection.
+// Takes the bytes of one read, in order, and writes them to a file right where they arrived,
+// while they are warm. Of one read at a time; the scratch block may serve the reads of a whole
+// connection.
 class FileSink {
  public:
   static constexpr std::uint32_t kScratchBytes = 0x40000;
@@ -24,15 +25,19 @@ class FileSink {
   FileSink(const platform::File& file, std::uint64_t offset, unsigned char* scratch)
       : file_(file), offset_(offset), scratch_(scratch) {}
 
-  unsigned char* Scratch() const { return scratch_; }
-  // Bytes that belong at_offset into the read.
-  void Write(std::uint32_t at_offset, const unsigned char* data, std::uint32_t size);
+  // Where the next bytes go; room falls to what fits there.
+  unsigned char* Place(std::uint32_t* room) const;
+  void Placed(std::uint32_t size);
+  // Writes what was placed and still waits for more, or bytes from elsewhere.
+  void Flush();
+  void Write(const unsigned char* data, std::uint32_t size);
   bool Failed() const { return failed_; }
 
  private:
   const platform::File& file_;
   std::uint64_t offset_;
   unsigned char* scratch_;
+  std::uint32_t held_ = 0;
   bool failed_ = false;
 };
 

@@ -250,18 +250,18 @@ unsigned char* CSocketFileClient::OnPlacePayload(const unsigned char* pHead, std
   }
   if (!mPlacedReader->file)
     return static_cast<unsigned char*>(mPlacedReader->buffer) + (nOffset - kReadHead);
-  *pRoom = std::min(*pRoom, qvx::netfile::FileSink::kScratchBytes);
-  return mPlacedReader->file->Scratch();
+  return mPlacedReader->file->Place(pRoom);
 }
 
-void CSocketFileClient::OnPayloadPlaced(std::uint32_t nOffset, std::uint32_t nSize) {
-  if (auto* file = mPlacedReader->file) file->Write(nOffset - kReadHead, file->Scratch(), nSize);
+void CSocketFileClient::OnPayloadPlaced(std::uint32_t, std::uint32_t nSize) {
+  if (auto* file = mPlacedReader->file) file->Placed(nSize);
   mWaiterLock.Unlock();
 }
 
 int CSocketFileClient::OnPlacedPacket(const unsigned char* pHead, std::uint32_t nLength) {
   CAutoBaseLock lock(&mWaiterLock);
   if (tagSOCKETFILEWAITER* waiter = FindReader(pHead, nLength)) {
+    if (waiter->file) waiter->file->Flush();
     waiter->value = nLength - kReadHead;
     waiter->stored = true;
     waiter->Wake();
