@@ -1,6 +1,6 @@
 // An animated GIF, frame by frame: how large it is, how long each frame stays, and the composed
-// pictures. Plays FILE, or a ball of its own drawing; writes bitmap files where DIR is given:
-//   example_animated_gif [FILE [DIR]]
+// pictures. Plays FILE, or a ball of its own drawing (-); writes bitmap files where DIR is given:
+//   example_animated_gif [FILE|- [DIR]]
 #include <qvx/bitmap_file.h>
 #include <qvx/gif_decoder.h>
 #include <qvx/platform.h>
@@ -83,8 +83,8 @@ std::string Drawing() {
   return out + ";";
 }
 
-std::string Bytes(const char* path) {
-  if (path == nullptr) return Drawing();
+std::string Bytes(const std::string& path) {
+  if (path == "-") return Drawing();
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
@@ -101,7 +101,7 @@ void Save(const CGifDecoder& decoder, const std::string& native) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string bytes = Bytes(argc > 1 ? argv[1] : nullptr);
+  const std::string bytes = Bytes(argc > 1 ? argv[1] : "-");
   CGifDecoder decoder;
   if (!decoder.LoadFromGifData(reinterpret_cast<const unsigned char*>(bytes.data()),
                                static_cast<int>(bytes.size())) ||
