@@ -59,8 +59,10 @@ std::string Background() {
 std::string Ball() {
   std::string pixels;
   for (int i = 0; i < kBall * kBall; ++i) {
-    const double x = (i % kBall - 19.5) / 20;
-    const double y = (i / kBall - 19.5) / 20;
+    const int row = i / kBall;
+    const int column = i % kBall;
+    const double x = (column - 19.5) / 20;
+    const double y = (row - 19.5) / 20;
     const double light = 1 - std::hypot(x + 0.3, y + 0.3) / 1.5;
     pixels += static_cast<char>(std::hypot(x, y) > 1 ? 0 : 64 + light * 63);
   }
