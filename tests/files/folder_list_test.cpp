@@ -55,7 +55,7 @@ Lists ListNarrow(const std::string& native, const char* filter, int hidden, int 
   CPtrListCtrl folders;
   CPtrArrayCtrl files;
   GetLocalFolderFileListA(Library<char>(native).c_str(), &folders, &files, filter, hidden, full);
-  const Lists lists{Texts<char>(folders), Texts<char>(files)};
+  Lists lists{Texts<char>(folders), Texts<char>(files)};
   FreeFileListA(&folders);
   FreeFileListA(&files);
   EXPECT_EQ(folders.GetCount() + files.GetCount(), 0);

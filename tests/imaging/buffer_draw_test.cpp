@@ -313,7 +313,9 @@ struct Image {
 
   Image(int w, int h, int pixel, int gap, bool upwards)
       : width(w), height(h), pitch((w * pixel + gap) * (upwards ? -1 : 1)) {}
-  std::size_t Size() const { return static_cast<std::size_t>(std::abs(pitch) * height); }
+  std::size_t Size() const {
+    return static_cast<std::size_t>(std::abs(pitch)) * static_cast<std::size_t>(height);
+  }
   std::ptrdiff_t First() const { return pitch < 0 ? std::ptrdiff_t{-pitch} * (height - 1) : 0; }
 };
 
@@ -492,7 +494,7 @@ TEST(BufferDraw, NothingToDrawTouchesNothing) {
 // Draws on a canvas of points with a pen of '#'.
 std::string DrawnLine(POINT from, POINT to, int width, int height, int pen, int pixel,
                       CPtrCtrl* points) {
-  const auto row = static_cast<std::size_t>(width * pixel);
+  const auto row = static_cast<std::size_t>(width) * static_cast<std::size_t>(pixel);
   const std::size_t size = row * static_cast<std::size_t>(height);
   const GuardedBuffer memory(size);
   std::uint8_t* dst = memory.AtEnd(size);
@@ -588,14 +590,15 @@ TEST(BufferDraw, ThickLinesAreTheSquaresOfThinOnes) {
     const POINT from = end();
     const POINT to = end();
     const std::string thin = DrawnLine(from, to, width - pen + 1, height - pen + 1, 1, 1, nullptr);
-    std::string thick(static_cast<std::size_t>((width + 1) * height), '.');
+    std::string thick(static_cast<std::size_t>(width + 1) * static_cast<std::size_t>(height), '.');
     for (int i = 0; i < static_cast<int>(thin.size()); ++i) {
       if (thin[static_cast<std::size_t>(i)] != '#') continue;
       const int x = i % (width - pen + 2);
       const int y = i / (width - pen + 2);
       for (int row = y; row < y + pen; ++row) {
-        thick.replace(static_cast<std::size_t>(row * (width + 1) + x),
-                      static_cast<std::size_t>(pen), static_cast<std::size_t>(pen), '#');
+        const int place = row * (width + 1) + x;
+        thick.replace(static_cast<std::size_t>(place), static_cast<std::size_t>(pen),
+                      static_cast<std::size_t>(pen), '#');
       }
     }
     for (int y = 1; y < height; ++y) thick[static_cast<std::size_t>(y * (width + 1) - 1)] = '|';

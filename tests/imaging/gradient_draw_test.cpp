@@ -142,7 +142,8 @@ class PlainStroke {
       left = first;
       right = last;
       for (int x = first; x <= last; ++x) {
-        auto& pixel = plane[static_cast<std::size_t>(y * width_ + x)];
+        const int place = y * width_ + x;
+        auto& pixel = plane[static_cast<std::size_t>(place)];
         pixel = std::max(pixel, Value(x, y));
       }
     }
@@ -369,8 +370,9 @@ TEST(GradientDraw, StampsTheChosenPartOfAPen) {
     const int sides = static_cast<int>(random() % 16);
     const GuardedBuffer pen_memory(676);
     const GuardedBuffer picture_memory(4 * kWidth * kHeight);
-    auto* pen = reinterpret_cast<unsigned int*>(
-        pen_memory.AtEnd(static_cast<std::size_t>(4 * size * size)));
+    const int pen_bytes = 4 * size * size;
+    auto* pen =
+        reinterpret_cast<unsigned int*>(pen_memory.AtEnd(static_cast<std::size_t>(pen_bytes)));
     auto* picture = reinterpret_cast<unsigned int*>(picture_memory.AtEnd(4 * kWidth * kHeight));
     for (int i = 0; i < size * size; ++i) pen[i] = static_cast<unsigned int>(random());
     Words plain(kWidth * kHeight);
@@ -387,8 +389,9 @@ TEST(GradientDraw, StampsTheChosenPartOfAPen) {
       const int row = y - size / 2 + i / size;
       if (column < std::max(left, 0) || column >= std::min(right, kWidth)) continue;
       if (row < std::max(top, 0) || row >= std::min(bottom, kHeight)) continue;
+      const int place = row * kWidth + column;
       imaging::StampRowPlain(
-          reinterpret_cast<std::uint8_t*>(&plain[static_cast<std::size_t>(row * kWidth + column)]),
+          reinterpret_cast<std::uint8_t*>(&plain[static_cast<std::size_t>(place)]),
           reinterpret_cast<const std::uint8_t*>(pen + i), 1, 200);
     }
     ASSERT_TRUE(std::equal(plain.begin(), plain.end(), picture)) << round;

@@ -61,7 +61,7 @@ struct Conversion {
 };
 
 #define QVX_TEST_CASE(FUNCTION, FROM, TO) \
-  { #FUNCTION, Layout::FROM, Layout::TO, &FUNCTION }
+  { #FUNCTION, Layout::FROM, Layout::TO, &(FUNCTION) }
 
 const std::vector<Conversion>& Conversions() {
   static const std::vector<Conversion> all = {

@@ -187,8 +187,8 @@ int MostAgreeing(const std::basic_string<T>& first, const std::basic_string<T>& 
     for (std::size_t j = 0; j < second.size(); ++j) {
       int count = 0;
       for (std::size_t k = 0; i + k < first.size() && j + k < second.size(); ++k) {
-        const int left = first[i + k];
-        const int right = second[j + k];
+        const int left = static_cast<std::make_unsigned_t<T>>(first[i + k]);
+        const int right = static_cast<std::make_unsigned_t<T>>(second[j + k]);
         const bool letters = left < 128 && right < 128 && isalpha(left) && isalpha(right);
         const bool same = left == right || (fold && letters && std::abs(left - right) == 32);
         if (!same && !fold) break;

@@ -23,6 +23,7 @@ std::basic_string<T> Content(const CBaseStringT<T>& string) {
 }
 
 // Name<T> is the narrow or the wide form of a function, as T asks.
+// NOLINTBEGIN(bugprone-macro-parentheses): what it declares is a name
 #define QVX_TWIN(Name)              \
   template <typename T>             \
   constexpr auto Name = [] {        \
@@ -32,5 +33,6 @@ std::basic_string<T> Content(const CBaseStringT<T>& string) {
       return &Name##W;              \
     }                               \
   }()
+// NOLINTEND(bugprone-macro-parentheses)
 
 }  // namespace qvx::test
