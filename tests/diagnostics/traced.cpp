@@ -3,7 +3,7 @@
 #define QVX_NOT_INLINED __attribute__((noinline, noclone))
 
 namespace {
-volatile int after_call = 0;
+thread_local volatile int after_call = 0;
 }
 
 extern "C" QVX_NOT_INLINED void traced_inner(const std::function<void()>& body) {

@@ -11,6 +11,7 @@
 #include <string>
 
 #include "qvx/platform.h"
+#include "support/temp_folder.h"
 
 namespace qvx::test {
 
@@ -20,7 +21,7 @@ class PseudoTerminal {
     far_ = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
     EXPECT_EQ(0, grantpt(far_));
     EXPECT_EQ(0, unlockpt(far_));
-    path_ = ptsname(far_);
+    EXPECT_EQ(0, symlink(ptsname(far_), path_.c_str()));
     EXPECT_EQ(1, MapSerialPort(port, path_.c_str()));
   }
   ~PseudoTerminal() {
@@ -31,10 +32,11 @@ class PseudoTerminal {
   PseudoTerminal& operator=(const PseudoTerminal&) = delete;
 
   int Far() const { return far_; }
-  const std::string& Path() const { return path_; }
 
-  // The name of the near side goes with the far side.
+  // The name of the near side goes with the far side. The system's own name for it may soon be
+  // that of another program's terminal.
   void Pull() {
+    unlink(path_.c_str());
     if (far_ >= 0) close(far_);
     far_ = -1;
   }
@@ -68,7 +70,8 @@ class PseudoTerminal {
   }
 
   const std::string port_;
-  std::string path_;
+  const TempFolder folder_;
+  const std::string path_ = folder_.Path("near");
   int far_ = -1;
 };
 
