@@ -32,6 +32,7 @@ class PseudoTerminal {
   PseudoTerminal& operator=(const PseudoTerminal&) = delete;
 
   int Far() const { return far_; }
+  const std::string& Path() const { return path_; }
 
   // The name of the near side goes with the far side. The system's own name for it may soon be
   // that of another program's terminal.
