@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <qvx/delay_message.h>
 #include <stdlib.h>
-#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -18,6 +17,7 @@
 
 #include "support/failing_new.h"
 #include "support/fault_plan.h"
+#include "support/fork_child.h"
 
 namespace {
 
@@ -252,6 +252,7 @@ int CountLine(void*, int, const char*, int) {
 }
 
 TEST_F(DebugOutput, GoesOnInAForkedChild) {
+  QVX_FORKS_BUSY_THREADS();
   DbgOutputDelAllCallback();
   DbgOutputAddCallback(&CountLine, nullptr);
   std::atomic<bool> stop{false};
@@ -259,16 +260,11 @@ TEST_F(DebugOutput, GoesOnInAForkedChild) {
     while (!stop) DbgOutputA(2, "busy");
   });
   for (int round = 0; round < 20; ++round) {
-    const pid_t child = fork();
-    if (child == 0) {
-      alarm(60);
+    EXPECT_TRUE(test::HoldsInChild([] {
       const int before = child_lines;
       DbgOutputA(2, "child");
-      _exit(child_lines - before);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 1) << status;
+      return child_lines == before + 1;
+    }));
   }
   stop = true;
   busy.join();

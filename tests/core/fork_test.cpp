@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <functional>
 #include <memory>
@@ -15,30 +13,12 @@
 #include "qvx/delay_message.h"
 #include "qvx/message_queue.h"
 #include "qvx/sync.h"
-
-// The thread sanitizer's run time can't start threads in the child of a process that has
-// several, so these tests would only test it.
-#if defined(__SANITIZE_THREAD__)
-#define QVX_NEEDS_FORK() GTEST_SKIP() << "the thread sanitizer can't follow such a fork"
-#else
-#define QVX_NEEDS_FORK() static_cast<void>(0)
-#endif
+#include "support/fork_child.h"
 
 namespace qvx::test {
 namespace {
 
 constexpr std::uint64_t kLong = 60'000;
-
-// Runs a check in a forked child, which must end within a minute. True if it held there.
-bool HoldsInChild(const std::function<bool()>& check) {
-  const pid_t child = fork();
-  if (child == 0) {
-    alarm(60);
-    _exit(check() ? 0 : 1);
-  }
-  int status = 0;
-  return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
 
 // A thread that holds something until it is let go.
 class Holder {
@@ -64,7 +44,7 @@ class Holder {
 };
 
 TEST(Fork, LeavesNoLockHeldByAThreadThatStayedBehind) {
-  QVX_NEEDS_FORK();
+  QVX_STARTS_THREADS_AFTER_FORK();
   CBaseLock theirs;
   CBaseLock ours;
   const Holder holder([&](const std::function<void()>& hold) {
@@ -94,7 +74,7 @@ TEST(Fork, LeavesNoLockHeldByAThreadThatStayedBehind) {
 }
 
 TEST(Fork, RunsGuardsWithTheirLocksHeld) {
-  QVX_NEEDS_FORK();
+  QVX_STARTS_THREADS_AFTER_FORK();
   struct Guarded {
     platform::RecursiveLock lock;
     int value = 1;
@@ -123,7 +103,8 @@ TEST(Fork, RunsGuardsWithTheirLocksHeld) {
 
 // Two locks that threads take in both orders all the time never stop a fork.
 TEST(Fork, FindsConsistentDataBehindBusyLocks) {
-  QVX_NEEDS_FORK();
+  QVX_FORKS_BUSY_THREADS();
+  QVX_STARTS_THREADS_AFTER_FORK();
   platform::RecursiveLock first;
   platform::RecursiveLock second;
   const platform::ForkGuard first_guard(&first);
@@ -147,7 +128,7 @@ TEST(Fork, FindsConsistentDataBehindBusyLocks) {
 }
 
 TEST(Fork, LeavesThreadObjectsIdleAndUsable) {
-  QVX_NEEDS_FORK();
+  QVX_STARTS_THREADS_AFTER_FORK();
   struct Worker : IThreadFuncInterface {
     int ThreadLoop(std::uint64_t) override {
       ran.Set();
@@ -173,7 +154,7 @@ TEST(Fork, LeavesThreadObjectsIdleAndUsable) {
 }
 
 TEST(Fork, NobodyWaitsOnAnEventInTheChild) {
-  QVX_NEEDS_FORK();
+  QVX_STARTS_THREADS_AFTER_FORK();
   CBaseEvent event;
   std::thread waiter([&] { event.Wait(); });
   while (event.IsWaiting() == 0) std::this_thread::yield();
@@ -186,7 +167,7 @@ TEST(Fork, NobodyWaitsOnAnEventInTheChild) {
 }
 
 TEST(Fork, KeepsTheWindowsOfItsThreadAndItsPendingMessages) {
-  QVX_NEEDS_FORK();
+  QVX_STARTS_THREADS_AFTER_FORK();
   const HWND own = CreateMessageWindow();
   HWND foreign = nullptr;
   const Holder holder([&](const std::function<void()>& hold) {
@@ -215,10 +196,8 @@ TEST(Fork, KeepsTheWindowsOfItsThreadAndItsPendingMessages) {
 // Children forked in the middle of logging and thread traffic, which leave by exit, so that
 // everything is destroyed there as at the end of a program.
 TEST(Fork, ChildrenOfABusyProcessLeaveCleanly) {
-  QVX_NEEDS_FORK();
-#if defined(__SANITIZE_ADDRESS__)
-  GTEST_SKIP() << "what the parent's threads own counts as leaked in such a child";
-#endif
+  QVX_FORKS_BUSY_THREADS();
+  QVX_STARTS_THREADS_AFTER_FORK();
   std::atomic<bool> stop{false};
   std::thread logger([&] {
     while (!stop) DbgOutputA(1, "busy\r\n");

@@ -27,6 +27,7 @@
 #include "qvx/ptr_array.h"
 #include "support/debug_lines.h"
 #include "support/fault_plan.h"
+#include "support/fork_child.h"
 #include "support/temp_folder.h"
 
 namespace qvx::test {
@@ -319,7 +320,7 @@ TEST(SingleInstance, IsHeldByOneProcess) {
 
   int ready[2];
   ASSERT_EQ(0, pipe(ready));
-  const pid_t child = fork();
+  const pid_t child = Fork();
   if (child == 0) {
     const char held = static_cast<char>('0' + HoldInstanceNameW(converted.GetString()));
     if (write(ready[1], &held, 1) == 1) pause();

@@ -1,8 +1,5 @@
 #include "qvx/http_file_client.h"
 
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <random>
 #include <semaphore>
 #include <thread>
@@ -11,6 +8,7 @@
 #include "http/odd_server.h"
 #include "support/debug_lines.h"
 #include "support/fault_plan.h"
+#include "support/fork_child.h"
 #include "support/web_servers.h"
 
 namespace {
@@ -306,15 +304,11 @@ TEST_F(HttpFileClient, ForkedChildDoesNotTouchTheTransfer) {
   CHttpFileClient client;
   ASSERT_EQ(Web{server.Url()}.OpenIn(client), 1);
   EXPECT_TRUE(Continue(client, 1000) == content.substr(0, 1000));
-  const pid_t child = fork();
-  if (child == 0) {
+  EXPECT_TRUE(HoldsInChild([&client] {
     const bool closed = Continue(client, 10).empty() && Part(client, 10).empty();
     client.CloseFile();
-    _exit(closed ? 0 : 1);
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  EXPECT_EQ(status, 0);
+    return closed;
+  }));
   EXPECT_TRUE(Continue(client, 4'000'000) == content.substr(1000, 4'000'000));
   EXPECT_EQ(server.Requests(), 2);
 }

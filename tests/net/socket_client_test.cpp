@@ -3,7 +3,6 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -20,6 +19,7 @@
 #include "support/debug_lines.h"
 #include "support/failing_new.h"
 #include "support/fault_plan.h"
+#include "support/fork_child.h"
 #include "support/packet_bytes.h"
 #include "support/raw_peer.h"
 #include "support/temp_folder.h"
@@ -31,11 +31,6 @@ using qvx::platform::SocketDescriptor;
 using namespace qvx::test;
 
 constexpr std::size_t kHelloSize = 36;
-#if defined(__SANITIZE_THREAD__)
-constexpr bool kNoThreadsAfterFork = true;  // of the sanitizer's own making
-#else
-constexpr bool kNoThreadsAfterFork = false;
-#endif
 constexpr auto kLong = std::chrono::seconds(20);
 
 // Keeps what a client tells and lets a test wait for it.
@@ -413,22 +408,18 @@ TEST(SocketClient, FileRangesGoOutAsOnePacket) {
 }
 
 TEST(SocketClient, ForkedChildLeavesTheConnectionToTheParent) {
+  QVX_STARTS_THREADS_AFTER_FORK();
   Connection<> c;
   ASSERT_TRUE(c.Open());
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
+  EXPECT_TRUE(HoldsInChild([&c] {
     const bool idle = c.client.IsConnect() == 0 && c.client.SendData(1, "x", 1) == 0;
     c.client.Close();
-    const bool again = kNoThreadsAfterFork || (c.client.Create("127.0.0.1", c.server.Port(), 0, 1,
-                                                               nullptr, 0, "child") == 1 &&
-                                               c.client.SendData(1, "x", 1) == 1);
+    const bool again =
+        c.client.Create("127.0.0.1", c.server.Port(), 0, 1, nullptr, 0, "child") == 1 &&
+        c.client.SendData(1, "x", 1) == 1;
     c.client.Close();
-    _exit(idle && again ? 0 : 1);
-  }
-  int status = -1;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+    return idle && again;
+  }));
   EXPECT_EQ(c.client.SendData(1, "y", 1), 1);
   EXPECT_EQ(c.peer.Read(21), PacketBytes("y", 1));
   c.peer.Send(PacketBytes("still here"));

@@ -6,7 +6,6 @@
 #include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,6 +19,7 @@
 #include "platform/bluetooth.h"
 #include "support/debug_lines.h"
 #include "support/fault_plan.h"
+#include "support/fork_child.h"
 #include "support/temp_folder.h"
 
 namespace qvx::test {
@@ -516,16 +516,8 @@ TEST(SocketServer, CreateFailsWholeWhereAThreadCannotStart) {
   EXPECT_TRUE(server.Start(nullptr));
 }
 
-// Runs body in a forked child and tells whether all its checks held.
-bool HoldsInChild(const std::function<bool()>& body) {
-  const pid_t child = fork();
-  if (child == 0) _exit(body() ? 0 : 1);
-  int status = -1;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
 TEST(SocketServer, ForkInTheMiddleOfTraffic) {
+  QVX_FORKS_BUSY_THREADS();
   Recorder recorder;
   LocalServer server;
   recorder.on_data = [&](tagCLIENTSOCKETINFO* client, const std::string& text) {
@@ -548,7 +540,6 @@ TEST(SocketServer, ForkInTheMiddleOfTraffic) {
   }
   for (int i = 0; i < 20; ++i) {
     EXPECT_TRUE(HoldsInChild([&] {
-      alarm(60);
       const bool idle = server.IsCreated() == 0 && server.GetClientCount() == 0 &&
                         server.SendData(1, "x", 1) == 0;
       if (i % 2 == 0) server.Close();
@@ -563,15 +554,12 @@ TEST(SocketServer, ForkInTheMiddleOfTraffic) {
 }
 
 TEST(SocketServer, AForkedChildCanServeAnew) {
-#if defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "the thread sanitizer forbids new threads in a forked child";
-#endif
+  QVX_STARTS_THREADS_AFTER_FORK();
   Recorder recorder;
   LocalServer server;
   ASSERT_TRUE(server.Start(&recorder));
   std::vector<Peer> peers = ConnectPeers(server, recorder, 1);
   EXPECT_TRUE(HoldsInChild([&] {
-    alarm(60);
     Recorder fresh;
     if (!server.Start(&fresh)) return false;
     Peer peer(server.GetServerPort());

@@ -13,6 +13,7 @@
 
 #include "netfile/copy_fixture.h"
 #include "netfile/netfile_fixture.h"
+#include "support/fork_child.h"
 #include "support/network_lab.h"
 #include "support/slow_relay.h"
 #include "support/temp_folder.h"
@@ -127,16 +128,12 @@ TEST(HardTimes, AForkedChildLeavesTheConnectionAlone) {
   LoopbackClient client(server.Port());
   ASSERT_EQ(client.OpenFile(Library(folder.Write("file", "content")).c_str(), u"rb"), 1);
   char buffer[8] = {};
-  pid_t child = fork();
-  if (child == 0) {
+  EXPECT_TRUE(HoldsInChild([&] {
     bool idle = client.IsConnect() == 0 && client.ReadFile(0, buffer, 7, 0) == 0 &&
                 client.OpenFile(u"C:\\dev", u"rb") == 0;
     client.Close();
-    _exit(idle ? 0 : 1);
-  }
-  int status = -1;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+    return idle;
+  }));
   EXPECT_EQ(client.ReadFile(0, buffer, 7, 0), 7u);
   EXPECT_STREQ(buffer, "content");
 }

@@ -7,7 +7,6 @@
 #include <netinet/tcp.h>
 #include <signal.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <memory>
@@ -17,6 +16,7 @@
 #include <vector>
 
 #include "support/fault_plan.h"
+#include "support/fork_child.h"
 #include "support/raw_peer.h"
 #include "support/socket_pair.h"
 #include "support/temp_folder.h"
@@ -320,17 +320,12 @@ TEST(SocketAccept, TakesTunedConnectionsUntilTheListenerIsShut) {
 TEST(SocketFork, ChildLeavesTheConnectionOfTheParentAlone) {
   Pair pair;
   SocketUse held(pair.ours);
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
+  EXPECT_TRUE(test::HoldsInChild([&] {
     ShutdownSocket(pair.ours);
     CloseSocket(pair.ours);
     // The use of the parent's time does not keep the child's descriptor.
-    _exit(IsOpen(held.Descriptor()) ? 1 : 0);
-  }
-  int status = -1;
-  ASSERT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+    return !IsOpen(held.Descriptor());
+  }));
   pair.peer.Send("still here");
   EXPECT_EQ(ReceiveText(pair.ours, 10), "still here");
 }

@@ -4,7 +4,6 @@
 #include <asm/termbits.h>
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <array>
@@ -22,6 +21,7 @@
 #include "serial/pseudo_terminal.h"
 #include "support/debug_lines.h"
 #include "support/fault_plan.h"
+#include "support/fork_child.h"
 #include "support/temp_folder.h"
 
 namespace qvx::test {
@@ -304,14 +304,9 @@ TEST_F(SerialPort, CopiesShareAnOpenPort) {
 
 TEST_F(SerialPort, LeavesAForkedChildOut) {
   Open();
-  const pid_t child = fork();
-  if (child == 0) {
-    const bool is_gone = Read(port_, 1, kLong, 1).empty() && port_.IsOpened() == 0;
-    _exit(is_gone && port_.ReOpen() == 0 ? 0 : 1);
-  }
-  int status = -1;
-  ASSERT_EQ(child, waitpid(child, &status, 0));
-  EXPECT_EQ(0, status);
+  EXPECT_TRUE(HoldsInChild([this] {
+    return Read(port_, 1, kLong, 1).empty() && port_.IsOpened() == 0 && port_.ReOpen() == 0;
+  }));
   ASSERT_TRUE(far_.Send("still here"));
   EXPECT_EQ("still here", Read(port_, 10, kLong, 1));
 }

@@ -2,12 +2,12 @@
 
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <exception>
 #include <fstream>
 
+#include "support/fork_child.h"
 #include "support/temp_folder.h"
 
 namespace qvx::test {
@@ -52,14 +52,12 @@ std::string OnSmallDisk(int kibibytes, const std::function<std::string(const std
   TempFolder folder;
   int ends[2];
   if (pipe(ends) != 0) return "no pipe";
-  const pid_t child = fork();
+  const pid_t child = Fork();
   if (child == 0) RunChild(ends[1], folder.Path(), kibibytes, body);
   close(ends[1]);
   const std::string result = ReadAll(ends[0]);
   close(ends[0]);
-  int status = 1;
-  if (child < 0 || waitpid(child, &status, 0) != child || status != 0) return "the child failed";
-  return result;
+  return EndedWell(child) ? result : "the child failed";
 }
 
 void WriteFile(const std::string& native_path, const std::string& content) {
