@@ -260,7 +260,7 @@ TEST_F(DebugOutput, GoesOnInAForkedChild) {
     while (!stop) DbgOutputA(2, "busy");
   });
   for (int round = 0; round < 20; ++round) {
-    EXPECT_TRUE(test::HoldsInChild([] {
+    EXPECT_TRUE(qvx::test::HoldsInChild([] {
       const int before = child_lines;
       DbgOutputA(2, "child");
       return child_lines == before + 1;
