@@ -443,8 +443,8 @@ TEST(SocketServer, ThousandsOfConnectionsLeaveNothingBehind) {
     ASSERT_TRUE(recorder.WaitForClosed((round + 1) * each));
   };
   connect_some(0);
-  recorder.data.reserve(static_cast<std::size_t>(rounds * each));
-  recorder.closed_sockets.reserve(static_cast<std::size_t>(rounds * each));
+  recorder.data.reserve(std::size_t{rounds} * each);
+  recorder.closed_sockets.reserve(std::size_t{rounds} * each);
   server.LockClient();
   server.UnlockClient();
   const int descriptors = CountDescriptors();
@@ -528,6 +528,7 @@ TEST(SocketServer, ForkInTheMiddleOfTraffic) {
   std::atomic<bool> stop{false};
   std::atomic<int> wrong{0};
   std::vector<std::thread> traffic;
+  traffic.reserve(peers.size());
   for (Peer& peer : peers) {
     traffic.emplace_back([&] {
       for (unsigned i = 0; !stop; ++i) {

@@ -25,7 +25,6 @@ namespace qvx::platform {
 namespace {
 
 using test::FaultPlan;
-using test::RawListener;
 using test::RawPeer;
 
 using Pair = test::SocketPair;

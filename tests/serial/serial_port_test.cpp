@@ -360,8 +360,8 @@ TEST_F(SerialPort, ServesACompletionPort) {
   };
   ASSERT_EQ(1, post_read());
   ASSERT_EQ(1, post_write());
-  std::vector<std::thread> workers;
-  for (int i = 0; i < 3; ++i) workers.emplace_back(work);
+  std::array<std::thread, 3> workers;
+  for (std::thread& worker : workers) worker = std::thread(work);
   for (std::thread& worker : workers) worker.join();
   echo.join();
   EXPECT_TRUE(received == bytes);
