@@ -22,7 +22,8 @@ namespace {
 
 using Byte = std::uint8_t;
 
-// How far a loop has come.
+// How far a loop has come. The loops work on copies of their own, which no byte that they write
+// can change, and take the inner ones in whole: so both pointers stay in registers.
 struct Cursor {
   const Byte* text;
   const Byte* end;
@@ -63,19 +64,13 @@ constexpr std::array<std::uint32_t, 256> MakeCodes() {
 constexpr std::array<std::uint32_t, 256> kCodes = MakeCodes();
 static_assert(std::endian::native == std::endian::little);
 
-// Encodes count bytes, behind which at least three more are left: their codes leave room for the
-// byte too much that each step writes.
-HWY_INLINE void EncodeEach(Cursor& cursor, std::size_t count) {
-  for (const Byte* last = cursor.text + count; cursor.text != last; ++cursor.text) {
+// Encodes all but the last three bytes, whose codes leave room for what each step writes too much.
+HWY_INLINE void EncodeMost(Cursor& cursor) {
+  for (; cursor.Left() > 3; ++cursor.text) {
     const std::uint32_t code = kCodes[*cursor.text];
     std::memcpy(cursor.out, &code, sizeof(code));
     cursor.out += code >> 24;
   }
-}
-
-// All but the last few bytes.
-inline void EncodeMost(Cursor& cursor) {
-  if (cursor.Left() > 3) EncodeEach(cursor, cursor.Left() - 3);
 }
 
 inline std::size_t CountEscapesPlain(const Byte* text, std::size_t size) {
@@ -93,7 +88,7 @@ inline Byte DecodePair(Byte first, Byte second) {
 }
 
 // Decodes the escape at the cursor, or ends the text if it has no two characters.
-inline void DecodeEscape(Cursor& cursor) {
+HWY_INLINE void DecodeEscape(Cursor& cursor) {
   if (cursor.Left() < 3) {
     cursor.text = cursor.end;
     return;
@@ -103,7 +98,7 @@ inline void DecodeEscape(Cursor& cursor) {
 }
 
 // Decodes until count bytes of the text are done, or as few more as the last escape needs.
-inline void DecodeSome(Cursor& cursor, std::size_t count) {
+HWY_INLINE void DecodeSome(Cursor& cursor, std::size_t count) {
   const Byte* last = cursor.text + count;
   while (cursor.text < last) {
     if (*cursor.text == '%') {
@@ -114,6 +109,46 @@ inline void DecodeSome(Cursor& cursor, std::size_t count) {
     }
   }
 }
+
+// The bits 0, 3, 6 and so on, where a vector of nothing but escapes has their beginnings.
+constexpr std::uint64_t kEveryThird = 0x9249249249249249;
+
+constexpr std::uint64_t LowBits(std::size_t count) {
+  return (std::uint64_t{1} << count) - 1;
+}
+
+alignas(16) constexpr Byte kKindsOfHigh[16] = {0, 0, 0, 1, 2, 0, 2};
+alignas(16) constexpr Byte kKindsOfLow[16] = {1, 3, 3, 3, 3, 3, 3, 1, 1, 1};
+alignas(16) constexpr Byte kLetterGap[16] = {0, 0, 0, 0, 9, 0, 9};
+
+// Four times a percent sign.
+constexpr std::uint32_t kPercents = 0x25252525;
+
+// Where the codes of four bytes are to be taken from, for one choice of those that are escaped:
+// 0 to 3 the bytes, 4 to 7 their high digits, 8 to 11 their low ones, then percent signs.
+struct GroupOrder {
+  alignas(16) std::array<Byte, 16> places{};
+  std::size_t length = 0;
+};
+
+constexpr std::array<GroupOrder, 16> MakeGroupOrders() {
+  std::array<GroupOrder, 16> orders{};
+  for (std::size_t escapes = 0; escapes < orders.size(); ++escapes) {
+    GroupOrder& order = orders[escapes];
+    for (Byte place = 0; place < 4; ++place) {
+      if ((escapes >> place & 1) == 0) {
+        order.places[order.length++] = place;
+        continue;
+      }
+      for (const int part : {12, 4, 8}) {
+        order.places[order.length++] = static_cast<Byte>(part + place);
+      }
+    }
+  }
+  return orders;
+}
+
+constexpr std::array<GroupOrder, 16> kGroupOrders = MakeGroupOrders();
 
 // For each choice of eight places, those chosen, one after the other.
 constexpr std::array<std::array<Byte, 8>, 256> MakeOrders() {
@@ -148,6 +183,12 @@ HWY_INLINE hn::Mask<D> InRange(V bytes, Byte first, Byte last) {
   const D d;
   const V distance = hn::Sub(bytes, hn::Set(d, first));
   return hn::Eq(hn::Min(distance, hn::Set(d, static_cast<Byte>(last - first))), distance);
+}
+
+HWY_INLINE std::uint64_t Bits(hn::Mask<D> mask) {
+  std::uint64_t bits = 0;
+  hn::StoreMaskBits(D(), mask, reinterpret_cast<Byte*>(&bits));
+  return bits;
 }
 
 HWY_INLINE hn::Mask<D> Plain(V bytes) {
@@ -198,63 +239,79 @@ HWY_INLINE void EncodeFew(Cursor& cursor, V bytes, std::uint64_t escapes) {
   cursor.out = out + step;
 }
 
-HWY_INLINE void EncodeRow(Cursor& cursor, V bytes) {
+// Encodes a vector that holds many escapes, four bytes at a time. A step writes up to twelve bytes
+// too much, for which the codes of the next vector leave room.
+HWY_INLINE void EncodeMany(Cursor& cursor, V bytes, std::uint64_t escapes) {
   const D d;
+  const hn::Repartition<std::uint32_t, D> fours;
+  const hn::CappedTag<Byte, 16> group;
+  const std::size_t step = hn::Lanes(d);
   const V high = UpperDigits(hn::ShiftRight<4>(bytes));
   const V low = UpperDigits(hn::And(bytes, hn::Set(d, Byte{15})));
-  hn::StoreInterleaved3(hn::Set(d, Byte{'%'}), high, low, d, cursor.out);
-  cursor.text += hn::Lanes(d);
-  cursor.out += 3 * hn::Lanes(d);
+  HWY_ALIGN std::uint32_t groups[4 * hn::MaxLanes(fours)];
+  hn::StoreInterleaved4(hn::BitCast(fours, Replace(bytes, ' ', '+')), hn::BitCast(fours, high),
+                        hn::BitCast(fours, low), hn::Set(fours, kPercents), fours, groups);
+  for (std::size_t i = 0; i < step; i += 4, escapes >>= 4) {
+    const GroupOrder& order = kGroupOrders[escapes & 15];
+    const auto parts = hn::Load(group, reinterpret_cast<const Byte*>(groups + i));
+    const auto places = hn::Load(group, order.places.data());
+    hn::StoreU(hn::TableLookupBytes(parts, places), group, cursor.out);
+    cursor.out += order.length;
+  }
+  cursor.text += step;
 }
 
-void Encode(Cursor& cursor) {
+void Encode(Cursor& progress) {
   constexpr int kFew = 5;
+  Cursor cursor = progress;
   const D d;
   const std::size_t step = hn::Lanes(d);
-  const std::uint64_t all = (std::uint64_t{1} << step) - 1;
   while (cursor.Left() >= 2 * step) {
     const V bytes = hn::LoadU(d, cursor.text);
-    std::uint64_t escapes = 0;
-    hn::StoreMaskBits(d, Plain(bytes), reinterpret_cast<Byte*>(&escapes));
-    escapes ^= all;
+    const std::uint64_t escapes = Bits(Plain(bytes)) ^ LowBits(step);
     if (std::popcount(escapes) <= kFew) {
       EncodeFew(cursor, bytes, escapes);
-    } else if (escapes == all) {
-      EncodeRow(cursor, bytes);
     } else {
-      EncodeEach(cursor, step);
+      EncodeMany(cursor, bytes, escapes);
     }
   }
   EncodeMost(cursor);
+  progress = cursor;
 }
 
-// The values of digits; clears clean where a character is none.
-HWY_INLINE V FromDigits(V characters, hn::Mask<D>& clean) {
+// The values of digits; clean becomes 0 where a character is none. Each half of a character
+// tells the kinds of digits that it belongs to, 1 decimal and 2 letter; both must agree on one.
+HWY_INLINE V FromDigits(V characters, V& clean) {
   const D d;
-  const V letters = hn::Or(characters, hn::Set(d, Byte{0x20}));
-  const auto is_letter = InRange(letters, 'a', 'f');
-  clean = hn::And(clean, hn::Or(InRange(characters, '0', '9'), is_letter));
-  const V nine = hn::IfThenElseZero(is_letter, hn::Set(d, Byte{9}));
-  return hn::Add(hn::And(characters, hn::Set(d, Byte{15})), nine);
+  const V low = hn::And(characters, hn::Set(d, Byte{15}));
+  const V high = hn::ShiftRight<4>(characters);
+  const V kinds = hn::TableLookupBytes(hn::LoadDup128(d, kKindsOfHigh), high);
+  const V agreed = hn::And(kinds, hn::TableLookupBytes(hn::LoadDup128(d, kKindsOfLow), low));
+  clean = hn::Min(clean, agreed);
+  return hn::Add(low, hn::TableLookupBytes(hn::LoadDup128(d, kLetterGap), high));
 }
 
 HWY_INLINE V JoinDigits(V high, V low) {
-  return hn::Or(hn::ShiftLeft<4>(high), low);
+  const hn::Repartition<std::uint16_t, D> pairs;  // no bit of a digit leaves its byte
+  return hn::Or(hn::BitCast(D(), hn::ShiftLeft<4>(hn::BitCast(pairs, high))), low);
 }
 
 // Decodes a vector of escapes, if there is one at the cursor.
 HWY_INLINE bool DecodeRow(Cursor& cursor) {
   const D d;
   const std::size_t step = hn::Lanes(d);
-  if (cursor.Left() < 3 * step || cursor.text[3] != '%' || cursor.text[6] != '%') return false;
+  if (cursor.Left() < 3 * step) return false;
   V percent;
   V high;
   V low;
   hn::LoadInterleaved3(d, cursor.text, percent, high, low);
-  auto clean = hn::Eq(percent, hn::Set(d, Byte{'%'}));
+  V clean = hn::Set(d, Byte{0xFF});
   const V first = FromDigits(high, clean);
   const V second = FromDigits(low, clean);
-  if (!hn::AllTrue(d, clean)) return false;
+  if (!hn::AllTrue(d,
+                   hn::And(hn::Ne(clean, hn::Zero(d)), hn::Eq(percent, hn::Set(d, Byte{'%'}))))) {
+    return false;
+  }
   hn::StoreU(JoinDigits(first, second), d, cursor.out);
   cursor.text += 3 * step;
   cursor.out += step;
@@ -272,43 +329,56 @@ HWY_INLINE Byte* StoreKept(const Byte* bytes, std::uint64_t keep, std::size_t co
   return out;
 }
 
-// Decodes a vector with escapes among other bytes; false where one is not well formed. Both
-// digits of an escape in the last places lie behind the vector.
-HWY_INLINE bool DecodeMixed(Cursor& cursor, V bytes, hn::Mask<D> escapes) {
+// Decodes a vector with escapes among other bytes; false where one is not well formed. Digits that
+// lie behind the vector are read there and left for the next one to leave out: their bits pass
+// from one call to the next in done, which begins at the cursor.
+HWY_INLINE bool DecodeMixed(Cursor& cursor, V bytes, hn::Mask<D> escapes, std::uint64_t starts,
+                            std::uint64_t& done) {
   const D d;
   const std::size_t step = hn::Lanes(d);
-  auto clean = hn::Eq(bytes, bytes);
+  V clean = hn::Set(d, Byte{0xFF});
   const V high = FromDigits(hn::LoadU(d, cursor.text + 1), clean);
   const V low = FromDigits(hn::LoadU(d, cursor.text + 2), clean);
-  if (!hn::AllFalse(d, hn::AndNot(clean, escapes))) return false;
+  if (!hn::AllFalse(d, hn::And(escapes, hn::Eq(clean, hn::Zero(d))))) return false;
   const V decoded = hn::IfThenElse(escapes, JoinDigits(high, low), Replace(bytes, '+', ' '));
   HWY_ALIGN Byte values[hn::MaxLanes(d)];
   hn::Store(decoded, d, values);
-  std::uint64_t starts = 0;
-  hn::StoreMaskBits(d, escapes, reinterpret_cast<Byte*>(&starts));
-  const std::uint64_t digits = starts << 1 | starts << 2;
+  const std::uint64_t digits = done | starts << 1 | starts << 2;
   cursor.out = StoreKept(values, ~digits, step, cursor.out);
-  cursor.text += step + static_cast<std::size_t>(std::popcount(digits >> step));
+  cursor.text += step;
+  done = digits >> step;
   return true;
 }
 
+HWY_INLINE void SkipDone(Cursor& cursor, std::uint64_t& done) {
+  cursor.text += std::popcount(done);
+  done = 0;
+}
+
 // Decodes all but what is left when less than a vector and the digits behind it remain.
-void Decode(Cursor& cursor) {
+void Decode(Cursor& progress) {
   const D d;
   const std::size_t step = hn::Lanes(d);
+  const std::uint64_t nothing_else = kEveryThird & LowBits(step);
+  Cursor cursor = progress;
+  std::uint64_t done = 0;
   while (cursor.Left() >= step + 2) {
     const V bytes = hn::LoadU(d, cursor.text);
     const auto escapes = hn::Eq(bytes, hn::Set(d, Byte{'%'}));
-    if (hn::AllFalse(d, escapes)) {
+    const std::uint64_t starts = Bits(escapes);
+    if ((starts | done) == 0) {
       hn::StoreU(Replace(bytes, '+', ' '), d, cursor.out);
       cursor.text += step;
       cursor.out += step;
-    } else if (*cursor.text == '%' && DecodeRow(cursor)) {
+    } else if (starts == nothing_else && DecodeRow(cursor)) {
       continue;
-    } else if (!DecodeMixed(cursor, bytes, escapes)) {
+    } else if (!DecodeMixed(cursor, bytes, escapes, starts, done)) {
+      SkipDone(cursor, done);
       DecodeSome(cursor, step);
     }
   }
+  SkipDone(cursor, done);
+  progress = cursor;
 }
 
 inline constexpr Loops kLoops = {&CountEscapes, &Encode, &Decode};
