@@ -1,5 +1,6 @@
 #include "qvx/http_file_client.h"
 
+#include <chrono>
 #include <random>
 #include <semaphore>
 #include <thread>
@@ -180,6 +181,22 @@ TEST_F(HttpFileClient, StallOfThirtySecondsEndsTheTransfer) {
   drip.Give();
   EXPECT_EQ(Continue(client, 4), "4567");
   EXPECT_EQ(drip.server.Requests(), 3);
+}
+
+TEST_F(HttpFileClient, OneByteASecondIsNoStall) {
+  OddServer server([](const OddRequest& request, const RawPeer& connection) {
+    if (!connection.Send(OddHead(200, "Content-Length: 4\r\n"))) return false;
+    if (request.Method() == "HEAD") return true;
+    for (const char* byte : {"s", "l", "o", "w"}) {
+      std::this_thread::sleep_for(std::chrono::seconds(1));
+      if (!connection.Send(byte)) return false;
+    }
+    return true;
+  });
+  CHttpFileClient client;
+  ASSERT_EQ(Web{server.Url()}.OpenIn(client), 1);
+  EXPECT_EQ(Continue(client, 3), "slo");
+  EXPECT_EQ(Continue(client, 3), "w");
 }
 
 TEST_F(HttpFileClient, SpeedLimitSleepsForTheWholeTimeOfTheBytes) {
