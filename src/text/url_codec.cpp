@@ -117,6 +117,8 @@ constexpr std::uint64_t LowBits(std::size_t count) {
   return (std::uint64_t{1} << count) - 1;
 }
 
+// By half of a character: the kinds of digits that it may belong to, and what the low half of a
+// letter lacks to its value.
 alignas(16) constexpr Byte kKindsOfHigh[16] = {0, 0, 0, 1, 2, 0, 2};
 alignas(16) constexpr Byte kKindsOfLow[16] = {1, 3, 3, 3, 3, 3, 3, 1, 1, 1};
 alignas(16) constexpr Byte kLetterGap[16] = {0, 0, 0, 0, 9, 0, 9};
