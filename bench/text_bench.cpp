@@ -340,12 +340,13 @@ std::string MakeChinese(std::size_t size) {
   return text;
 }
 
-// So long that the processor can't learn by heart where the escapes are.
-constexpr std::size_t kCoded = 1 << 20;
+// Of the short text the processor learns by heart where the escapes are, of the long one it can't.
+constexpr std::size_t kCoded = 64 << 10;
+constexpr std::size_t kLongCoded = 1 << 20;
 
-bool AddCodes(const char* encode_name, const char* decode_name,
-              std::string (*make)(std::size_t size)) {
-  const Lazy<std::string> text([make] { return make(kCoded); });
+bool AddCodes(const char* encode_name, const char* decode_name, std::string (*make)(std::size_t),
+              std::size_t size = kCoded) {
+  const Lazy<std::string> text([make, size] { return make(size); });
   const Lazy<std::string> encoded([text] {
     CBaseStringA out;
     EncodeURL(text.Get().data(), Size(text.Get()), &out);
@@ -364,7 +365,9 @@ const bool kAdded =
     AddSearch("table, random, 64", "memory, random, 64", "no case, random, 64", &RandomBytes, 64) &&
     AddFields() && AddCodes("URL of prose", "prose of a URL", &MakeProse) &&
     AddCodes("URL of Chinese", "Chinese of a URL", &MakeChinese) &&
-    AddCodes("URL of random bytes", "random bytes of a URL", &MakeRandom);
+    AddCodes("URL of random bytes", "random bytes of a URL", &MakeRandom) &&
+    AddCodes("URL of 1 MiB of random bytes", "1 MiB of random bytes of a URL", &MakeRandom,
+             kLongCoded);
 
 }  // namespace
 }  // namespace qvx::bench

@@ -16,8 +16,10 @@
 #define QVX_FORKS_BUSY_THREADS() static_cast<void>(0)
 #endif
 #if defined(__SANITIZE_THREAD__)
+inline constexpr bool kThreadsStartAfterFork = false;
 #define QVX_STARTS_THREADS_AFTER_FORK() QVX_SKIP_FORK()
 #else
+inline constexpr bool kThreadsStartAfterFork = true;
 #define QVX_STARTS_THREADS_AFTER_FORK() static_cast<void>(0)
 #endif
 
