@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -32,7 +33,8 @@ bool Rests(const std::filesystem::path& task) {
 
 pid_t Fork() {
 #if defined(__SANITIZE_ADDRESS__)
-  while (!OtherThreadsRest()) sched_yield();
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (!OtherThreadsRest() && std::chrono::steady_clock::now() < limit) sched_yield();
 #endif
   return fork();
 }

@@ -25,8 +25,8 @@ inline constexpr bool kThreadsStartAfterFork = true;
 
 namespace qvx::test {
 
-// Forks, with the address sanitizer once all other threads rest, so that they hold none of its
-// locks.
+// Forks, with the address sanitizer once all other threads rest (or after half a minute), so that
+// they hold none of its locks.
 pid_t Fork();
 
 // Waits for the child's end; true if it left with code 0.
