@@ -3,9 +3,9 @@
 #if defined(__x86_64__)
 #include <immintrin.h>
 
-#define QVX_BASE_TARGET __attribute__((target("pclmul,sse4.1")))
-#define QVX_AVX2_TARGET __attribute__((target("pclmul,vpclmulqdq,avx2")))
-#define QVX_AVX512_TARGET __attribute__((target("pclmul,vpclmulqdq,avx512f,avx512bw")))
+#define QVX_FOLD_TARGET __attribute__((target("pclmul,sse4.1")))
+#define QVX_FOLD256_TARGET __attribute__((target("pclmul,vpclmulqdq,avx2")))
+#define QVX_FOLD512_TARGET __attribute__((target("pclmul,vpclmulqdq,avx512f,avx512bw")))
 
 namespace qvx::checksum {
 namespace {
@@ -25,43 +25,43 @@ struct Input {
   }
 };
 
-QVX_BASE_TARGET inline __m128i LoadBytes(const void* from) {
+QVX_FOLD_TARGET inline __m128i LoadBytes(const void* from) {
   return _mm_loadu_si128(static_cast<const __m128i*>(from));
 }
 
-QVX_BASE_TARGET inline __m128i TurnBytes(__m128i block) {
+QVX_FOLD_TARGET inline __m128i TurnBytes(__m128i block) {
   return _mm_shuffle_epi8(block,
                           _mm_set_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15));
 }
 
 // A block has its first bit at the bottom if the CRC is reflected, else at the top.
 template <bool kReflected>
-QVX_BASE_TARGET inline __m128i ToBlock(__m128i bytes) {
+QVX_FOLD_TARGET inline __m128i ToBlock(__m128i bytes) {
   return kReflected ? bytes : TurnBytes(bytes);
 }
 
 template <bool kReflected>
-QVX_BASE_TARGET inline __m128i FromRegister(std::uint32_t crc) {
+QVX_FOLD_TARGET inline __m128i FromRegister(std::uint32_t crc) {
   const __m128i block = _mm_cvtsi32_si128(static_cast<int>(crc));
   return kReflected ? block : _mm_slli_si128(block, 12);
 }
 
 // The block carried as far as the pair says, and what lies there.
-QVX_BASE_TARGET inline __m128i Fold(__m128i block, __m128i pair, __m128i there) {
+QVX_FOLD_TARGET inline __m128i Fold(__m128i block, __m128i pair, __m128i there) {
   const __m128i low = _mm_clmulepi64_si128(block, pair, 0x00);
   const __m128i high = _mm_clmulepi64_si128(block, pair, 0x11);
   return _mm_xor_si128(_mm_xor_si128(low, high), there);
 }
 
 // One block for several that follow each other.
-QVX_BASE_TARGET inline __m128i Join(const __m128i* blocks, std::size_t count, __m128i pair) {
+QVX_FOLD_TARGET inline __m128i Join(const __m128i* blocks, std::size_t count, __m128i pair) {
   __m128i joined = blocks[0];
   for (std::size_t i = 1; i < count; ++i) joined = Fold(joined, pair, blocks[i]);
   return joined;
 }
 
 template <bool kReflected>
-QVX_BASE_TARGET __m128i FoldSteps(const std::uint64_t* folding, std::uint32_t crc, Input& input) {
+QVX_FOLD_TARGET __m128i FoldSteps(const std::uint64_t* folding, std::uint32_t crc, Input& input) {
   constexpr std::size_t kBlocks = kShortStep / kBlock;
   const __m128i pair = LoadBytes(folding + kFoldBy1024);
   __m128i blocks[kBlocks];
@@ -79,7 +79,7 @@ QVX_BASE_TARGET __m128i FoldSteps(const std::uint64_t* folding, std::uint32_t cr
 }
 
 template <bool kReflected>
-QVX_AVX2_TARGET inline __m256i Load256(const std::uint8_t* from) {
+QVX_FOLD256_TARGET inline __m256i Load256(const std::uint8_t* from) {
   const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(from));
   if (kReflected) return bytes;
   const __m128i turn = _mm_set_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
@@ -87,8 +87,8 @@ QVX_AVX2_TARGET inline __m256i Load256(const std::uint8_t* from) {
 }
 
 template <bool kReflected>
-QVX_AVX2_TARGET __m128i FoldSteps256(const std::uint64_t* folding, std::uint32_t crc,
-                                     Input& input) {
+QVX_FOLD256_TARGET __m128i FoldSteps256(const std::uint64_t* folding, std::uint32_t crc,
+                                        Input& input) {
   constexpr std::size_t kWide = 2 * kBlock;
   constexpr std::size_t kCount = kLongStep / kWide;
   const __m256i pair = _mm256_broadcastsi128_si256(LoadBytes(folding + kFoldBy2048));
@@ -110,13 +110,13 @@ QVX_AVX2_TARGET __m128i FoldSteps256(const std::uint64_t* folding, std::uint32_t
   return Join(blocks, 2 * kCount, LoadBytes(folding + kFoldBy128));
 }
 
-QVX_AVX512_TARGET inline __m512i InAllParts(__m128i block) {
+QVX_FOLD512_TARGET inline __m512i InAllParts(__m128i block) {
   constexpr __mmask16 kAll = 0xFFFF;  // the form without a mask has gcc 12 warn
   return _mm512_maskz_broadcast_i32x4(kAll, block);
 }
 
 template <bool kReflected>
-QVX_AVX512_TARGET inline __m512i Load512(const std::uint8_t* from) {
+QVX_FOLD512_TARGET inline __m512i Load512(const std::uint8_t* from) {
   const __m512i bytes = _mm512_loadu_si512(from);
   if (kReflected) return bytes;
   const __m128i turn = _mm_set_epi8(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15);
@@ -124,8 +124,8 @@ QVX_AVX512_TARGET inline __m512i Load512(const std::uint8_t* from) {
 }
 
 template <bool kReflected>
-QVX_AVX512_TARGET __m128i FoldSteps512(const std::uint64_t* folding, std::uint32_t crc,
-                                       Input& input) {
+QVX_FOLD512_TARGET __m128i FoldSteps512(const std::uint64_t* folding, std::uint32_t crc,
+                                        Input& input) {
   constexpr std::size_t kWide = 4 * kBlock;
   constexpr std::size_t kCount = kLongStep / kWide;
   constexpr int kXorOfThree = 0x96;
@@ -148,7 +148,7 @@ QVX_AVX512_TARGET __m128i FoldSteps512(const std::uint64_t* folding, std::uint32
 
 // A block, and fewer than 16 further bytes up to end: one block that ends with them.
 template <bool kReflected>
-QVX_BASE_TARGET inline __m128i FoldTail(__m128i block, __m128i pair, Input input) {
+QVX_FOLD_TARGET inline __m128i FoldTail(__m128i block, __m128i pair, Input input) {
   // Taken from different starts, this moves bytes up or down and fills with zeros.
   alignas(16) static constexpr std::uint8_t kMove[48] = {
       0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
@@ -164,7 +164,7 @@ QVX_BASE_TARGET inline __m128i FoldTail(__m128i block, __m128i pair, Input input
 }
 
 // All 128 bits in the opposite order.
-QVX_BASE_TARGET inline __m128i TurnBits(__m128i block) {
+QVX_FOLD_TARGET inline __m128i TurnBits(__m128i block) {
   const __m128i mirrored = _mm_set_epi8(15, 7, 11, 3, 13, 5, 9, 1, 14, 6, 10, 2, 12, 4, 8, 0);
   const __m128i nibble = _mm_set1_epi8(0x0F);
   const __m128i bytes = TurnBytes(block);
@@ -174,7 +174,7 @@ QVX_BASE_TARGET inline __m128i TurnBits(__m128i block) {
 }
 
 // The remainder of an unreflected block times x^32, after Barrett.
-QVX_BASE_TARGET inline std::uint32_t Reduce(__m128i block, const std::uint64_t* folding) {
+QVX_FOLD_TARGET inline std::uint32_t Reduce(__m128i block, const std::uint64_t* folding) {
   const __m128i high = LoadBytes(folding + kFoldHigh);
   const __m128i reduce = LoadBytes(folding + kFoldReduce);
   const __m128i lower = _mm_srli_si128(_mm_slli_si128(block, 8), 4);  // times x^32
@@ -188,7 +188,7 @@ QVX_BASE_TARGET inline std::uint32_t Reduce(__m128i block, const std::uint64_t* 
 }
 
 template <bool kReflected>
-QVX_BASE_TARGET inline __m128i FoldFirst(const std::uint64_t* folding, std::uint32_t crc,
+QVX_FOLD_TARGET inline __m128i FoldFirst(const std::uint64_t* folding, std::uint32_t crc,
                                          Input& input, platform::CarrylessMultiply width) {
   if (input.left >= kLongStep && width == platform::CarrylessMultiply::k512) {
     return FoldSteps512<kReflected>(folding, crc, input);
@@ -203,7 +203,7 @@ QVX_BASE_TARGET inline __m128i FoldFirst(const std::uint64_t* folding, std::uint
 }
 
 template <bool kReflected>
-QVX_BASE_TARGET std::uint32_t FoldAll(const std::uint64_t* folding, std::uint32_t crc, Input input,
+QVX_FOLD_TARGET std::uint32_t FoldAll(const std::uint64_t* folding, std::uint32_t crc, Input input,
                                       platform::CarrylessMultiply width) {
   const __m128i pair = LoadBytes(folding + kFoldBy128);
   __m128i block = FoldFirst<kReflected>(folding, crc, input, width);

@@ -6,9 +6,7 @@
 #include <array>
 
 #include "imaging/pixel_factors.h"
-
-// Every function here is for these processors, small ones are part of their callers.
-#define QVX_512 __attribute__((target("avx512f,avx512bw,avx512vbmi")))
+#include "platform/processor.h"
 
 namespace qvx::imaging {
 namespace {
@@ -27,19 +25,19 @@ constexpr Indices MakeIndices(Place place) {
   return indices;
 }
 
-QVX_512 inline V Load(const void* from) {
+QVX_AVX512_TARGET inline V Load(const void* from) {
   return _mm512_loadu_si512(from);
 }
 
-QVX_512 inline void Store(V bytes, void* to) {
+QVX_AVX512_TARGET inline void Store(V bytes, void* to) {
   _mm512_storeu_si512(to, bytes);
 }
 
-QVX_512 inline V Words(int value) {
+QVX_AVX512_TARGET inline V Words(int value) {
   return _mm512_set1_epi16(static_cast<short>(value));
 }
 
-QVX_512 inline V Permute(V bytes, const Indices& places) {
+QVX_AVX512_TARGET inline V Permute(V bytes, const Indices& places) {
   return _mm512_maskz_permutexvar_epi8(kAll, Load(places.data()), bytes);
 }
 
@@ -51,7 +49,7 @@ constexpr __mmask64 EveryThird(int remainder) {
 }
 
 // Of each place, the byte of the vector for its remainder.
-QVX_512 inline V Choose(V for0, V for1, V for2) {
+QVX_AVX512_TARGET inline V Choose(V for0, V for1, V for2) {
   return _mm512_mask_mov_epi8(_mm512_mask_mov_epi8(for0, EveryThird(1), for1), EveryThird(2), for2);
 }
 
@@ -69,13 +67,13 @@ struct WordPixels {
 
 class PackedFactors {
  public:
-  QVX_512 explicit PackedFactors(bool v_first)
+  QVX_AVX512_TARGET explicit PackedFactors(bool v_first)
       : outer_(v_first ? Turns(kRedOfV, kBlueOfU) : Turns(kBlueOfU, kRedOfV)),
         green_(v_first ? Turns(kGreenOfV, kGreenOfU) : Turns(kGreenOfU, kGreenOfV)),
         blue_(Twice(v_first ? 2 : 0)),
         red_(Twice(v_first ? 0 : 2)) {}
 
-  QVX_512 inline WordPixels Apply(V packed) const {
+  QVX_AVX512_TARGET inline WordPixels Apply(V packed) const {
     const V twice = _mm512_maddubs_epi16(packed, Words(2));
     const V luma = _mm512_mulhrs_epi16(_mm512_sub_epi16(twice, Words(2 * 16)), Words(kLuma));
     const V fourfold = _mm512_maddubs_epi16(packed, Words(4 * 256));
@@ -88,12 +86,12 @@ class PackedFactors {
   }
 
  private:
-  QVX_512 static V Turns(std::int16_t even, std::int16_t odd) {
+  QVX_AVX512_TARGET static V Turns(std::int16_t even, std::int16_t odd) {
     return _mm512_set1_epi32(static_cast<std::uint16_t>(even) | odd * 0x10000);
   }
 
   // The word at a byte of each four bytes, twice.
-  QVX_512 static V Twice(int byte) {
+  QVX_AVX512_TARGET static V Twice(int byte) {
     const int word = byte | (byte + 1) << 8;
     const __m128i block = _mm_setr_epi32(word * 0x10001, (word + 0x0404) * 0x10001,
                                          (word + 0x0808) * 0x10001, (word + 0x0C0C) * 0x10001);
@@ -121,8 +119,8 @@ constexpr Indices kToTriples = MakeIndices([](std::size_t i) {
   return PackedPlace(PixelAtPlace(i, kComponent));
 });
 
-QVX_512 void PackedToRgb888(const std::uint8_t* in, std::size_t pairs, bool v_first, bool bgr,
-                            std::uint8_t* out) {
+QVX_AVX512_TARGET void PackedToRgb888(const std::uint8_t* in, std::size_t pairs, bool v_first,
+                                      bool bgr, std::uint8_t* out) {
   const PackedFactors factors(v_first);
   std::size_t done = 0;
   for (; done + kStep / 2 <= pairs; done += kStep / 2) {
@@ -147,8 +145,8 @@ constexpr Indices kToFours = MakeIndices([](std::size_t i) {
   return i % 4 / 2 * kStep + pixel / 8 * 16 + i % 2 * 8 + pixel % 8;
 });
 
-QVX_512 inline void StoreFours(const WordPixels& pixels, const std::uint8_t* alpha,
-                               std::uint8_t* out) {
+QVX_AVX512_TARGET inline void StoreFours(const WordPixels& pixels, const std::uint8_t* alpha,
+                                         std::uint8_t* out) {
   const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(alpha));
   const V low = _mm512_packus_epi16(pixels.blue, pixels.green);
   const V high = _mm512_packus_epi16(pixels.red, _mm512_cvtepu8_epi16(bytes));
@@ -156,8 +154,8 @@ QVX_512 inline void StoreFours(const WordPixels& pixels, const std::uint8_t* alp
   Store(_mm512_permutex2var_epi8(low, Load(kToFours<1>.data()), high), out + kStep);
 }
 
-QVX_512 void PackedToArgb(const std::uint8_t* in, std::size_t pairs, bool v_first,
-                          const std::uint8_t* alpha, std::uint8_t* out) {
+QVX_AVX512_TARGET void PackedToArgb(const std::uint8_t* in, std::size_t pairs, bool v_first,
+                                    const std::uint8_t* alpha, std::uint8_t* out) {
   const PackedFactors factors(v_first);
   std::size_t done = 0;
   for (; done + kStep / 4 <= pairs; done += kStep / 4) {
@@ -180,7 +178,7 @@ struct ThreeWords {
 };
 
 template <std::size_t kOdd>
-QVX_512 inline ThreeWords PickWords(V first, V green, V third) {
+QVX_AVX512_TARGET inline ThreeWords PickWords(V first, V green, V third) {
   constexpr __mmask64 kEvenBytes = 0x5555555555555555;
   return {_mm512_maskz_permutexvar_epi8(kEvenBytes, Load(kToWords<kOdd, 0>.data()), first),
           _mm512_maskz_permutexvar_epi8(kEvenBytes, Load(kToWords<kOdd, 1>.data()), green),
@@ -188,12 +186,12 @@ QVX_512 inline ThreeWords PickWords(V first, V green, V third) {
 }
 
 struct Weights {
-  QVX_512 Weights(bool bgr, const RgbFactors& factors)
+  QVX_AVX512_TARGET Weights(bool bgr, const RgbFactors& factors)
       : first(Words(bgr ? factors.blue : factors.red)),
         green(Words(factors.green)),
         third(Words(bgr ? factors.red : factors.blue)) {}
 
-  QVX_512 inline V Apply(const ThreeWords& pixels) const {
+  QVX_AVX512_TARGET inline V Apply(const ThreeWords& pixels) const {
     const V outer = _mm512_add_epi16(_mm512_mulhrs_epi16(pixels.first, first),
                                      _mm512_mulhrs_epi16(pixels.third, third));
     return _mm512_add_epi16(outer, _mm512_mulhrs_epi16(pixels.green, green));
@@ -212,10 +210,10 @@ struct YuvWords {
 };
 
 struct YuvWeights {
-  QVX_512 explicit YuvWeights(bool bgr)
+  QVX_AVX512_TARGET explicit YuvWeights(bool bgr)
       : y(bgr, kFactorsOfY), u(bgr, kFactorsOfU), v(bgr, kFactorsOfV) {}
 
-  QVX_512 inline YuvWords Apply(const std::uint8_t* in) const {
+  QVX_AVX512_TARGET inline YuvWords Apply(const std::uint8_t* in) const {
     const V a = Load(in);
     const V b = Load(in + kStep);
     const V c = Load(in + 2 * kStep);
@@ -232,23 +230,24 @@ struct YuvWeights {
   Weights y, u, v;
 };
 
-QVX_512 inline void StoreBytes(const TwoWords& words, int offset, std::uint8_t* out) {
+QVX_AVX512_TARGET inline void StoreBytes(const TwoWords& words, int offset, std::uint8_t* out) {
   const V joined = _mm512_add_epi16(_mm512_slli_epi16(words.odd, 8), words.even);
   Store(_mm512_add_epi16(joined, Words(offset * 257)), out);
 }
 
-QVX_512 inline V Sum(const TwoWords& words) {
+QVX_AVX512_TARGET inline V Sum(const TwoWords& words) {
   return _mm512_add_epi16(words.even, words.odd);
 }
 
 // The means of 2 to the kBits samples.
 template <int kBits>
-QVX_512 inline void StoreMeans(V sums, std::uint8_t* out) {
+QVX_AVX512_TARGET inline void StoreMeans(V sums, std::uint8_t* out) {
   const V means = _mm512_add_epi16(_mm512_srai_epi16(sums, kBits), Words(128));
   _mm512_mask_cvtepi16_storeu_epi8(out, 0xFFFFFFFF, means);
 }
 
-QVX_512 void RgbToPixels(const std::uint8_t* in, std::size_t pixels, bool bgr, YuvTarget out) {
+QVX_AVX512_TARGET void RgbToPixels(const std::uint8_t* in, std::size_t pixels, bool bgr,
+                                   YuvTarget out) {
   const YuvWeights weights(bgr);
   std::size_t done = 0;
   for (; done + kStep <= pixels; done += kStep) {
@@ -261,7 +260,8 @@ QVX_512 void RgbToPixels(const std::uint8_t* in, std::size_t pixels, bool bgr, Y
                                              {out.y + done, out.u + done, out.v + done});
 }
 
-QVX_512 void RgbToPairs(const std::uint8_t* in, std::size_t pairs, bool bgr, YuvTarget out) {
+QVX_AVX512_TARGET void RgbToPairs(const std::uint8_t* in, std::size_t pairs, bool bgr,
+                                  YuvTarget out) {
   const YuvWeights weights(bgr);
   std::size_t done = 0;
   for (; done + kStep / 2 <= pairs; done += kStep / 2) {
@@ -274,8 +274,9 @@ QVX_512 void RgbToPairs(const std::uint8_t* in, std::size_t pairs, bool bgr, Yuv
                                             {out.y + 2 * done, out.u + done, out.v + done});
 }
 
-QVX_512 void RgbToBlocks(const std::uint8_t* upper, const std::uint8_t* lower, std::size_t blocks,
-                         bool bgr, YuvTarget out, std::uint8_t* lower_y) {
+QVX_AVX512_TARGET void RgbToBlocks(const std::uint8_t* upper, const std::uint8_t* lower,
+                                   std::size_t blocks, bool bgr, YuvTarget out,
+                                   std::uint8_t* lower_y) {
   const YuvWeights weights(bgr);
   std::size_t done = 0;
   for (; done + kStep / 2 <= blocks; done += kStep / 2) {

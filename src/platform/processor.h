@@ -4,10 +4,17 @@
 namespace qvx::platform {
 
 // Code that may run: the processor has it and the system keeps the registers. kAvx2 comes with
-// BMI1, BMI2 and FMA, which compilers use beside it; kAvx512 has AVX-512 F, BW and VBMI.
+// BMI1, BMI2 and FMA, which compilers use beside it; kAvx512 has AVX-512 F, BW, VBMI and
+// VBMI2.
 enum class Vectors { kBaseline, kAvx2, kAvx512 };
 Vectors WidestVectors() noexcept;
 bool HasAvx2() noexcept;
+
+#if defined(__x86_64__)
+// Before functions that only run where the vectors are kAvx512. Small ones become part of callers
+// that have it too.
+#define QVX_AVX512_TARGET __attribute__((target("avx512f,avx512bw,avx512vbmi,avx512vbmi2")))
+#endif
 
 // The widest registers whose 64-bit halves may be multiplied without carries: k128 comes with
 // SSE4.1, k256 with AVX2, k512 with AVX-512 F.

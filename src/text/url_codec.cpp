@@ -6,8 +6,8 @@
 #include <cstring>
 
 #include "platform/wide_dispatch.h"
-#include "text/hex_codec.h"
-#include "text/read_number.h"
+#include "text/url_cursor.h"
+#include "text/url_wide_512.h"
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "text/url_codec.cpp"
@@ -21,16 +21,7 @@ namespace qvx::text {
 namespace {
 
 using Byte = std::uint8_t;
-
-// How far a loop has come. The loops work on copies of their own, which no byte that they write
-// can change, and take the inner ones in whole: so both pointers stay in registers.
-struct Cursor {
-  const Byte* text;
-  const Byte* end;
-  Byte* out;
-
-  std::size_t Left() const { return static_cast<std::size_t>(end - text); }
-};
+using Cursor = UrlCursor;
 
 struct Loops {
   std::size_t (*count_escapes)(const Byte*, std::size_t);
@@ -75,39 +66,6 @@ HWY_INLINE void EncodeMost(Cursor& cursor) {
 
 inline std::size_t CountEscapesPlain(const Byte* text, std::size_t size) {
   return size - static_cast<std::size_t>(std::count_if(text, text + size, IsPlain));
-}
-
-// What strtoul reads from two characters to base 16.
-inline Byte DecodePair(Byte first, Byte second) {
-  const int high = HexDigit(first);
-  const int low = HexDigit(second);
-  if (high >= 0) return static_cast<Byte>(low < 0 ? high : high * 16 + low);
-  if (low < 0) return 0;
-  if (first == '-') return static_cast<Byte>(-low);
-  return static_cast<Byte>(first == '+' || IsBlank(first) ? low : 0);
-}
-
-// Decodes the escape at the cursor, or ends the text if it has no two characters.
-HWY_INLINE void DecodeEscape(Cursor& cursor) {
-  if (cursor.Left() < 3) {
-    cursor.text = cursor.end;
-    return;
-  }
-  *cursor.out++ = DecodePair(cursor.text[1], cursor.text[2]);
-  cursor.text += 3;
-}
-
-// Decodes until count bytes of the text are done, or as few more as the last escape needs.
-HWY_INLINE void DecodeSome(Cursor& cursor, std::size_t count) {
-  const Byte* last = cursor.text + count;
-  while (cursor.text < last) {
-    if (*cursor.text == '%') {
-      DecodeEscape(cursor);
-    } else {
-      const Byte byte = *cursor.text++;
-      *cursor.out++ = byte == '+' ? Byte{' '} : byte;
-    }
-  }
 }
 
 // The bits 0, 3, 6 and so on, where a vector of nothing but escapes has their beginnings.
@@ -352,11 +310,6 @@ HWY_INLINE bool DecodeMixed(Cursor& cursor, V bytes, hn::Mask<D> escapes, std::u
   return true;
 }
 
-HWY_INLINE void SkipDone(Cursor& cursor, std::uint64_t& done) {
-  cursor.text += std::popcount(done);
-  done = 0;
-}
-
 // Decodes all but what is left when less than a vector and the digits behind it remain.
 void Decode(Cursor& progress) {
   const D d;
@@ -405,6 +358,14 @@ const Loops& BestLoops() {
   return QVX_BEST_TARGET_OR(kLoops, kPlainLoops);
 }
 
+void DecodeMost(Cursor& cursor) {
+  if (platform::WidestVectors() == platform::Vectors::kAvx512) {
+    DecodeUrl512(cursor);
+  } else {
+    BestLoops().decode(cursor);
+  }
+}
+
 }  // namespace
 
 std::size_t EncodedUrlSize(const std::uint8_t* text, std::size_t size) {
@@ -429,7 +390,7 @@ std::uint8_t* EncodeUrlPlain(const std::uint8_t* text, std::size_t size, std::ui
 
 std::uint8_t* DecodeUrl(const std::uint8_t* text, std::size_t size, std::uint8_t* out) {
   Cursor cursor{text, text + size, out};
-  BestLoops().decode(cursor);
+  DecodeMost(cursor);
   return DecodeUrlPlain(cursor.text, cursor.Left(), cursor.out);
 }
 
