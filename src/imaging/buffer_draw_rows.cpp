@@ -312,18 +312,28 @@ std::size_t SecondVector(const std::uint8_t* dst, std::size_t step) {
   return bytes % 4 == 0 ? bytes / 4 : step;
 }
 
+// Calls draw(place) for every step pixels that are whole, the first ones and those from second on.
+// Tells where the others begin.
+template <typename Draw>
+std::size_t ForEachStep(std::size_t count, std::size_t step, std::size_t second, Draw draw) {
+  if (count < step) return 0;
+  draw(std::size_t{0});
+  std::size_t done = second;
+  for (; done + step <= count; done += step) draw(done);
+  return done;
+}
+
 // Each vector of target pixels comes from one load of source pixels, or from two.
 template <bool kTwoLoads>
 void PickFrom(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan) {
   const D32 d;
   const std::size_t step = hn::Lanes(d);
   const std::ptrdiff_t last_load = LastLoad(plan);
-  const std::size_t second = SecondVector(dst, step);
+  const std::uint32_t* const taken = plan.places;
   const auto lanes_end = hn::Set(DInt(), static_cast<std::int32_t>(step));
-  std::size_t done = 0;
-  for (; done + step <= plan.count; done = done == 0 ? second : done + step) {
-    const std::ptrdiff_t first = std::min<std::ptrdiff_t>(plan.places[done], last_load);
-    const V32 places = hn::LoadU(d, plan.places + done);
+  const auto draw = [&](std::size_t done) {
+    const std::ptrdiff_t first = std::min<std::ptrdiff_t>(taken[done], last_load);
+    const V32 places = hn::LoadU(d, taken + done);
     const V32 lanes = hn::Sub(places, hn::Set(d, static_cast<std::uint32_t>(first)));
     V32 pixels = Permute(LoadPixels(src + 4 * first), lanes);
     if constexpr (kTwoLoads) {
@@ -333,8 +343,8 @@ void PickFrom(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan) 
       pixels = hn::IfThenElse(near, pixels, Permute(LoadPixels(src + 4 * next), more));
     }
     StorePixels(pixels, dst + 4 * done);
-  }
-  PickEach(dst, src, plan, done);
+  };
+  PickEach(dst, src, plan, ForEachStep(plan.count, step, SecondVector(dst, step), draw));
 }
 
 void PickDoubled(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan) {
@@ -344,15 +354,14 @@ void PickDoubled(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& pla
   const V32 halves = hn::ShiftRight<1>(hn::Iota(d, 0));
   const auto lower = hn::IndicesFromVec(d, halves);
   const auto upper = hn::IndicesFromVec(d, hn::Add(halves, half));
-  std::size_t done = 0;
   const std::size_t aligned = SecondVector(dst, 2 * step);
   const std::size_t second = aligned % 2 == 0 ? aligned : 2 * step;
-  for (; done + 2 * step <= plan.count; done = done == 0 ? second : done + 2 * step) {
+  const auto draw = [&](std::size_t done) {
     const V32 pixels = LoadPixels(src + 2 * done);
     StorePixels(hn::TableLookupLanes(pixels, lower), dst + 4 * done);
     StorePixels(hn::TableLookupLanes(pixels, upper), dst + 4 * (done + step));
-  }
-  PickEach(dst, src, plan, done);
+  };
+  PickEach(dst, src, plan, ForEachStep(plan.count, 2 * step, second, draw));
 }
 
 void Pick(std::uint8_t* dst, const std::uint8_t* src, const PickPlan& plan) {

@@ -171,7 +171,10 @@ void BlendSameSize(const Target& dst, const Source& src) {
 }  // namespace
 
 StretchSteps::StretchSteps(std::int64_t source, std::int64_t target)
-    : whole_step_(source / target), rest_step_(2 * (source % target)), divisor_(2 * target) {
+    : whole_step_(source / target),
+      rest_step_(2 * (source % target)),
+      divisor_(2 * target),
+      next_rest_(divisor_ - rest_step_) {
   // Bresenham's error terms in closed form: enlarging takes the place below source * (2i + 1),
   // shrinking the place above source * (2i - 1), both divided by 2 * target.
   const std::int64_t start = source > target ? divisor_ - 1 - source : source;
@@ -181,14 +184,6 @@ StretchSteps::StretchSteps(std::int64_t source, std::int64_t target)
     rest_ += divisor_;
     --place_;
   }
-}
-
-void StretchSteps::Next() {
-  place_ += whole_step_;
-  rest_ += rest_step_;
-  if (rest_ < divisor_) return;
-  rest_ -= divisor_;
-  ++place_;
 }
 
 void Stretch(const Target& dst, const Source& src) {

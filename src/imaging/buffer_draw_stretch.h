@@ -13,7 +13,12 @@ class StretchSteps {
   StretchSteps(std::int64_t source, std::int64_t target);
 
   std::int64_t Place() const { return place_ < 0 ? 0 : place_; }
-  void Next();
+
+  void Next() {
+    const bool passes = rest_ >= next_rest_;
+    rest_ += passes ? rest_step_ - divisor_ : rest_step_;
+    place_ += whole_step_ + (passes ? 1 : 0);
+  }
 
  private:
   std::int64_t place_;
@@ -21,6 +26,7 @@ class StretchSteps {
   std::int64_t whole_step_;
   std::int64_t rest_step_;
   std::int64_t divisor_;
+  std::int64_t next_rest_;  // from here on a step passes one place more
 };
 
 // Both sides have the same size of pixels.
