@@ -63,15 +63,27 @@ void JoinPacked(YuvSource in, std::size_t pairs, std::uint8_t* out) {
                                out + 4 * done);
 }
 
+// Where the second vector of a row begins: at an aligned address, where it writes some of the first
+// one's bytes again.
+HWY_INLINE std::size_t SecondVector(const std::uint8_t* row) {
+  return kStep - reinterpret_cast<std::uintptr_t>(row) % kStep;
+}
+
+HWY_INLINE void SplitVector(const std::uint8_t* in, std::uint8_t* even, std::uint8_t* odd) {
+  V8 first;
+  V8 second;
+  LoadPairs(in, first, second);
+  hn::StoreU(first, k8, even);
+  hn::StoreU(second, k8, odd);
+}
+
 void SplitTwo(const std::uint8_t* in, std::size_t count, std::uint8_t* even, std::uint8_t* odd) {
   std::size_t done = 0;
-  for (; done + kStep <= count; done += kStep) {
-    V8 first;
-    V8 second;
-    LoadPairs(in + 2 * done, first, second);
-    hn::StoreU(first, k8, even + done);
-    hn::StoreU(second, k8, odd + done);
+  if (count >= kStep) {
+    SplitVector(in, even, odd);
+    done = SecondVector(even);
   }
+  for (; done + kStep <= count; done += kStep) SplitVector(in + 2 * done, even + done, odd + done);
   kPlainRepackRows.split_two(in + 2 * done, count - done, even + done, odd + done);
 }
 
