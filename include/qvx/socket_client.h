@@ -96,11 +96,16 @@ class QVX_API CSocketClient : public IThreadFuncInterface {
   // A null at the first question makes the packet an ordinary one for OnClientReceiveData. A
   // null later drops bytes, and the question comes again for the next. When all has come,
   // OnPlacedPacket takes the place of OnClientReceiveData; 0 ends the connection.
+  // Before the second question for a large payload, and each later one, OnPourPayload may take
+  // bytes of it off the socket by itself, from nOffset on and without waiting. It answers their
+  // count; 0, the default, leaves the receive to OnPlacePayload.
   void SetPlacedHead(std::uint32_t nHeadSize);
   virtual unsigned char* OnPlacePayload(const unsigned char* pHead, std::uint32_t nLength,
                                         std::uint32_t nOffset, std::uint32_t* pRoom);
   virtual void OnPayloadPlaced(std::uint32_t nOffset, std::uint32_t nSize);
   virtual int OnPlacedPacket(const unsigned char* pHead, std::uint32_t nLength);
+  virtual std::uint32_t OnPourPayload(const unsigned char* pHead, std::uint32_t nLength,
+                                      std::uint32_t nOffset, std::uint64_t nSocketFD);
 
   // SendData of several parts as one packet, or in raw mode one after the other, without
   // copying. Unlike SendData waits for room from the first byte on, so that a sender that runs

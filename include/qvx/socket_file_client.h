@@ -106,6 +106,8 @@ class QVX_API CSocketFileClient : public CTCPSocketClient, public IClientSocketL
                                 std::uint32_t nOffset, std::uint32_t* pRoom) override;
   void OnPayloadPlaced(std::uint32_t nOffset, std::uint32_t nSize) override;
   int OnPlacedPacket(const unsigned char* pHead, std::uint32_t nLength) override;
+  std::uint32_t OnPourPayload(const unsigned char* pHead, std::uint32_t nLength,
+                              std::uint32_t nOffset, std::uint64_t nSocketFD) override;
 
  private:
   friend class qvx::netfile::Copy;

@@ -30,6 +30,10 @@ unsigned char* PacketSink::Place(const tagTCPPACKETRECV&, std::uint32_t*) {
 
 void PacketSink::Placed(const tagTCPPACKETRECV&, std::uint32_t) {}
 
+std::uint32_t PacketSink::Pour(const tagTCPPACKETRECV&, std::uint64_t) {
+  return 0;
+}
+
 bool PacketSink::OnPlacedPacket(const tagTCPPACKETRECV&) {
   return true;
 }
@@ -70,6 +74,7 @@ class PacketReader::Pass {
 
   platform::IoResult ReceiveOnce() {
     if (HasHeader() && Missing() > 0) {
+      if (const std::uint32_t poured = Pour()) return {poured, 0};
       const Target target = NextTarget();
       if (target.data != nullptr) return ReceiveInto(target);
     }
@@ -79,6 +84,16 @@ class PacketReader::Pass {
     staged_size_ = result.bytes;
     drained_ = result.bytes < size;
     return result;
+  }
+
+  // Bytes that the sink took off the socket.
+  std::uint32_t Pour() {
+    if (record_.nPlacing != kPlaced || record_.nLength < kLargePayload) return 0;
+    const std::uint32_t missing = Missing();
+    const std::uint32_t poured = std::min(sink_.Pour(record_, socket_), missing);
+    record_.nPayloadBytes += poured;
+    drained_ = poured < missing;
+    return poured;
   }
 
   platform::IoResult ReceiveInto(const Target& target) {

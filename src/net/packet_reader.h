@@ -28,6 +28,7 @@ class PacketSink {
   virtual unsigned char* Place(const tagTCPPACKETRECV& record, std::uint32_t* room);
   virtual void Placed(const tagTCPPACKETRECV& record, std::uint32_t size);
   virtual bool OnPlacedPacket(const tagTCPPACKETRECV& record);
+  virtual std::uint32_t Pour(const tagTCPPACKETRECV& record, std::uint64_t socket);
 };
 
 class PacketReader {

@@ -143,6 +143,10 @@ class ClientReceiver final : public PacketSink {
     client_.OnPayloadPlaced(record.nPayloadBytes, size);
   }
 
+  std::uint32_t Pour(const tagTCPPACKETRECV& record, std::uint64_t socket) override {
+    return client_.OnPourPayload(record.pPayload, record.nLength, record.nPayloadBytes, socket);
+  }
+
   bool OnPlacedPacket(const tagTCPPACKETRECV& record) override {
     return Count(record, client_.OnPlacedPacket(record.pPayload, record.nLength));
   }
@@ -386,6 +390,11 @@ unsigned char* CSocketClient::OnPlacePayload(const unsigned char*, std::uint32_t
 }
 
 void CSocketClient::OnPayloadPlaced(std::uint32_t, std::uint32_t) {}
+
+std::uint32_t CSocketClient::OnPourPayload(const unsigned char*, std::uint32_t, std::uint32_t,
+                                           std::uint64_t) {
+  return 0;
+}
 
 int CSocketClient::OnPlacedPacket(const unsigned char*, std::uint32_t) {
   return 1;

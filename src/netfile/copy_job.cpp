@@ -92,10 +92,19 @@ void Copy::FinishAll() {
   }
 }
 
+FileSinkWays& Copy::SinkWays() {
+  MakeScratch();
+  return ways_;
+}
+
 unsigned char* Copy::Scratch() {
-  if (!scratch_)
-    scratch_ = std::make_unique_for_overwrite<unsigned char[]>(FileSink::kScratchBytes);
-  return scratch_.get();
+  MakeScratch();
+  return ways_.scratch.get();
+}
+
+void Copy::MakeScratch() {
+  if (!ways_.scratch)
+    ways_.scratch = std::make_unique_for_overwrite<unsigned char[]>(FileSink::kScratchBytes);
 }
 
 std::int32_t CopyJob::CopyBlocks() {

@@ -81,10 +81,13 @@ class Copy {
   // Waits for all of them.
   void FinishAll();
 
-  // FileSink::kScratchBytes for whatever is under way at the moment.
+  // Both for whatever is under way at the moment; the scratch block has FileSink::kScratchBytes.
+  FileSinkWays& SinkWays();
   unsigned char* Scratch();
 
  private:
+  void MakeScratch();
+
   CSocketFileClient& client_;
   std::uint64_t timeout_;
   INetFileCopyProgressListener* listener_;
@@ -97,7 +100,7 @@ class Copy {
   bool all_done_ = true;
   std::deque<std::unique_ptr<CopyJob>> ahead_;
   std::deque<std::unique_ptr<Ending>> endings_;
-  std::unique_ptr<unsigned char[]> scratch_;
+  FileSinkWays ways_;
 };
 
 // A step of a destructor; where memory runs out it is given up.

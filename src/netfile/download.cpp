@@ -61,7 +61,7 @@ void Download::RequestBlocks(std::size_t most) {
   while (blocks_.size() < most && requested_ < total_) {
     auto bytes =
         static_cast<std::uint32_t>(std::min<std::uint64_t>(total_ - requested_, kBlockBytes));
-    FileSink file(temporary_, requested_, copy_.Scratch());
+    FileSink file(temporary_, requested_, copy_.SinkWays());
     auto block = std::make_unique<Block>(copy_.Client(), file, bytes);
     block->read.StartReadIntoFile(handle_, requested_, &block->file, bytes);
     blocks_.push_back(std::move(block));

@@ -95,7 +95,7 @@ namespace qvx::netfile {
 
 unsigned char* FileSink::Place(std::uint32_t* room) const {
   *room = std::min(*room, kScratchBytes - held_);
-  return scratch_ + held_;
+  return ways_.scratch.get() + held_;
 }
 
 void FileSink::Placed(std::uint32_t size) {
@@ -104,8 +104,20 @@ void FileSink::Placed(std::uint32_t size) {
 }
 
 void FileSink::Flush() {
-  Write(scratch_, held_);
+  Write(ways_.scratch.get(), held_);
   held_ = 0;
+}
+
+std::uint32_t FileSink::Pour(std::uint64_t socket, std::uint32_t size) {
+  if (failed_) return 0;
+  bool written = false;
+  const auto poured =
+      static_cast<std::uint32_t>(ways_.pipe.Pour(socket, size, file_, offset_ + held_, &written));
+  if (poured == 0) return 0;
+  Flush();
+  failed_ |= !written;
+  offset_ += poured;
+  return poured;
 }
 
 void FileSink::Write(const unsigned char* data, std::uint32_t size) {

@@ -6,24 +6,34 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "platform/file.h"
+#include "platform/pour_pipe.h"
 #include "qvx/socket_file_client.h"
 #include "qvx/socket_file_protocol.h"
 #include "qvx/sync.h"
 
 namespace qvx::netfile {
 
-// Takes the bytes of one read, in order, and writes them to a file right where they arrived,
-// while they are warm. Of one read at a time; the scratch block may serve the reads of a whole
-// connection.
+// How the bytes of downloads come to their files. Serves the reads of one connection in turn.
+struct FileSinkWays {
+  platform::PourPipe pipe;
+  std::unique_ptr<unsigned char[]> scratch;
+};
+
+// Takes the bytes of one read, in order, and writes them to a file: off the socket, or right
+// where they arrived in the scratch block, while they are warm. Of one read at a time.
 class FileSink {
  public:
   static constexpr std::uint32_t kScratchBytes = 0x40000;
 
-  FileSink(const platform::File& file, std::uint64_t offset, unsigned char* scratch)
-      : file_(file), offset_(offset), scratch_(scratch) {}
+  FileSink(const platform::File& file, std::uint64_t offset, FileSinkWays& ways)
+      : file_(file), offset_(offset), ways_(ways) {}
+
+  // Takes up to size bytes that wait on the socket; their count, 0 where Place must serve.
+  std::uint32_t Pour(std::uint64_t socket, std::uint32_t size);
 
   // Where the next bytes go; room falls to what fits there.
   unsigned char* Place(std::uint32_t* room) const;
@@ -36,7 +46,7 @@ class FileSink {
  private:
   const platform::File& file_;
   std::uint64_t offset_;
-  unsigned char* scratch_;
+  FileSinkWays& ways_;
   std::uint32_t held_ = 0;
   bool failed_ = false;
 };

@@ -258,6 +258,14 @@ void CSocketFileClient::OnPayloadPlaced(std::uint32_t, std::uint32_t nSize) {
   mWaiterLock.Unlock();
 }
 
+std::uint32_t CSocketFileClient::OnPourPayload(const unsigned char* pHead, std::uint32_t nLength,
+                                               std::uint32_t nOffset, std::uint64_t nSocketFD) {
+  CAutoBaseLock lock(&mWaiterLock);
+  const tagSOCKETFILEWAITER* reader = FindReader(pHead, nLength);
+  if (!reader || !reader->file) return 0;
+  return reader->file->Pour(nSocketFD, nLength - nOffset);
+}
+
 int CSocketFileClient::OnPlacedPacket(const unsigned char* pHead, std::uint32_t nLength) {
   CAutoBaseLock lock(&mWaiterLock);
   if (tagSOCKETFILEWAITER* waiter = FindReader(pHead, nLength)) {

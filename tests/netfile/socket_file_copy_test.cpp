@@ -104,6 +104,15 @@ TEST_P(Copies, AFailedWriteLeavesNothing) {
   EXPECT_TRUE(ReadWhole(target_.Path("file")) == Pattern(2000000));
 }
 
+// A block of which a part has come through memory and the rest past it.
+TEST_P(Copies, ReceivesInPiecesGiveTheSameFile) {
+  source_.Write("file", Pattern(3000000));
+  FaultPlan plan;
+  plan.Shorten(Operation::kReceive, 1, 20000, 30).Shorten(Operation::kReceive, 50, 100001, 30);
+  EXPECT_EQ(CopyFileEx("file"), SOCKET_FILE_COPY_DONE);
+  EXPECT_TRUE(ReadWhole(target_.Path("file")) == Pattern(3000000));
+}
+
 TEST_P(Copies, WhereMemoryRunsOutNothingIsLeft) {
   source_.Write("file", Pattern(600000));
   int seen = 0;
