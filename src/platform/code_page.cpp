@@ -189,32 +189,38 @@ std::optional<std::string> AnsiFromWide(std::u16string_view text) {
   return result;
 }
 
-std::u16string Utf8ToUtf16(std::string_view text, bool* exact) {
-  std::u16string result(text.size(), u'\0');
-  char16_t* out = result.data();
-  bool valid = true;
+namespace {
+
+// The text anew, character by character, where room units hold all of it; valid tells whether
+// every character was.
+template <typename Out, typename In, typename Decode, typename Encode>
+std::basic_string<Out> Converted(std::basic_string_view<In> text, std::size_t room, Decode decode,
+                                 Encode encode, bool& valid) {
+  std::basic_string<Out> result(room, Out{});
+  Out* out = result.data();
+  valid = true;
   while (!text.empty()) {
-    const Decoded decoded = DecodeUtf8(text);
+    const Decoded decoded = decode(text);
     valid = valid && decoded.valid;
-    out = EncodeUtf16(decoded.character, out);
+    out = encode(decoded.character, out);
     text.remove_prefix(static_cast<std::size_t>(decoded.units));
   }
   result.resize(static_cast<std::size_t>(out - result.data()));
+  return result;
+}
+
+}  // namespace
+
+std::u16string Utf8ToUtf16(std::string_view text, bool* exact) {
+  bool valid;
+  auto result = Converted<char16_t>(text, text.size(), DecodeUtf8, EncodeUtf16, valid);
   if (exact != nullptr) *exact = valid;
   return result;
 }
 
 std::string Utf16ToUtf8(std::u16string_view text, bool* exact) {
-  std::string result(text.size() * 3, '\0');
-  char* out = result.data();
-  bool valid = true;
-  while (!text.empty()) {
-    const Decoded decoded = DecodeUtf16(text);
-    valid = valid && decoded.valid;
-    out = EncodeUtf8(decoded.character, out);
-    text.remove_prefix(static_cast<std::size_t>(decoded.units));
-  }
-  result.resize(static_cast<std::size_t>(out - result.data()));
+  bool valid;
+  auto result = Converted<char>(text, text.size() * 3, DecodeUtf16, EncodeUtf8, valid);
   if (exact != nullptr) *exact = valid;
   return result;
 }
