@@ -33,16 +33,13 @@ Names Sorted(Names names) {
 }
 
 template <typename C>
+std::basic_string<C> TextAt(CPtrCtrl& list, int index) {
+  return static_cast<const C*>(list.GetAt(index));
+}
+
 Names Texts(CPtrCtrl& list) {
   Names texts;
-  for (int i = 0; i < list.GetCount(); ++i) {
-    const std::basic_string<C> text = static_cast<const C*>(list.GetAt(i));
-    if constexpr (sizeof(C) == 1) {
-      texts.push_back(text);
-    } else {
-      texts.push_back(platform::FromNativePath<char>(*platform::ToNativePath(text)).value());
-    }
-  }
+  for (int i = 0; i < list.GetCount(); ++i) texts.push_back(TextAt<char>(list, i));
   return texts;
 }
 
@@ -51,30 +48,15 @@ struct Lists {
   Names files;
 };
 
-Lists ListNarrow(const std::string& native, const char* filter, int hidden, int full) {
+Lists List(const std::string& native, const char* filter, int hidden, int full) {
   CPtrListCtrl folders;
   CPtrArrayCtrl files;
   GetLocalFolderFileListA(Library<char>(native).c_str(), &folders, &files, filter, hidden, full);
-  Lists lists{Texts<char>(folders), Texts<char>(files)};
+  Lists lists{Sorted(Texts(folders)), Sorted(Texts(files))};
   FreeFileListA(&folders);
   FreeFileListA(&files);
   EXPECT_EQ(folders.GetCount() + files.GetCount(), 0);
   return lists;
-}
-
-// Both twins must give the same, in the same order.
-Lists List(const std::string& native, const char* filter, int hidden, int full) {
-  CPtrListCtrl folders;
-  CPtrListCtrl files;
-  const std::u16string wide_filter = WideText(filter == nullptr ? "" : filter);
-  GetLocalFolderFileListW(Library<char16_t>(native).c_str(), &folders, &files,
-                          filter == nullptr ? nullptr : wide_filter.c_str(), hidden, full);
-  Lists lists = ListNarrow(native, filter, hidden, full);
-  EXPECT_EQ(Texts<char16_t>(folders), lists.folders);
-  EXPECT_EQ(Texts<char16_t>(files), lists.files);
-  FreeFileListW(&folders);
-  FreeFileListW(&files);
-  return {Sorted(lists.folders), Sorted(lists.files)};
 }
 
 TEST(FolderList, KindsHiddenAndFullPaths) {
@@ -117,23 +99,29 @@ TEST(FolderList, Filter) {
   EXPECT_EQ(files(".tx;"), (Names{"c.tx"}));
 }
 
-TEST(FolderList, ListsAreEmptiedAndMayBeMissing) {
+TEST(FolderList, ListsAreEmptiedAndMayBeMissingAndWide) {
   TempFolder folder;
   fs::create_directories(folder.Path("sub"));
-  folder.Write("f", "");
+  const std::string file = folder.Write("\u4E2D \\:*?\xFF", "");
   const std::string path = Library<char>(folder.Path());
   int kept = 0;
-  CPtrListCtrl list;
-  list.AddData(&kept, -1);
-  GetLocalFolderFileListA(nullptr, &list, nullptr, nullptr, 1, 0);
-  EXPECT_EQ(list.GetCount(), 0);
-  GetLocalFolderFileListA(path.c_str(), nullptr, &list, nullptr, 1, 0);
-  EXPECT_EQ(Texts<char>(list), (Names{"f"}));
-  FreeFileListA(&list);
-  GetLocalFolderFileListA(path.c_str(), &list, nullptr, nullptr, 1, 0);
-  EXPECT_EQ(Texts<char>(list), (Names{"sub"}));
-  FreeFileListA(&list);
+  CPtrListCtrl folders;
+  CPtrListCtrl files;
+  folders.AddData(&kept, -1);
+  GetLocalFolderFileListA(nullptr, &folders, nullptr, nullptr, 1, 0);
+  EXPECT_EQ(folders.GetCount(), 0);
+  GetLocalFolderFileListA(path.c_str(), nullptr, &files, nullptr, 1, 1);
+  EXPECT_EQ(Texts(files), Names{Library<char>(file)});
+  GetLocalFolderFileListA(path.c_str(), &folders, nullptr, nullptr, 1, 0);
+  EXPECT_EQ(Texts(folders), Names{"sub"});
+  FreeFileListA(&files);
+  FreeFileListA(&folders);
   FreeFileListA(nullptr);
+  GetLocalFolderFileListW(WideText(path).c_str(), &folders, &files, nullptr, 0, 1);
+  EXPECT_EQ(TextAt<char16_t>(files, 0), Library<char16_t>(file));
+  EXPECT_EQ(TextAt<char16_t>(folders, 0), Library<char16_t>(folder.Path("sub")));
+  FreeFileListW(&folders);
+  FreeFileListW(&files);
 }
 
 class Recorder : public ISkippedEntryListener {
@@ -183,7 +171,7 @@ TEST(FolderList, NarrowNamesThatTheCodePageLacksAreLeftOut) {
   folder.Write("\U0001F600", "");
   ASSERT_EQ(SetAnsiCodePage(936), 1);
   Recorder recorder;
-  const Names files = ListNarrow(folder.Path(), nullptr, 1, 0).files;
+  const Names files = List(folder.Path(), nullptr, 1, 0).files;
   SetAnsiCodePage(65001);
   EXPECT_EQ(files, (Names{"\xD6\xD0"}));
   EXPECT_EQ(recorder.skipped, (Skipped{{folder.Path("\U0001F600"), kSkippedNoNarrowForm}}));
@@ -200,12 +188,12 @@ TEST(FolderList, SubFoldersComeAheadOfTheirParentsFiles) {
   const std::string base = root + "\\r\\";
   CPtrListCtrl list;
   GetSubFolderFileListA(root.c_str(), "r", &list, ".txt", 1, 1);
-  EXPECT_EQ(Texts<char>(list), (Names{base + "s\\t\\c.txt", base + "s\\b.txt", base + "a.txt"}));
+  EXPECT_EQ(Texts(list), (Names{base + "s\\t\\c.txt", base + "s\\b.txt", base + "a.txt"}));
   GetSubFolderFileListA(root.c_str(), "r", &list, nullptr, 1, 0);
   EXPECT_EQ(list.GetCount(), 4);
   FreeFileListA(&list);
   GetSubFolderFileListW(WideText(root).c_str(), u"r", &list, u".log", 1, 1);
-  EXPECT_EQ(Texts<char16_t>(list), (Names{base + "s\\t\\c.log"}));
+  EXPECT_EQ(TextAt<char16_t>(list, 0), WideText(base + "s\\t\\c.log"));
   FreeFileListW(&list);
   GetSubFolderFileListA(root.c_str(), std::string(300, 'x').c_str(), &list, nullptr, 1, 1);
   EXPECT_EQ(list.GetCount(), 0);
@@ -217,19 +205,17 @@ TEST(FindFile, InOneFolder) {
   folder.Write(".h", "");
   fs::create_directories(folder.Path("sub"));
   const std::string path = Library<char>(folder.Path());
-  const auto find = [&path](const char* name, int hidden) {
-    const int found = FindFileInFolderA(path.c_str(), name, hidden);
-    EXPECT_EQ(FindFileInFolderW(WideText(path).c_str(), WideText(name).c_str(), hidden), found);
-    return found;
-  };
-  EXPECT_EQ(find("a.txt", 0), 1);
-  EXPECT_EQ(find("A.TXT", 0), 0);
-  EXPECT_EQ(find("*.txt", 0), 0);
-  EXPECT_EQ(find("sub", 0), 1);
-  EXPECT_EQ(find(".h", 0), 0);
-  EXPECT_EQ(find(".h", 1), 1);
-  EXPECT_EQ(find(".", 1) + find("..", 1) + find("", 1), 0);
-  EXPECT_EQ(FindFileInFolderA(nullptr, "a", 1) + FindFileInFolderA(path.c_str(), nullptr, 1), 0);
+  const struct {
+    const char* name;
+    int hidden;
+    int found;
+  } cases[] = {{"a.txt", 0, 1}, {"A.TXT", 0, 0}, {"*.txt", 0, 0}, {"sub", 0, 1}, {".h", 0, 0},
+               {".h", 1, 1},    {".", 1, 0},     {"..", 1, 0},    {"", 1, 0},    {nullptr, 1, 0}};
+  for (const auto& each : cases) {
+    EXPECT_EQ(FindFileInFolderA(path.c_str(), each.name, each.hidden), each.found);
+  }
+  EXPECT_EQ(FindFileInFolderW(WideText(path).c_str(), u"a.txt", 0), 1);
+  EXPECT_EQ(FindFileInFolderA(nullptr, "a", 1), 0);
 }
 
 TEST(FindFile, InATree) {
@@ -278,18 +264,16 @@ TEST(FolderTree, Copying) {
   fs::create_directories(folder.Path("source/sub/empty"));
   folder.Write("source/.hidden", "1");
   folder.Write("source/sub/\u4E2D:", "2");
-  const std::string source = Library<char>(folder.Path("source"));
-  RecursiveCopyDirectoryA(source.c_str(), Library<char>(folder.Path("x/target")).c_str());
+  ASSERT_EQ(mkfifo(folder.Path("source/sub/p").c_str(), 0600), 0);
+  Recorder recorder;
+  RecursiveCopyDirectoryA(Library<char>(folder.Path("source")).c_str(),
+                          Library<char>(folder.Path("x/target")).c_str());
   EXPECT_EQ(ReadWhole(folder.Path("x/target/.hidden")), "1");
   EXPECT_EQ(ReadWhole(folder.Path("x/target/sub/\u4E2D:")), "2");
-  EXPECT_TRUE(fs::is_empty(folder.Path("x/target/sub/empty")));
+  EXPECT_EQ(recorder.skipped, (Skipped{{folder.Path("source/sub/p"), kSkippedSpecial}}));
   RecursiveCopyDirectoryW(Library<char16_t>(folder.Path("source/sub/empty")).c_str(),
                           Library<char16_t>(folder.Path("y")).c_str());
   EXPECT_TRUE(fs::is_empty(folder.Path("y")));
-  Recorder recorder;
-  ASSERT_EQ(mkfifo(folder.Path("source/sub/p").c_str(), 0600), 0);
-  RecursiveCopyDirectoryA(source.c_str(), Library<char>(folder.Path("z")).c_str());
-  EXPECT_EQ(recorder.skipped, (Skipped{{folder.Path("source/sub/p"), kSkippedSpecial}}));
 }
 
 std::size_t OpenDescriptors() {
@@ -312,11 +296,11 @@ void WithEachAllocationFailing(Call call) {
   }
 }
 
-TEST(OutOfMemory, ListsStayWholeAndNothingStaysOpen) {
+TEST(OutOfMemory, ListsStayWholeAndCopiesLeaveNoTemporary) {
   TempFolder folder;
   fs::create_directories(folder.Path("a_folder_with_a_name/another_one"));
-  WriteFile(folder.Path("a_folder_with_a_name/a_file_with_a_longer_name.txt"), "x");
-  WriteFile(folder.Path("a_folder_with_a_name/another_one/a_file_with_a_name.txt"), "x");
+  folder.Write("a_folder_with_a_name/a_file_with_a_longer_name.txt", "x");
+  folder.Write("a_folder_with_a_name/another_one/a_file_with_a_name.txt", "content");
   const std::string root = Library<char>(folder.Path());
   CPtrListCtrl list;
   WithEachAllocationFailing([&] {
@@ -325,21 +309,13 @@ TEST(OutOfMemory, ListsStayWholeAndNothingStaysOpen) {
   });
   EXPECT_EQ(list.GetCount(), 2);
   FreeFileListA(&list);
-}
 
-TEST(OutOfMemory, CopiesLeaveNoTemporary) {
-  TempFolder folder;
-  fs::create_directories(folder.Path("source/sub"));
-  WriteFile(folder.Path("source/sub/f"), "content");
-  const std::string source = Library<char>(folder.Path("source"));
-  const std::string target = Library<char>(folder.Path("target"));
+  const std::string source = root + "\\a_folder_with_a_name";
+  const std::string target = root + "\\copy";
   WithEachAllocationFailing([&] { RecursiveCopyDirectoryA(source.c_str(), target.c_str()); });
-  Names found;
-  for (const auto& entry : fs::recursive_directory_iterator(folder.Path("target"))) {
-    found.push_back(entry.path().filename().string());
-  }
-  EXPECT_EQ(Sorted(found), (Names{"f", "sub"}));
-  EXPECT_EQ(ReadWhole(folder.Path("target/sub/f")), "content");
+  const fs::recursive_directory_iterator copied(folder.Path("copy"));
+  EXPECT_EQ(std::distance(begin(copied), end(copied)), 3);
+  EXPECT_EQ(ReadWhole(folder.Path("copy/another_one/a_file_with_a_name.txt")), "content");
 }
 
 }  // namespace

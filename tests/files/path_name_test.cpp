@@ -6,8 +6,10 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <optional>
 #include <set>
 #include <string>
+#include <type_traits>
 
 #include "files/library_path.h"
 #include "qvx/platform.h"
@@ -17,77 +19,85 @@
 namespace qvx::test {
 namespace {
 
-// Runs a narrow function and its wide twin on ASCII texts; both must give the same.
-template <typename Narrow, typename Wide>
-std::string Both(Narrow narrow, Wide wide) {
+class WideArgument {
+ public:
+  explicit WideArgument(const char* ascii) {
+    if (ascii != nullptr) text_ = WideText(ascii);
+  }
+  operator const WCHAR*() const { return text_ ? text_->c_str() : nullptr; }
+
+ private:
+  std::optional<std::u16string> text_;
+};
+
+WideArgument Widened(const char* ascii) {
+  return WideArgument(ascii);
+}
+
+int Widened(int number) {
+  return number;
+}
+
+// What a narrow function writes into its first argument; its wide twin must write the same.
+template <typename Narrow, typename Wide, typename... Arguments>
+std::string Written(Narrow narrow, Wide wide, Arguments... arguments) {
   char text[600] = "untouched";
   WCHAR wide_text[600] = u"untouched";
-  narrow(text);
-  wide(wide_text);
+  if constexpr (std::is_void_v<decltype(narrow(text, arguments...))>) {
+    narrow(text, arguments...);
+    wide(wide_text, Widened(arguments)...);
+  } else {
+    EXPECT_EQ(narrow(text, arguments...), 1);
+    EXPECT_EQ(wide(wide_text, Widened(arguments)...), 1);
+  }
   EXPECT_EQ(WideText(text), wide_text);
   return text;
 }
 
-std::string Combine(const char* folder, const char* name) {
-  const std::u16string wide_folder = WideText(folder == nullptr ? "" : folder);
-  const std::u16string wide_name = WideText(name == nullptr ? "" : name);
-  return Both([&](char* dest) { EXPECT_EQ(CombinePathNameA(dest, folder, name), 1); },
-              [&](WCHAR* dest) {
-                CombinePathNameW(dest, folder == nullptr ? nullptr : wide_folder.c_str(),
-                                 name == nullptr ? nullptr : wide_name.c_str());
-              });
-}
-
-// A pair of functions with a result and one argument.
-template <typename Narrow, typename Wide>
-std::string OfPath(Narrow narrow, Wide wide, const std::string& path) {
-  const std::u16string wide_path = WideText(path);
-  return Both([&](char* dest) { EXPECT_EQ(narrow(dest, path.c_str()), 1); },
-              [&](WCHAR* dest) { EXPECT_EQ(wide(dest, wide_path.c_str()), 1); });
-}
-
-std::string FixPath(std::string path) {
-  path.resize(path.size() + 2);
-  FixToPathNameA(path.data());
-  return path.c_str();
-}
-
-std::string FixFile(std::string path) {
-  FixToFileNameA(path.data());
+// What a function that works in place makes of a text.
+template <typename C, typename... Arguments>
+std::basic_string<C> Changed(void (*function)(C*, Arguments...),
+                             std::type_identity_t<std::basic_string<C>> path,
+                             std::type_identity_t<Arguments>... arguments) {
+  path.resize(path.size() + 10);
+  function(path.data(), arguments...);
   return path.c_str();
 }
 
 TEST(PathName, TrailingBackslash) {
-  EXPECT_EQ(FixPath(""), "");
-  EXPECT_EQ(FixPath("C:\\a\\"), "C:\\a\\");
-  EXPECT_EQ(FixPath("C:\\a"), "C:\\a\\");
-  EXPECT_EQ(FixFile(""), "");
-  EXPECT_EQ(FixFile("C:\\a\\\\"), "C:\\a\\");
-  EXPECT_EQ(FixFile("C:\\a"), "C:\\a");
-  WCHAR wide[8] = u"\u4E2D";
-  FixToPathNameW(wide);
-  EXPECT_EQ(std::u16string(wide), u"\u4E2D\\");
-  FixToFileNameW(wide);
-  EXPECT_EQ(std::u16string(wide), u"\u4E2D");
+  EXPECT_EQ(Changed(FixToPathNameA, ""), "");
+  EXPECT_EQ(Changed(FixToPathNameA, "C:\\a\\"), "C:\\a\\");
+  EXPECT_EQ(Changed(FixToPathNameA, "C:\\a"), "C:\\a\\");
+  EXPECT_EQ(Changed(FixToPathNameW, u"\u4E2D"), u"\u4E2D\\");
+  EXPECT_EQ(Changed(FixToFileNameA, ""), "");
+  EXPECT_EQ(Changed(FixToFileNameA, "C:\\a\\\\"), "C:\\a\\");
+  EXPECT_EQ(Changed(FixToFileNameA, "C:\\a"), "C:\\a");
+  EXPECT_EQ(Changed(FixToFileNameW, u"\u4E2D\\"), u"\u4E2D");
 }
 
-TEST(PathName, Combine) {
-  EXPECT_EQ(Combine("C:\\a", "b.txt"), "C:\\a\\b.txt");
-  EXPECT_EQ(Combine("C:\\a\\", "b.txt"), "C:\\a\\b.txt");
-  EXPECT_EQ(Combine("", "b.txt"), "b.txt");
-  EXPECT_EQ(Combine(nullptr, "b.txt"), "b.txt");
-  EXPECT_EQ(Combine("C:\\a", nullptr), "C:\\a\\");
-  EXPECT_EQ(Combine("C:\\a", "\\b"), "C:\\a\\\\b");
-  EXPECT_EQ(Combine(nullptr, nullptr), "");
+TEST(PathName, CombineAndAbsolute) {
+  const auto combine = [](const char* folder, const char* name) {
+    return Written(CombinePathNameA, CombinePathNameW, folder, name);
+  };
+  EXPECT_EQ(combine("C:\\a", "b.txt"), "C:\\a\\b.txt");
+  EXPECT_EQ(combine("C:\\a\\", "b.txt"), "C:\\a\\b.txt");
+  EXPECT_EQ(combine("", "b.txt"), "b.txt");
+  EXPECT_EQ(combine(nullptr, "b.txt"), "b.txt");
+  EXPECT_EQ(combine("C:\\a", nullptr), "C:\\a\\");
+  EXPECT_EQ(combine("C:\\a", "\\b"), "C:\\a\\\\b");
+  EXPECT_EQ(combine(nullptr, nullptr), "");
   const std::string folder(300, 'f');
-  EXPECT_EQ(Combine(folder.c_str(), "b"), folder.substr(0, 259));
-  EXPECT_EQ(Combine(folder.substr(0, 258).c_str(), "b"), folder.substr(0, 258) + "\\");
-  EXPECT_EQ(Combine(folder.substr(0, 250).c_str(), "123456789"),
+  EXPECT_EQ(combine(folder.c_str(), "b"), folder.substr(0, 259));
+  EXPECT_EQ(combine(folder.substr(0, 258).c_str(), "b"), folder.substr(0, 258) + "\\");
+  EXPECT_EQ(combine(folder.substr(0, 250).c_str(), "123456789"),
             folder.substr(0, 250) + "\\12345678");
   EXPECT_EQ(CombinePathNameA(nullptr, "a", "b"), 0);
   char alias[260] = "name";
   CombinePathNameA(alias, "C:\\d", alias);
   EXPECT_STREQ(alias, "C:\\d\\name");
+
+  EXPECT_EQ(Written(GetFileAbsolutePathA, GetFileAbsolutePathW, "D:\\x", "C:\\r"), "D:\\x");
+  EXPECT_EQ(Written(GetFileAbsolutePathA, GetFileAbsolutePathW, "x", "C:\\r"), "C:\\r\\x");
 }
 
 TEST(PathName, ParentAndShortName) {
@@ -102,72 +112,60 @@ TEST(PathName, ParentAndShortName) {
                {"", "", ""},
                {"\\", "", ""}};
   for (const auto& each : cases) {
-    EXPECT_EQ(OfPath(GetFileParentDirA, GetFileParentDirW, each.path), each.parent);
-    EXPECT_EQ(OfPath(GetFileShortNameA, GetFileShortNameW, each.path), each.name);
+    EXPECT_EQ(Written(GetFileParentDirA, GetFileParentDirW, each.path), each.parent);
+    EXPECT_EQ(Written(GetFileShortNameA, GetFileShortNameW, each.path), each.name);
     std::string same = each.path;
     GetFileParentDirA(same.data(), same.data());
     EXPECT_STREQ(same.c_str(), each.parent);
   }
   const std::string path = std::string(255, 'p') + "\\" + std::string(20, 'n');
-  EXPECT_EQ(OfPath(GetFileShortNameA, GetFileShortNameW, path), "nnn");
+  EXPECT_EQ(Written(GetFileShortNameA, GetFileShortNameW, path.c_str()), "nnn");
   EXPECT_EQ(GetFileParentDirA(nullptr, "a"), 0);
   char dest[260];
   EXPECT_EQ(GetFileShortNameA(dest, nullptr), 0);
 }
 
-std::string WithExtension(const std::string& path, const char* ext) {
-  return Both(
-      [&](char* text) {
-        text[path.copy(text, path.size())] = '\0';
-        SetFileExtNameA(text, ext);
-      },
-      [&](WCHAR* text) {
-        text[WideText(path).copy(text, path.size())] = u'\0';
-        SetFileExtNameW(text, WideText(ext).c_str());
-      });
-}
-
-std::string Extension(const char* path, int size) {
-  return Both([&](char* ext) { GetFileExtNameA(path, ext, size); },
-              [&](WCHAR* ext) { GetFileExtNameW(WideText(path).c_str(), ext, size); });
-}
-
 TEST(PathName, Extensions) {
-  EXPECT_EQ(WithExtension("a.txt", ".log"), "a.log");
-  EXPECT_EQ(WithExtension("a.txt", "log"), "alog");
-  EXPECT_EQ(WithExtension("a.txt", ""), "a");
-  EXPECT_EQ(WithExtension("a", ".log"), "a.log");
-  EXPECT_EQ(WithExtension("C:\\d.x\\a", ".log"), "C:\\d.log");
-  EXPECT_EQ(Extension("a.b.txt", 10), "txt");
-  EXPECT_EQ(Extension("a.txt", 3), "tx");
-  EXPECT_EQ(Extension("a.txt", 1), "");
-  EXPECT_EQ(Extension("a", 10), "");
-  EXPECT_EQ(Extension("a.", 10), "");
+  EXPECT_EQ(Changed(SetFileExtNameA, "a.txt", ".log"), "a.log");
+  EXPECT_EQ(Changed(SetFileExtNameA, "a.txt", "log"), "alog");
+  EXPECT_EQ(Changed(SetFileExtNameA, "a.txt", ""), "a");
+  EXPECT_EQ(Changed(SetFileExtNameA, "a", ".log"), "a.log");
+  EXPECT_EQ(Changed(SetFileExtNameA, "C:\\d.x\\a", ".log"), "C:\\d.log");
+  EXPECT_EQ(Changed(SetFileExtNameW, u"a.txt", u".\u4E2D"), u"a.\u4E2D");
   SetFileExtNameA(nullptr, ".x");
+  const struct {
+    const char* path;
+    int size;
+    const char* extension;
+  } cases[] = {
+      {"a.b.txt", 10, "txt"}, {"a.txt", 3, "tx"}, {"a.txt", 1, ""}, {"a", 10, ""}, {"a.", 10, ""}};
+  for (const auto& each : cases) {
+    EXPECT_EQ(Written([&](char* ext, int size) { GetFileExtNameA(each.path, ext, size); },
+                      [&](WCHAR* ext, int size) { GetFileExtNameW(Widened(each.path), ext, size); },
+                      each.size),
+              each.extension);
+  }
   GetFileExtNameA("a.txt", nullptr, 5);
 }
 
-std::string Relative(const std::string& path, const std::string& root) {
-  const std::u16string wide = WideText(path);
-  const std::string result = GetFileRelativePathA(path.c_str(), root.c_str());
-  EXPECT_EQ(WideText(result), GetFileRelativePathW(wide.c_str(), WideText(root).c_str()));
-  return result;
-}
-
-TEST(PathName, RelativeAndAbsolute) {
-  EXPECT_EQ(Relative("C:\\a\\b.txt", "C:\\A\\"), "b.txt");
-  EXPECT_EQ(Relative("C:\\a", "C:\\a\\"), "");
-  EXPECT_EQ(Relative("C:\\a\\", "C:\\a"), "");
-  EXPECT_EQ(Relative("C:\\foobar\\x", "C:\\foo"), "bar\\x");
-  EXPECT_EQ(Relative("C:\\a\\\\\\b", "C:\\a"), "b");
-  EXPECT_EQ(Relative("C:\\b", "C:\\a"), "C:\\b");
-  EXPECT_EQ(Relative("C:\\", "C:\\long"), "C:\\");
-  EXPECT_EQ(Relative("C:\\[", "C:\\{"), "C:\\[");
-  char dest[260];
-  GetFileAbsolutePathA(dest, "D:\\x", "C:\\r");
-  EXPECT_STREQ(dest, "D:\\x");
-  GetFileAbsolutePathA(dest, "x", "C:\\r");
-  EXPECT_STREQ(dest, "C:\\r\\x");
+TEST(PathName, Relative) {
+  const struct {
+    const char* path;
+    const char* root;
+    const char* relative;
+  } cases[] = {{"C:\\a\\b.txt", "C:\\A\\", "b.txt"},
+               {"C:\\a", "C:\\a\\", ""},
+               {"C:\\a\\", "C:\\a", ""},
+               {"C:\\foobar\\x", "C:\\foo", "bar\\x"},
+               {"C:\\a\\\\\\b", "C:\\a", "b"},
+               {"C:\\b", "C:\\a", "C:\\b"},
+               {"C:\\", "C:\\long", "C:\\"},
+               {"C:\\[", "C:\\{", "C:\\["}};
+  for (const auto& each : cases) {
+    EXPECT_STREQ(GetFileRelativePathA(each.path, each.root), each.relative);
+    const WideArgument path(each.path);
+    EXPECT_EQ(GetFileRelativePathW(path, Widened(each.root)), WideText(each.relative));
+  }
 }
 
 TEST(PathName, ExistenceAsASearchFindsIt) {
@@ -204,47 +202,30 @@ TEST(PathName, ExistenceAsASearchFindsIt) {
 }
 
 TEST(PathName, ByNumber) {
-  char dest[260] = "untouched";
-  GetFileNameByNumberA(dest, ".log", "a", 7);
-  EXPECT_STREQ(dest, "a7.log");
-  GetFileNameByNumberA(dest, "log", "a", -7);
-  EXPECT_STREQ(dest, "a-7.log");
-  GetFileNameByNumberA(dest, "", "a", 7);
-  EXPECT_STREQ(dest, "a7.");
-  GetFileNameByNumberA(dest, nullptr, nullptr, 7);
-  EXPECT_STREQ(dest, "7");
-  WCHAR wide[260];
-  GetFileNameByNumberW(wide, u"x.y", std::u16string(300, u'p').c_str(), 7);
-  EXPECT_EQ(std::u16string(wide), std::u16string(259, u'p'));
+  const auto name = [](const char* ext, const char* prefix, int number) {
+    return Written(GetFileNameByNumberA, GetFileNameByNumberW, ext, prefix, number);
+  };
+  EXPECT_EQ(name(".log", "a", 7), "a7.log");
+  EXPECT_EQ(name("log", "a", -7), "a-7.log");
+  EXPECT_EQ(name("", "a", 7), "a7.");
+  EXPECT_EQ(name(nullptr, nullptr, 7), "7");
+  EXPECT_EQ(name("x.y", std::string(300, 'p').c_str(), 7), std::string(259, 'p'));
   GetFileNameByNumberA(nullptr, "x", "a", 7);
 }
 
-// 2020-03-04 05:06:07.008 in the time zone of the process.
-std::int64_t FixedTime() {
-  tm local{};
-  local.tm_year = 120;
-  local.tm_mon = 2;
-  local.tm_mday = 4;
-  local.tm_hour = 5;
-  local.tm_min = 6;
-  local.tm_sec = 7;
-  local.tm_isdst = -1;
-  return std::int64_t{mktime(&local)} * 1000000000 + 8000000;
-}
-
 TEST(PathName, ByDate) {
+  tm local{};
+  local.tm_isdst = -1;
+  ASSERT_NE(strptime("2020-03-04 05:06:07", "%F %T", &local), nullptr);
   FaultPlan plan;
-  plan.FakeClock(FixedTime());
-  char dest[260];
-  GetFileNameByDateA(dest, "txt", "p", "s", 0, 1, 1);
-  EXPECT_STREQ(dest, "p2020_03_04_05_06_07_008s.txt");
-  GetFileNameByDateA(dest, "", "p", "s", 99, 0, 0);
-  EXPECT_STREQ(dest, "p05_06_07s");
-  GetFileNameByDateA(dest, nullptr, nullptr, nullptr, 0, 1, 0);
-  EXPECT_STREQ(dest, "2020_03_04_05_06_07");
-  WCHAR wide[260];
-  GetFileNameByDateW(wide, u".txt", u"p", u"s", 0, 0, 1);
-  EXPECT_EQ(std::u16string(wide), u"p05_06_07_008s.txt");
+  plan.FakeClock(std::int64_t{mktime(&local)} * 1000000000 + 8000000);
+  const auto name = [](auto... arguments) {
+    return Written(GetFileNameByDateA, GetFileNameByDateW, arguments...);
+  };
+  EXPECT_EQ(name("txt", "p", "s", 0, 1, 1), "p2020_03_04_05_06_07_008s.txt");
+  EXPECT_EQ(name("", "p", "s", 99, 0, 0), "p05_06_07s");
+  EXPECT_EQ(name(nullptr, nullptr, nullptr, 0, 1, 0), "2020_03_04_05_06_07");
+  EXPECT_EQ(name(".txt", "p", "s", 0, 0, 1), "p05_06_07_008s.txt");
 }
 
 TEST(PathName, ByRandomLeavesTheHostsGeneratorAlone) {
@@ -264,8 +245,7 @@ TEST(PathName, ByRandomLeavesTheHostsGeneratorAlone) {
   EXPECT_EQ(rand(), expected);
   GetFileNameByRandomA(dest, "x", nullptr, 1000);
   EXPECT_EQ(std::string(dest).size(), 259u);
-  GetFileNameByRandomA(dest, "x", "p", -1);
-  EXPECT_STREQ(dest, "p.x");
+  EXPECT_EQ(Written(GetFileNameByRandomA, GetFileNameByRandomW, "x", "p", -1), "p.x");
 }
 
 TEST(HostPaths, ConversionsReplaceWhatTheStringHeld) {

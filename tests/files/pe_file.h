@@ -3,44 +3,34 @@
 
 #include <cstdint>
 #include <string>
-#include <vector>
+
+#include "support/packet_bytes.h"
 
 namespace qvx::test {
 
-inline void Put(std::string& bytes, std::uint64_t value, int size) {
-  for (int i = 0; i < size; ++i) bytes += static_cast<char>(value >> 8 * i);
-}
-
-inline void Pad(std::string& bytes, std::size_t size) {
-  bytes.resize(size, '\0');
-}
-
-inline void PadToWords(std::string& bytes) {
-  Pad(bytes, (bytes.size() + 3) / 4 * 4);
-}
-
 inline std::string WideBytes(const std::u16string& text) {
   std::string bytes;
-  for (const char16_t unit : text) Put(bytes, unit, 2);
+  for (const char16_t unit : text) bytes += LittleEndian<std::uint16_t>(unit);
   return bytes;
 }
 
-// A block of the resource. The size of a text value counts characters.
-inline std::string VersionNode(const std::u16string& key, const std::string& value, bool is_text,
-                               const std::vector<std::string>& children) {
-  std::string bytes(2, '\0');
-  Put(bytes, is_text ? value.size() / 2 : value.size(), 2);
-  Put(bytes, is_text ? 1 : 0, 2);
-  bytes += WideBytes(key) + std::string(2, '\0');
-  PadToWords(bytes);
-  bytes += value;
-  for (const std::string& child : children) {
-    PadToWords(bytes);
-    bytes += child;
-  }
-  bytes[0] = static_cast<char>(bytes.size());
-  bytes[1] = static_cast<char>(bytes.size() >> 8);
+inline std::string PaddedToWords(std::string bytes) {
+  bytes.resize((bytes.size() + 3) / 4 * 4);
   return bytes;
+}
+
+enum class VersionValue : std::uint16_t { kBytes, kText };
+
+// A block of the resource. The size of a text value counts characters.
+inline std::string VersionNode(const std::u16string& key, VersionValue kind,
+                               const std::string& value, const std::string& children = {}) {
+  const std::size_t size = kind == VersionValue::kText ? value.size() / 2 : value.size();
+  std::string bytes = LittleEndian(static_cast<std::uint16_t>(size)) +
+                      LittleEndian(static_cast<std::uint16_t>(kind)) + WideBytes(key + u'\0');
+  // The length of the whole goes ahead, and counts for the padding.
+  bytes = PaddedToWords("??" + bytes) + value;
+  if (!children.empty()) bytes = PaddedToWords(bytes) + children;
+  return bytes.replace(0, 2, LittleEndian(static_cast<std::uint16_t>(bytes.size())));
 }
 
 struct PeOptions {
@@ -51,20 +41,18 @@ struct PeOptions {
 };
 
 inline std::string VersionResource(const std::u16string& version, const PeOptions& options) {
-  const std::string text = WideBytes(version) + std::string(2, '\0');
-  const std::string company =
-      VersionNode(u"CompanyName", WideBytes(u"nobody") + std::string(2, '\0'), true, {});
-  const std::string table = VersionNode(
-      u"040904B0", "", true, {company, VersionNode(options.version_key, text, true, {})});
-  std::string translation;
-  Put(translation, 0x04B00409, 4);
-  const std::string names = VersionNode(
-      u"VarFileInfo", "", true,
-      options.has_translation
-          ? std::vector<std::string>{VersionNode(u"Translation", translation, false, {})}
-          : std::vector<std::string>{});
-  return VersionNode(u"VS_VERSION_INFO", std::string(52, '\x7f'), false,
-                     {VersionNode(u"StringFileInfo", "", true, {table}), names});
+  constexpr VersionValue kText = VersionValue::kText;
+  const std::string texts =
+      PaddedToWords(
+          VersionNode(u"CompanyName", kText, WideBytes(u"nobody") + std::string(2, '\0'))) +
+      VersionNode(options.version_key, kText, WideBytes(version + u'\0'));
+  const std::string translation =
+      VersionNode(u"Translation", VersionValue::kBytes, LittleEndian<std::uint32_t>(0x04B00409));
+  return VersionNode(
+      u"VS_VERSION_INFO", VersionValue::kBytes, std::string(52, '\x7f'),
+      PaddedToWords(
+          VersionNode(u"StringFileInfo", kText, "", VersionNode(u"040904B0", kText, "", texts))) +
+          VersionNode(u"VarFileInfo", kText, "", options.has_translation ? translation : ""));
 }
 
 // type, name and language, one folder each, and behind them the entry with the data's place.
@@ -74,49 +62,36 @@ inline std::string ResourceSection(std::uint32_t address, const std::string& dat
   std::string bytes;
   const std::uint32_t ids[] = {16, name_id, 0x409};
   for (std::uint32_t level = 0; level < 3; ++level) {
-    Put(bytes, 0, 8);
-    Put(bytes, 0, 4);
-    Put(bytes, 0, 2);
-    Put(bytes, 1, 2);
-    Put(bytes, ids[level], 4);
-    Put(bytes, (level < 2 ? kFolder : 0) | ((level + 1) * 24), 4);
+    bytes += std::string(14, '\0') + LittleEndian<std::uint16_t>(1) + LittleEndian(ids[level]) +
+             LittleEndian((level < 2 ? kFolder : 0) | ((level + 1) * 24));
   }
-  Put(bytes, address + 88, 4);
-  Put(bytes, data.size(), 4);
-  Put(bytes, 0, 8);
-  return bytes + data;
+  return bytes + LittleEndian(address + 88) +
+         LittleEndian(static_cast<std::uint64_t>(data.size())) + std::string(4, '\0') + data;
 }
 
 inline std::string PeFile(const std::u16string& version, const PeOptions& options = {}) {
   constexpr std::uint32_t kAddress = 0x3000;
   constexpr std::uint32_t kOffset = 0x400;
+  constexpr std::uint32_t kHeader = 0x98;
   const std::string section =
       ResourceSection(kAddress, VersionResource(version, options), options.name_id);
-  const std::uint32_t optional_size = options.is_64 ? 240 : 224;
-  std::string bytes = "MZ";
-  Pad(bytes, 0x3C);
-  Put(bytes, 0x80, 4);
-  Pad(bytes, 0x80);
-  bytes += std::string("PE\0\0", 4);
-  Put(bytes, options.is_64 ? 0x8664 : 0x14C, 2);
-  Put(bytes, 1, 2);
-  Pad(bytes, bytes.size() + 12);
-  Put(bytes, optional_size, 2);
-  Put(bytes, 0x2022, 2);
-  const std::size_t header = bytes.size();
-  Put(bytes, options.is_64 ? 0x20B : 0x10B, 2);
-  Pad(bytes, header + (options.is_64 ? 108 : 92));
-  Put(bytes, 16, 4);
-  Pad(bytes, bytes.size() + 16);
-  Put(bytes, kAddress, 4);
-  Put(bytes, section.size(), 4);
-  Pad(bytes, header + optional_size);
-  bytes += std::string(".rsrc\0\0\0", 8);
-  Put(bytes, section.size(), 4);
-  Put(bytes, kAddress, 4);
-  Put(bytes, section.size(), 4);
-  Put(bytes, kOffset, 4);
-  Pad(bytes, kOffset);
+  const auto size = static_cast<std::uint32_t>(section.size());
+  const std::uint16_t optional_size = options.is_64 ? 240 : 224;
+  std::string bytes(kOffset, '\0');
+  const auto put = [&bytes](std::size_t offset, const std::string& part) {
+    bytes.replace(offset, part.size(), part);
+  };
+  put(0, "MZ");
+  put(0x3C, LittleEndian<std::uint32_t>(0x80));
+  put(0x80, "PE");
+  put(0x84, LittleEndian<std::uint32_t>(options.is_64 ? 0x18664 : 0x1014C));  // one section
+  put(0x94, LittleEndian(optional_size) + LittleEndian<std::uint16_t>(0x2022));
+  put(kHeader, LittleEndian<std::uint16_t>(options.is_64 ? 0x20B : 0x10B));
+  put(kHeader + optional_size - 132, LittleEndian<std::uint32_t>(16));  // directories
+  put(kHeader + optional_size - 112, LittleEndian(kAddress) + LittleEndian(size));
+  put(kHeader + optional_size, ".rsrc");
+  put(kHeader + optional_size + 8,
+      LittleEndian(size) + LittleEndian(kAddress) + LittleEndian(size) + LittleEndian(kOffset));
   return bytes + section;
 }
 

@@ -18,8 +18,9 @@
 #include <sstream>
 #include <string>
 #include <thread>
-#include <vector>
+#include <utility>
 
+#include "files/library_path.h"
 #include "files/pe_file.h"
 #include "files/version_block.h"
 #include "platform/process.h"
@@ -33,25 +34,14 @@
 namespace qvx::test {
 namespace {
 
-std::u16string Wide(const std::string& ascii) {
-  return {ascii.begin(), ascii.end()};
-}
-
-std::string LibraryForm(const std::string& native) {
-  CBaseStringA path;
-  NativePathToLibraryA(native.c_str(), &path);
-  return path.GetString();
-}
-
 // A sleeping process whose program is a copy with a name of the test's own.
 class Sleeper {
  public:
-  Sleeper(const TempFolder& folder, const std::string& name) : path_(folder.Path(name)) {
+  explicit Sleeper(std::string path) : path_(std::move(path)) {
     std::filesystem::copy_file("/bin/sleep", path_,
                                std::filesystem::copy_options::overwrite_existing);
-    std::string program = path_;
     std::string seconds = "1000";
-    char* const arguments[] = {program.data(), seconds.data(), nullptr};
+    char* const arguments[] = {path_.data(), seconds.data(), nullptr};
     EXPECT_EQ(0, posix_spawn(&child_, path_.c_str(), nullptr, nullptr, arguments, environ));
   }
   ~Sleeper() {
@@ -61,7 +51,6 @@ class Sleeper {
   Sleeper(const Sleeper&) = delete;
   Sleeper& operator=(const Sleeper&) = delete;
   unsigned Id() const { return static_cast<unsigned>(child_); }
-  const std::string& Path() const { return path_; }
   // The signal that ended it.
   int WaitForSignal() {
     int status = 0;
@@ -74,22 +63,16 @@ class Sleeper {
   pid_t child_ = -1;
 };
 
-std::vector<unsigned> AsNumbers(CPtrArrayCtrl& list) {
-  std::vector<unsigned> ids;
-  ids.reserve(static_cast<std::size_t>(list.GetCount()));
+using Ids = std::set<unsigned>;
+
+Ids IdsOf(const std::string& name, int full_path) {
+  CPtrArrayCtrl list;
+  GetPidListByNameA(name.c_str(), full_path, &list);
+  Ids ids;
   for (int i = 0; i < list.GetCount(); ++i) {
-    ids.push_back(static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(list.GetAt(i))));
+    ids.insert(static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(list.GetAt(i))));
   }
   return ids;
-}
-
-std::vector<unsigned> Ids(const std::string& name, int full_path) {
-  CPtrArrayCtrl narrow;
-  CPtrArrayCtrl wide;
-  GetPidListByNameA(name.c_str(), full_path, &narrow);
-  GetPidListByNameW(Wide(name).c_str(), full_path, &wide);
-  EXPECT_TRUE(narrow.Compare(&wide, nullptr));
-  return AsNumbers(narrow);
 }
 
 struct Output {
@@ -107,65 +90,67 @@ int Collect(void* context, const char* text, unsigned length) {
 }
 
 struct Ran {
-  int result;
-  unsigned code;
+  int result = 0;
+  unsigned code = 12345;
   Output output;
 };
 
 Ran RunCommand(const std::string& command, bool shell) {
-  Ran ran{0, 12345, {}};
+  Ran ran;
   ran.result = do_syscmd_A(&Collect, &ran.output, shell, &ran.code, "%s", command.c_str());
   EXPECT_TRUE(ran.output.terminated);
   return ran;
 }
 
-using One = std::vector<unsigned>;
-
 TEST(Processes, AreFoundNamedAndEnded) {
   const TempFolder folder;
   const std::string name = "Qvx) S 1 ((test " + std::to_string(getpid());
-  Sleeper sleeper(folder, name);
+  Sleeper sleeper(folder.Path(name));
   EXPECT_EQ(static_cast<unsigned>(getpid()), GetParentProcessID(sleeper.Id()));
   EXPECT_EQ(static_cast<unsigned>(getppid()), GetParentProcessID(static_cast<unsigned>(getpid())));
-  const std::string path = LibraryForm(sleeper.Path());
+  const std::string path = Library<char>(folder.Path(name));
   std::string upper = name;
   for (char& c : upper) c = static_cast<char>(toupper(c));
-  const auto check = [&] {
+  // With its program there, and after that was deleted.
+  for (int round = 0; round < 2; ++round) {
     char text[260];
     WCHAR wide[260];
     EXPECT_NE(0, GetProgramNameA(sleeper.Id(), 1, text));
     EXPECT_EQ(path, text);
     EXPECT_NE(0, GetProgramNameW(sleeper.Id(), 0, wide));
-    EXPECT_EQ(Wide(name), wide);
+    EXPECT_EQ(WideText(name), wide);
     EXPECT_NE(0, GetProgramPathA(sleeper.Id(), text));
-    EXPECT_EQ(LibraryForm(folder.Path()), text);
+    EXPECT_EQ(Library<char>(folder.Path()), text);
     EXPECT_NE(0, GetProgramPathW(sleeper.Id(), wide));
-    EXPECT_EQ(Wide(LibraryForm(folder.Path())), wide);
-    EXPECT_EQ(One{sleeper.Id()}, Ids(upper, 0));
-    EXPECT_EQ(One{sleeper.Id()}, Ids(path, 1));
-    EXPECT_EQ(One{}, Ids(name, 1));
-  };
-  check();
-  std::filesystem::remove(sleeper.Path());
-  check();
+    EXPECT_EQ(Library<char16_t>(folder.Path()), wide);
+    EXPECT_EQ(Ids{sleeper.Id()}, IdsOf(upper, 0));
+    EXPECT_EQ(Ids{sleeper.Id()}, IdsOf(path, 1));
+    EXPECT_EQ(Ids{}, IdsOf(name, 1));
+    std::filesystem::remove(folder.Path(name));
+  }
 
   // A second one with the same name, and one that must go on.
-  Sleeper again(folder, name);
-  Sleeper other(folder, name + "b");
+  Sleeper again(folder.Path(name));
+  Sleeper other(folder.Path(name + "b"));
   const DebugLines lines;
   KillPidByNameA(upper.c_str(), 0);
   EXPECT_EQ(SIGKILL, sleeper.WaitForSignal());
   EXPECT_EQ(SIGKILL, again.WaitForSignal());
   EXPECT_EQ(2u, lines.All().size());
-  EXPECT_NE(0, GetProgramNameA(other.Id(), 0, nullptr));
   const unsigned id = other.Id();
-  KillPidByNameW(Wide(name + "b").c_str(), 0);
+  // The number of a process that came later: the question before the end tells them apart.
+  EXPECT_FALSE(platform::EndProcess(id, [](std::uint32_t) { return false; }));
+  EXPECT_NE(0, GetProgramNameA(id, 0, nullptr));
+  CPtrArrayCtrl list;
+  GetPidListByNameW(WideText(name + "b").c_str(), 0, &list);
+  EXPECT_EQ(1, list.GetCount());
+  KillPidByNameW(WideText(name + "b").c_str(), 0);
   EXPECT_EQ(1,
             lines.Count(2, "KillPidByName " + name + "b, pid=" + std::to_string(id) + "...\r\n"));
   EXPECT_EQ(SIGKILL, other.WaitForSignal());
   EXPECT_EQ(0xFFFFFFFFu, GetParentProcessID(id));
   EXPECT_EQ(0, GetProgramNameA(id, 0, nullptr));
-  EXPECT_EQ(One{}, Ids(name, 0));
+  EXPECT_EQ(Ids{}, IdsOf(name, 0));
 }
 
 // What ps tells, in lines "parent program" by process.
@@ -176,7 +161,7 @@ std::map<unsigned, std::string> LookedAtByPs() {
   unsigned parent = 0;
   for (std::string program; lines >> id >> parent >> std::ws && std::getline(lines, program);) {
     if (program.ends_with(" (deleted)")) program.resize(program.size() - 10);
-    processes[id] = std::to_string(parent) + " " + (program == "-" ? "" : LibraryForm(program));
+    processes[id] = std::to_string(parent) + " " + (program == "-" ? "" : Library<char>(program));
   }
   return processes;
 }
@@ -199,14 +184,10 @@ TEST(Processes, AreWhatPsTells) {
   });
   const auto before = LookedAtByPs();
   const auto ours = LookedAtByUs(before);
-  std::map<std::string, std::set<unsigned>> listed;
+  std::map<std::string, Ids> listed;
   for (const auto& [id, line] : ours) {
     const std::size_t cut = line.rfind('\\');
-    if (cut == std::string::npos) continue;
-    CPtrArrayCtrl list;
-    GetPidListByNameA(line.c_str() + cut + 1, 0, &list);
-    const auto ids = AsNumbers(list);
-    listed[line.substr(cut)].insert(ids.begin(), ids.end());
+    if (cut != std::string::npos) listed[line.substr(cut)].merge(IdsOf(line.substr(cut + 1), 0));
   }
   auto after = LookedAtByPs();
   stop = true;
@@ -239,44 +220,29 @@ TEST(Processes, ThatCannotBeLookedAt) {
   EXPECT_TRUE(list.IsEmpty());
 }
 
-// The number of a process that came later: the question in between tells them apart.
-TEST(Processes, AreAskedOnceMoreBeforeTheyAreEnded) {
-  const TempFolder folder;
-  Sleeper sleeper(folder, "qvx_asked");
-  EXPECT_FALSE(platform::EndProcess(sleeper.Id(), [](std::uint32_t) { return false; }));
-  EXPECT_NE(0, GetProgramNameA(sleeper.Id(), 0, nullptr));
-}
-
 TEST(Versions, OfPeFiles) {
   const TempFolder folder;
   const std::u16string version = u"1.2.3.4 beta";
-  PeOptions in_32;
-  in_32.is_64 = false;
-  in_32.name_id = 7;
-  PeOptions unnamed;
-  unnamed.version_key = u"FileVersions";
-  PeOptions without;
-  without.has_translation = false;
   const struct {
     std::string bytes;
     int result;
     const char* text;
   } files[] = {{PeFile(version), 1, "1.2.3.4 beta"},
-               {PeFile(version, in_32), 1, "1.2.3.4 beta"},
-               {PeFile(version, unnamed), 1, ""},
-               {PeFile(version, without), 0, "?"},
+               {PeFile(version, {.is_64 = false, .name_id = 7}), 1, "1.2.3.4 beta"},
+               {PeFile(version, {.version_key = u"FileVersions"}), 1, ""},
+               {PeFile(version, {.has_translation = false}), 0, "?"},
                {"MZ", 0, "?"},
                {"", 0, "?"}};
   for (const auto& file : files) {
-    const std::string path = LibraryForm(folder.Write("file", file.bytes));
+    const std::string path = Library<char>(folder.Write("file", file.bytes));
     char text[32] = "?";
     WCHAR wide[32] = u"?";
     EXPECT_EQ(file.result, GetFileVersionA(path.c_str(), text, sizeof(text)));
     EXPECT_STREQ(file.text, text);
-    EXPECT_EQ(file.result, GetFileVersionW(Wide(path).c_str(), wide, 32));
-    EXPECT_EQ(Wide(file.text), wide);
+    EXPECT_EQ(file.result, GetFileVersionW(WideText(path).c_str(), wide, 32));
+    EXPECT_EQ(WideText(file.text), wide);
   }
-  const std::string path = LibraryForm(folder.Write("file", files[0].bytes));
+  const std::string path = Library<char>(folder.Write("file", files[0].bytes));
   char text[6] = "?????";
   EXPECT_EQ(1, GetFileVersionA(path.c_str(), text, 4));
   EXPECT_STREQ("1.2", text);
@@ -311,40 +277,40 @@ TEST(Versions, OfTruncatedAndChangedFiles) {
 TEST(SingleInstance, IsHeldByOneProcess) {
   const TempFolder folder;
   setenv("XDG_RUNTIME_DIR", folder.Path().c_str(), 1);
-  const std::string name = "Global\\a/b \xC3\xA4" + std::string(300, 'n');
-  std::u16string wide;
-  CBaseStringW converted;
-  Utf8ToWide(name.c_str(), -1, &converted);
-  EXPECT_EQ(1, CheckSingleInstanceA(name.c_str()));
+  const std::string text = "Global\\a/b \xC3\xA4" + std::string(300, 'n');
+  const std::u16string wide_text = WideText(text);
+  const char* name = text.c_str();
+  const WCHAR* wide = wide_text.c_str();
+  EXPECT_EQ(1, CheckSingleInstanceA(name));
   EXPECT_TRUE(std::filesystem::is_empty(folder.Path()));
 
   int ready[2];
   ASSERT_EQ(0, pipe(ready));
   const pid_t child = Fork();
   if (child == 0) {
-    const char held = static_cast<char>('0' + HoldInstanceNameW(converted.GetString()));
+    const char held = static_cast<char>('0' + HoldInstanceNameW(wide));
     if (write(ready[1], &held, 1) == 1) pause();
     _exit(0);
   }
   char held = 0;
   ASSERT_EQ(1, read(ready[0], &held, 1));
   EXPECT_EQ('1', held);
-  EXPECT_EQ(0, CheckSingleInstanceA(name.c_str()));
-  EXPECT_EQ(0, CheckSingleInstanceW(converted.GetString()));
-  EXPECT_EQ(0, HoldInstanceName(name.c_str()));
-  EXPECT_EQ(0, ReleaseInstanceName(name.c_str()));
+  EXPECT_EQ(0, CheckSingleInstanceA(name));
+  EXPECT_EQ(0, CheckSingleInstanceW(wide));
+  EXPECT_EQ(0, HoldInstanceName(name));
+  EXPECT_EQ(0, ReleaseInstanceName(name));
   EXPECT_EQ(1, CheckSingleInstanceA("another"));
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
   close(ready[0]);
   close(ready[1]);
-  EXPECT_EQ(1, CheckSingleInstanceA(name.c_str()));
+  EXPECT_EQ(1, CheckSingleInstanceA(name));
 
-  EXPECT_EQ(1, HoldInstanceName(name.c_str()));
-  EXPECT_EQ(0, HoldInstanceName(name.c_str()));
-  EXPECT_EQ(0, CheckSingleInstanceA(name.c_str()));
-  EXPECT_EQ(1, ReleaseInstanceNameW(converted.GetString()));
-  EXPECT_EQ(1, CheckSingleInstanceA(name.c_str()));
+  EXPECT_EQ(1, HoldInstanceName(name));
+  EXPECT_EQ(0, HoldInstanceName(name));
+  EXPECT_EQ(0, CheckSingleInstanceA(name));
+  EXPECT_EQ(1, ReleaseInstanceNameW(wide));
+  EXPECT_EQ(1, CheckSingleInstanceA(name));
   EXPECT_TRUE(std::filesystem::is_empty(folder.Path()));
   EXPECT_EQ(1, CheckSingleInstanceA(nullptr));
   EXPECT_EQ(0, HoldInstanceName(""));
@@ -353,7 +319,7 @@ TEST(SingleInstance, IsHeldByOneProcess) {
   for (const int error : {EACCES, EMFILE}) {
     FaultPlan plan;
     plan.Fail(platform::Operation::kFileOpen, 1, error);
-    EXPECT_EQ(error == EACCES ? 0 : 1, CheckSingleInstanceA(name.c_str()));
+    EXPECT_EQ(error == EACCES ? 0 : 1, CheckSingleInstanceA(name));
   }
   unsetenv("XDG_RUNTIME_DIR");
 }
