@@ -9,8 +9,7 @@ namespace qvx::test {
 namespace {
 
 TEST(BitmapBlocks, ServeSeveralThreads) {
-  std::vector<std::thread> threads;
-  threads.reserve(4);
+  std::vector<std::jthread> threads;
   for (unsigned char thread = 0; thread < 4; ++thread) {
     threads.emplace_back([thread] {
       const std::vector<unsigned char> info(40, thread);
@@ -25,7 +24,6 @@ TEST(BitmapBlocks, ServeSeveralThreads) {
       }
     });
   }
-  for (std::thread& thread : threads) thread.join();
 }
 
 }  // namespace

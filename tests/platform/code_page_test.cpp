@@ -91,11 +91,9 @@ TEST_F(CodePage, ConvertsChineseTextInItsOwnPage) {
   EXPECT_EQ(ToAnsi(u"\u00ff\U0001F600"), "??");
   EXPECT_EQ(ToWide("a\xD6"), u"a\uFFFD");
   EXPECT_EQ(ToWide("\xD6 x"), u"\uFFFD x");
-  CBaseStringA narrow(u"\u4e2d\u6587");
+  const CBaseStringA narrow(u"\u4e2d\u6587");
   EXPECT_STREQ(narrow.GetString(), "\xD6\xD0\xCE\xC4");
-  EXPECT_EQ(narrow.Equal(u'\u4e2d', 0), 0);
   EXPECT_EQ(narrow.StartWith(u'\u4e2d', 0), 1);
-  EXPECT_EQ(CBaseStringW(narrow).Equal(u"\u4e2d\u6587", -1, 0), 1);
   EXPECT_EQ(AnsiPrefixForWide("\xD6\xD0\xCE\xC4", 1), 2);
   EXPECT_EQ(WidePrefixForAnsi(u"\u4e2d\u6587", 3), 1);
   EXPECT_EQ(AnsiFromWide(u"\u4e2d"), "\xD6\xD0");
@@ -127,7 +125,7 @@ TEST_F(CodePage, TakesSingleAndDoubleBytePagesOnly) {
 
 TEST_F(CodePage, SwitchesWhileOthersConvert) {
   std::atomic<bool> stop{false};
-  std::vector<std::thread> threads;
+  std::vector<std::jthread> threads;
   for (int i = 0; i < 3; ++i) {
     threads.emplace_back([&stop] {
       while (!stop) ASSERT_EQ(ToWide("plain text").size(), 10u);
@@ -135,7 +133,6 @@ TEST_F(CodePage, SwitchesWhileOthersConvert) {
   }
   for (int i = 0; i < 50; ++i) SetAnsiCodePage(i % 2 == 0 ? 936 : 65001);
   stop = true;
-  for (std::thread& thread : threads) thread.join();
 }
 
 TEST_F(CodePage, ResultsReplaceWhatTheStringHeld) {

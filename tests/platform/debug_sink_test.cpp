@@ -89,15 +89,6 @@ TEST(DebugSink, WritesNothingByDefault) {
   }
 }
 
-TEST(DebugSink, WritesFromLoadToUnload) {
-  const TempFolder folder;
-  EXPECT_EQ(RunChild("stderr", [&] { return Quiet() && RedirectTo(2, folder.Path("err")); }), 0);
-  const std::string text = ReadWhole(folder.Path("err"));
-  EXPECT_TRUE(Holds(text, kLines)) << text;
-  EXPECT_TRUE(Holds(text, "DLL_PROCESS_ATTACH: file=")) << text;
-  EXPECT_TRUE(Holds(text, "DLL_PROCESS_DETACH: file=")) << text;
-}
-
 TEST(DebugSink, AppendsToAFile) {
   const TempFolder folder;
   const std::string path = folder.Path("log");
@@ -111,29 +102,23 @@ TEST(DebugSink, AppendsToAFile) {
   EXPECT_GT(ReadWhole(path).size(), once.size());
 }
 
-TEST(DebugSink, NeverWaitsForAFullPipe) {
-  std::array<int, 2> ends;
-  ASSERT_EQ(pipe(ends.data()), 0);
-  const std::string name = "fd:" + std::to_string(ends[1]);
-  EXPECT_EQ(RunChild(name.c_str(), &Quiet, "flood"), 0);
-  EXPECT_EQ(fcntl(ends[1], F_GETFL) & O_NONBLOCK, 0) << "the host's own end stays as it was";
-  close(ends[0]);
-  EXPECT_EQ(RunChild(name.c_str(), &Quiet, "flood"), 0) << "no signal for a broken pipe";
-  close(ends[1]);
-}
-
-TEST(DebugSink, WritesToASocket) {
-  std::array<int, 2> ends;
-  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()), 0);
-  const std::string name = "fd:" + std::to_string(ends[1]);
-  EXPECT_EQ(RunChild(name.c_str(), &Quiet), 0);
-  std::array<char, 4096> text{};
-  EXPECT_GT(recv(ends[0], text.data(), text.size() - 1, 0), 0);
-  EXPECT_TRUE(Holds(text.data(), kLines)) << text.data();
-  EXPECT_EQ(RunChild(name.c_str(), &Quiet, "flood"), 0);
-  close(ends[0]);
-  EXPECT_EQ(RunChild(name.c_str(), &Quiet, "flood"), 0);
-  close(ends[1]);
+TEST(DebugSink, WritesToDescriptorsAndNeverWaitsForThem) {
+  std::array<int, 2> of_pipe;
+  std::array<int, 2> of_socket;
+  ASSERT_EQ(pipe(of_pipe.data()), 0);
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, of_socket.data()), 0);
+  for (const auto& ends : {of_pipe, of_socket}) {
+    const std::string name = "fd:" + std::to_string(ends[1]);
+    EXPECT_EQ(RunChild(name.c_str(), &Quiet), 0);
+    std::array<char, 4096> text{};
+    EXPECT_GT(read(ends[0], text.data(), text.size() - 1), 0);
+    EXPECT_TRUE(Holds(text.data(), kLines)) << text.data();
+    EXPECT_EQ(RunChild(name.c_str(), &Quiet, "flood"), 0);
+    EXPECT_EQ(fcntl(ends[1], F_GETFL) & O_NONBLOCK, 0) << "the host's own end stays as it was";
+    close(ends[0]);
+    EXPECT_EQ(RunChild(name.c_str(), &Quiet, "flood"), 0) << "no signal for a broken pipe";
+    close(ends[1]);
+  }
 }
 
 // The child sees a /dev of the test's own, where the test listens as the daemon.
