@@ -68,6 +68,8 @@ TEST(FolderList, KindsHiddenAndFullPaths) {
   ASSERT_EQ(symlink("sub", folder.Path("link").c_str()), 0);
   ASSERT_EQ(symlink("none", folder.Path("dangling").c_str()), 0);
   ASSERT_EQ(mkfifo(folder.Path("fifo").c_str(), 0600), 0);
+  ASSERT_EQ(symlink("fifo", folder.Path("to_fifo").c_str()), 0);
+  ASSERT_EQ(symlink("/dev/null", folder.Path("to_device").c_str()), 0);
   const std::string odd = Library<char>("\u4E2D \\:*?\xFF");
   Lists lists = List(folder.Path(), nullptr, 0, 0);
   EXPECT_EQ(lists.folders, (Names{"sub"}));

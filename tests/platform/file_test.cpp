@@ -274,17 +274,5 @@ TEST(FileCopy, AFailureAtAnyStepLeavesTheOldFileAndNothingElse) {
   EXPECT_EQ(ReadWhole(to), ReadWhole(from));
 }
 
-TEST(FileCopy, ReplacesALinkAndDoesNotWriteThroughIt) {
-  TempFolder folder;
-  const std::string from = folder.Write("from", "new");
-  const std::string outside = folder.Write("outside", "kept");
-  ASSERT_EQ(symlink("outside", folder.Path("to").c_str()), 0);
-  EXPECT_TRUE(CopyFileContent(from, folder.Path("to")));
-  EXPECT_EQ(ReadWhole(outside), "kept");
-  EXPECT_EQ(ReadWhole(folder.Path("to")), "new");
-  EXPECT_TRUE(CopyFileContent(from, from));
-  EXPECT_EQ(ReadWhole(from), "new");
-}
-
 }  // namespace
 }  // namespace qvx::platform

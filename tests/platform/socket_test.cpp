@@ -250,16 +250,13 @@ TEST(SocketSend, FileRanges) {
 }
 
 TEST(SocketAccept, OutcomesByError) {
-  const struct {
-    int error;
-    AcceptOutcome outcome;
-  } rows[] = {{EAGAIN, AcceptOutcome::kNothing},      {EMFILE, AcceptOutcome::kNoResources},
-              {ENFILE, AcceptOutcome::kNoResources},  {ENOMEM, AcceptOutcome::kNoResources},
-              {ENOBUFS, AcceptOutcome::kNoResources}, {ECONNABORTED, AcceptOutcome::kRetry},
-              {EPROTO, AcceptOutcome::kRetry},        {ENETDOWN, AcceptOutcome::kRetry},
-              {EHOSTUNREACH, AcceptOutcome::kRetry},  {EBADF, AcceptOutcome::kClosed},
-              {EINVAL, AcceptOutcome::kClosed},       {ENOTSOCK, AcceptOutcome::kClosed}};
-  for (const auto& row : rows) EXPECT_EQ(AcceptOutcomeOf(row.error), row.outcome) << row.error;
+  const std::pair<AcceptOutcome, std::vector<int>> rows[] = {
+      {AcceptOutcome::kNothing, {EAGAIN}},
+      {AcceptOutcome::kNoResources, {EMFILE, ENFILE, ENOMEM, ENOBUFS}},
+      {AcceptOutcome::kRetry, {ECONNABORTED, EPROTO, ENETDOWN, EHOSTUNREACH}},
+      {AcceptOutcome::kClosed, {EBADF, EINVAL, ENOTSOCK}}};
+  for (const auto& [outcome, errors] : rows)
+    for (const int error : errors) EXPECT_EQ(AcceptOutcomeOf(error), outcome) << error;
 }
 
 TEST(SocketAccept, TakesTunedConnectionsUntilTheListenerIsShut) {
