@@ -198,22 +198,6 @@ TEST(RemoveFile, KeepsToItsOptionsAndItsTree) {
   EXPECT_EQ(ReadWhole(folder.Path("outside/kept.jpg")), "outside");
 }
 
-// The path to delete has another file's path as its first 259 characters.
-TEST(RemoveFile, LongPathsAreNeverCutToOthers) {
-  TempFolder folder;
-  fs::create_directories(folder.Path("tree"));
-  std::string deep = folder.Path("tree");
-  while (deep.size() < 240) deep += "/" + std::string(9, 'd');
-  fs::create_directories(deep);
-  const std::string victim = deep + "/" + std::string(256 - deep.size(), 'n');
-  ASSERT_EQ(Library<char>(victim).size(), 259u);
-  WriteFile(victim, "short");
-  WriteFile(victim + "nnnnnn.tmp", "long");
-  RemoveFileW(Library<char16_t>(folder.Path("tree")).c_str(), u".tmp", 1, 1);
-  EXPECT_EQ(ReadWhole(victim), "short");
-  EXPECT_FALSE(fs::exists(victim + "nnnnnn.tmp"));
-}
-
 TEST(GetFileSystemTime, LocalTimes) {
   TempFolder folder;
   const std::string native = folder.Write("f", "x");
