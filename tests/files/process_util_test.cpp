@@ -75,30 +75,24 @@ Ids IdsOf(const std::string& name, int full_path) {
   return ids;
 }
 
-struct Output {
-  std::string text;
-  unsigned blocks = 0;
-  bool terminated = true;
-};
-
-int Collect(void* context, const char* text, unsigned length) {
-  auto& output = *static_cast<Output*>(context);
-  output.terminated = output.terminated && text[length] == '\0' && length > 0 && length <= 4095;
-  output.text.append(text, length);
-  ++output.blocks;
-  return 0;
-}
-
 struct Ran {
   int result = 0;
   unsigned code = 12345;
-  Output output;
+  std::string text;
+  unsigned blocks = 0;
 };
+
+int Collect(void* context, const char* text, unsigned length) {
+  EXPECT_TRUE(text[length] == '\0' && length > 0 && length <= 4095);
+  auto& ran = *static_cast<Ran*>(context);
+  ran.text.append(text, length);
+  ++ran.blocks;
+  return 0;
+}
 
 Ran RunCommand(const std::string& command, bool shell) {
   Ran ran;
-  ran.result = do_syscmd_A(&Collect, &ran.output, shell, &ran.code, "%s", command.c_str());
-  EXPECT_TRUE(ran.output.terminated);
+  ran.result = do_syscmd_A(&Collect, &ran, shell, &ran.code, "%s", command.c_str());
   return ran;
 }
 
@@ -155,7 +149,7 @@ TEST(Processes, AreFoundNamedAndEnded) {
 
 // What ps tells, in lines "parent program" by process.
 std::map<unsigned, std::string> LookedAtByPs() {
-  std::istringstream lines(RunCommand("ps -ww -eo pid=,ppid=,exe=", false).output.text);
+  std::istringstream lines(RunCommand("ps -ww -eo pid=,ppid=,exe=", false).text);
   std::map<unsigned, std::string> processes;
   unsigned id = 0;
   unsigned parent = 0;
@@ -341,16 +335,15 @@ TEST(Commands, PassTheirOutputOn) {
     const Ran ran = RunCommand(one.command, one.shell);
     EXPECT_EQ(1, ran.result) << one.command;
     EXPECT_EQ(one.code, ran.code) << one.command;
-    EXPECT_EQ(one.text, ran.output.text) << one.command;
+    EXPECT_EQ(one.text, ran.text) << one.command;
   }
   const DebugLines lines;
-  Output output;
-  unsigned code = 1;
-  EXPECT_EQ(1, do_syscmd_W(&Collect, &output, 1, &code, u"head -c %d /dev/zero | tr '\\0' %ls",
+  Ran wide;
+  EXPECT_EQ(1, do_syscmd_W(&Collect, &wide, 1, &wide.code, u"head -c %d /dev/zero | tr '\\0' %ls",
                            300000, u"x"));
-  EXPECT_EQ(std::string(300000, 'x'), output.text);
-  EXPECT_GT(output.blocks, 70u);
-  EXPECT_EQ(0u, code);
+  EXPECT_EQ(std::string(300000, 'x'), wide.text);
+  EXPECT_GT(wide.blocks, 70u);
+  EXPECT_EQ(0u, wide.code);
   EXPECT_EQ(1, lines.Count(2, "Call cmd:head -c 300000 /dev/zero | tr '\\0' x\r\n"));
 }
 
@@ -372,7 +365,7 @@ TEST(Commands, ThatCannotBeStarted) {
     const Ran ran = RunCommand(command, false);
     EXPECT_EQ(0, ran.result) << command;
     EXPECT_EQ(12345u, ran.code);
-    EXPECT_EQ(0u, ran.output.blocks);
+    EXPECT_EQ(0u, ran.blocks);
   }
   EXPECT_EQ(5, lines.Count(2, "CreateProcess Failed!"));
   EXPECT_EQ(0, do_syscmd_A(&Collect, nullptr, 0, nullptr, nullptr));
@@ -385,7 +378,7 @@ TEST(Commands, ThatCannotBeStarted) {
 TEST(Commands, GetNothingOfTheHostsBeyondTheStandard) {
   const int descriptor = dup2(STDERR_FILENO, 77);
   const Ran listed = RunCommand("ls /proc/self/fd", false);
-  EXPECT_EQ("0\n1\n2\n3\n", listed.output.text);  // 3 is the list's own
+  EXPECT_EQ("0\n1\n2\n3\n", listed.text);  // 3 is the list's own
   close(descriptor);
 
   sigset_t blocked;
@@ -394,7 +387,7 @@ TEST(Commands, GetNothingOfTheHostsBeyondTheStandard) {
   sigaddset(&blocked, SIGUSR1);
   pthread_sigmask(SIG_BLOCK, &blocked, &before);
   const sighandler_t handler = signal(SIGUSR2, SIG_IGN);
-  const std::string status = RunCommand("cat /proc/self/status", false).output.text;
+  const std::string status = RunCommand("cat /proc/self/status", false).text;
   const auto signals = [&status](const std::string& name) {
     return std::stoull(status.substr(status.find(name) + name.size()), nullptr, 16);
   };
