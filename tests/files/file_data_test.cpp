@@ -27,7 +27,7 @@ std::string ReadData(const std::string& native) {
   void* data = &data;
   const std::uint64_t size = ReadFileDataA(Library<char>(native).c_str(), &data);
   EXPECT_EQ(data == nullptr, size == 0);
-  const std::string content(size == 0 ? "" : static_cast<const char*>(data), size);
+  std::string content(size == 0 ? "" : static_cast<const char*>(data), size);
   ReleaseFileData(data);
   return content;
 }

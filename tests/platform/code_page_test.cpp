@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include <qvx/platform.h>
 
@@ -125,9 +125,9 @@ TEST_F(CodePage, TakesSingleAndDoubleBytePagesOnly) {
 
 TEST_F(CodePage, SwitchesWhileOthersConvert) {
   std::atomic<bool> stop{false};
-  std::vector<std::jthread> threads;
-  for (int i = 0; i < 3; ++i) {
-    threads.emplace_back([&stop] {
+  std::array<std::jthread, 3> threads;
+  for (std::jthread& each : threads) {
+    each = std::jthread([&stop] {
       while (!stop) ASSERT_EQ(ToWide("plain text").size(), 10u);
     });
   }
