@@ -6,9 +6,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/path.h"
 #include "support/fault_plan.h"
