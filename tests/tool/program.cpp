@@ -1,7 +1,6 @@
 #include "tool/program.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <pty.h>
 #include <signal.h>
@@ -34,59 +33,52 @@ void ReadInto(int& descriptor, short events, std::string& text) {
 }
 
 struct Pipe {
-  std::array<int, 2> ends{-1, -1};
-  Pipe() { EXPECT_EQ(0, pipe2(ends.data(), O_CLOEXEC)); }
+  int read_end = -1;
+  int write_end = -1;
+  explicit Pipe(bool is_terminal = false) {
+    int ends[2];
+    EXPECT_EQ(0, is_terminal ? openpty(&ends[0], &ends[1], nullptr, nullptr, nullptr) : pipe(ends));
+    for (const int end : ends) fcntl(end, F_SETFD, FD_CLOEXEC);
+    read_end = ends[0];
+    write_end = ends[1];
+  }
 };
-
-[[noreturn]] void BecomeProgram(std::vector<char*>& arguments, const Program::Setting& setting) {
-  prctl(PR_SET_PDEATHSIG, SIGKILL);
-  if (!setting.folder.empty() && chdir(setting.folder.c_str()) != 0) _exit(126);
-  execv(arguments[0], arguments.data());
-  _exit(127);
-}
 
 }  // namespace
 
-std::vector<std::string> ProgramResult::ErrorLines() const {
-  std::vector<std::string> lines;
-  std::istringstream stream(err);
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
+Words::Words(const std::string& text) {
+  std::istringstream stream(text);
+  for (std::string word; stream >> word;) words_.push_back(word);
 }
 
-Program::Program(const std::vector<std::string>& arguments, const Setting& setting) {
+Program::Program(const Words& words, const Setting& setting) {
   std::vector<std::string> texts{QVX_TOOL_PATH};
-  texts.insert(texts.end(), arguments.begin(), arguments.end());
-  std::vector<char*> pointers;
-  pointers.reserve(texts.size() + 1);
-  for (std::string& text : texts) pointers.push_back(text.data());
-  pointers.push_back(nullptr);
+  texts.insert(texts.end(), words.All().begin(), words.All().end());
+  std::vector<char*> arguments;
+  for (std::string& text : texts) arguments.push_back(text.data());
+  arguments.push_back(nullptr);
   std::string variable = setting.environment;
 
-  Pipe input;
-  Pipe err;
-  Pipe out;
-  if (setting.on_terminal) {
-    close(out.ends[0]);
-    close(out.ends[1]);
-    EXPECT_EQ(0, openpty(&out.ends[0], &out.ends[1], nullptr, nullptr, nullptr));
-    fcntl(out.ends[0], F_SETFD, FD_CLOEXEC);
-    fcntl(out.ends[1], F_SETFD, FD_CLOEXEC);
-  }
+  const Pipe input;
+  const Pipe err;
+  const Pipe out(setting.on_terminal);
   child_ = fork();
   if (child_ == 0) {
-    dup2(input.ends[0], STDIN_FILENO);
-    dup2(out.ends[1], STDOUT_FILENO);
-    dup2(err.ends[1], STDERR_FILENO);
+    dup2(input.read_end, STDIN_FILENO);
+    dup2(out.write_end, STDOUT_FILENO);
+    dup2(err.write_end, STDERR_FILENO);
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (!variable.empty()) putenv(variable.data());
-    BecomeProgram(pointers, setting);
+    if (!setting.folder.empty() && chdir(setting.folder.c_str()) != 0) _exit(126);
+    execv(arguments[0], arguments.data());
+    _exit(127);
   }
-  close(input.ends[0]);
-  close(out.ends[1]);
-  close(err.ends[1]);
-  input_ = input.ends[1];
-  out_ = out.ends[0];
-  err_ = err.ends[0];
+  close(input.read_end);
+  close(out.write_end);
+  close(err.write_end);
+  input_ = input.write_end;
+  out_ = out.read_end;
+  err_ = err.read_end;
 }
 
 Program::~Program() {
@@ -112,6 +104,11 @@ std::string Program::WaitFor(const std::string& text) {
   }
   ADD_FAILURE() << "no \"" << text << "\" in:\n" << result_.out << result_.err;
   return std::string();
+}
+
+std::string Program::WordAfter(const std::string& text) {
+  const std::string line = WaitFor(text);
+  return line.substr(line.rfind(' ') + 1);
 }
 
 void Program::ReadSome() {
@@ -147,11 +144,26 @@ ProgramResult Program::Finish() {
   return result_;
 }
 
-ProgramResult RunProgram(const std::vector<std::string>& arguments,
-                         const Program::Setting& setting) {
-  Program program(arguments, setting);
+ProgramResult ToolTest::Run(const Words& words, const Program::Setting& setting) {
+  Program program(words, setting);
   program.EndInput();
   return program.Finish();
+}
+
+std::string ToolTest::Done(const Words& words) const {
+  const ProgramResult result = Run(words);
+  EXPECT_EQ(0, result.code) << testing::PrintToString(words.All());
+  EXPECT_EQ("", result.err);
+  return result.out;
+}
+
+void ToolTest::ExpectRefused(const std::string& reason, const Words& words) const {
+  const ProgramResult result = Run(words);
+  EXPECT_EQ(1, result.code) << testing::PrintToString(words.All());
+  EXPECT_EQ("", result.out);
+  EXPECT_EQ(result.err.size() - 1, result.err.find('\n')) << result.err;
+  EXPECT_TRUE(result.err.starts_with("qvx: ")) << result.err;
+  EXPECT_NE(std::string::npos, result.err.find(reason)) << reason << " in " << result.err;
 }
 
 }  // namespace qvx::test
