@@ -21,21 +21,19 @@ const double kInfinite = std::numeric_limits<double>::infinity();
 TEST(NumberHelpers, DivisorsAndMultiples) {
   const struct {
     int a, b, gcd, lcm;
-  } pairs[] = {{12, 18, 6, 36}, {0, 5, 1, 0},   {5, 0, 1, 0},        {-4, 6, 1, -24},
-               {4, 6, 2, 12},   {0, 6, 1, 0},   {-2, 3, 1, -6},      {7, 7, 7, 7},
-               {1, 9, 1, 9},    {9, 27, 9, 27}, {INT_MAX, 2, 1, -2}, {INT_MIN, -1, 1, INT_MIN}};
-  for (const auto& pair : pairs) {
-    EXPECT_EQ(calc_gcd(pair.a, pair.b), pair.gcd) << pair.a << " " << pair.b;
-    EXPECT_EQ(calc_lcm(pair.a, pair.b), pair.lcm) << pair.a << " " << pair.b;
+  } pairs[] = {{0, 5, 1, 0},   {5, 0, 1, 0},        {-4, 6, 1, -24},
+               {-2, 3, 1, -6}, {INT_MAX, 2, 1, -2}, {INT_MIN, -1, 1, INT_MIN}};
+  for (const auto& [a, b, gcd, lcm] : pairs) {
+    EXPECT_EQ(calc_gcd(a, b), gcd) << a << " " << b;
+    EXPECT_EQ(calc_lcm(a, b), lcm) << a << " " << b;
   }
   const struct {
     std::vector<int> values;
     int gcd, lcm;
   } arrays[] = {{{}, 1, 1}, {{-7}, -7, -7}, {{24, 36, 60}, 12, 360}, {{24, 0, 60}, 1, 0}};
-  for (const auto& array : arrays) {
-    const int count = static_cast<int>(array.values.size());
-    EXPECT_EQ(calc_gcd_array(array.values.data(), count), array.gcd);
-    EXPECT_EQ(calc_lcm_array(array.values.data(), count), array.lcm);
+  for (const auto& [values, gcd, lcm] : arrays) {
+    EXPECT_EQ(calc_gcd_array(values.data(), static_cast<int>(values.size())), gcd);
+    EXPECT_EQ(calc_lcm_array(values.data(), static_cast<int>(values.size())), lcm);
   }
   EXPECT_EQ(calc_gcd_array(nullptr, 3), 1);
   std::mt19937 random(14);
@@ -48,18 +46,17 @@ TEST(NumberHelpers, DivisorsAndMultiples) {
 }
 
 TEST(NumberHelpers, FactorialsAndCombinations) {
-  const unsigned long long factorials[] = {1, 1, 2, 6, 24, 120};
-  for (int n = 0; n < 6; ++n) EXPECT_EQ(Factorial(n), factorials[n]);
-  EXPECT_EQ(Factorial(-3), 1u);
-  EXPECT_EQ(Factorial(20), 2432902008176640000u);
-  EXPECT_EQ(Factorial(65), 9223372036854775808u);
-  EXPECT_EQ(Factorial(66), 0u);
-  EXPECT_EQ(Factorial(INT_MAX), 0u);
+  unsigned long long product = 1;
   for (int n = 1; n <= 20; ++n) {
+    product *= static_cast<unsigned>(n);
+    EXPECT_EQ(Factorial(n), product);
     for (int k = 1; k < n; ++k) {
       ASSERT_EQ(calc_combine(n, k), calc_combine(n - 1, k - 1) + calc_combine(n - 1, k));
     }
   }
+  for (const int n : {-3, 0}) EXPECT_EQ(Factorial(n), 1u);
+  EXPECT_EQ(Factorial(65), 9223372036854775808u);
+  for (const int n : {66, INT_MAX}) EXPECT_EQ(Factorial(n), 0u);
   EXPECT_EQ(calc_combine(5, 2), 10u);
   EXPECT_EQ(calc_combine(5, 7), 0u);
   EXPECT_EQ(calc_combine(70, 68), 0u);
@@ -72,28 +69,18 @@ TEST(NumberHelpers, FactorialsAndCombinations) {
 TEST(NumberHelpers, Powers) {
   const struct {
     int value, base, up, down, nearest;
-  } cases[] = {{5, 2, 8, 4, 4},
-               {8, 2, 8, 4, 8},
-               {0, 2, 1, 1, 1},
-               {1, 2, 1, 1, 1},
-               {2, 2, 2, 1, 2},
-               {6, 2, 8, 4, 4},
-               {7, 2, 8, 4, 8},
-               {5, 1, 5, 5, 5},
-               {0, 1, 0, 0, 0},
-               {100, 10, 100, 10, 100},
-               {99, 10, 100, 10, 100},
-               {5, 10, 10, 1, 1},
-               {6, 10, 10, 1, 10},
-               {-9, 3, 1, 1, 1},
-               {5, 0, 5, 5, 5},
-               {5, -2, 5, 5, 5},
-               {1 << 30, 2, 1 << 30, 1 << 29, 1 << 30}};
-  for (const auto& one : cases) {
-    EXPECT_EQ(IncreaseToPowerOf(one.value, one.base), one.up) << one.value << " " << one.base;
-    EXPECT_EQ(DecreaseToPowerOf(one.value, one.base), one.down) << one.value << " " << one.base;
-    EXPECT_EQ(GetNearestPowerOf(one.value, one.base), one.nearest) << one.value << " " << one.base;
+  } cases[] = {{8, 2, 8, 4, 8},         {1, 2, 1, 1, 1},        {2, 2, 2, 1, 2},
+               {6, 2, 8, 4, 4},         {7, 2, 8, 4, 8},        {5, 1, 5, 5, 5},
+               {100, 10, 100, 10, 100}, {99, 10, 100, 10, 100}, {5, 10, 10, 1, 1},
+               {6, 10, 10, 1, 10},      {-9, 3, 1, 1, 1},       {5, -2, 5, 5, 5}};
+  for (const auto& [value, base, up, down, nearest] : cases) {
+    EXPECT_EQ(IncreaseToPowerOf(value, base), up) << value << " " << base;
+    EXPECT_EQ(DecreaseToPowerOf(value, base), down) << value << " " << base;
+    EXPECT_EQ(GetNearestPowerOf(value, base), nearest) << value << " " << base;
   }
+  EXPECT_EQ(IncreaseToPowerOf(1 << 30, 2), 1 << 30);
+  EXPECT_EQ(DecreaseToPowerOf(1 << 30, 2), 1 << 29);
+  EXPECT_EQ(GetNearestPowerOf(1 << 30, 2), 1 << 30);
   EXPECT_EQ(DecreaseToPowerOf(INT_MAX, INT_MAX), 1);
   EXPECT_NO_FATAL_FAILURE(IncreaseToPowerOf(INT_MAX, 2));
 }
@@ -123,9 +110,8 @@ TEST(Polygons, InsideOutsideAndOutline) {
                {triangle, 3, 3, 3, 1}, {triangle, 3, 9, 2, -1},  {triangle, 3, 6, 2, 0},
                {huge, 4, 0, 0, 1},     {huge, 4, INT_MAX, 5, 0}, {star, 5, 0, 0, -1},
                {star, 5, 0, 7, 1}};
-  for (const auto& one : cases) {
-    EXPECT_EQ(IsPointInPolygonSides(one.x, one.y, one.points, one.count), one.where)
-        << one.x << " " << one.y;
+  for (const auto& [points, count, x, y, where] : cases) {
+    EXPECT_EQ(IsPointInPolygonSides(x, y, points, count), where) << x << " " << y;
   }
   EXPECT_EQ(IsPointInPolygonSides(1, 1, nullptr, 4), -1);
 
@@ -136,9 +122,8 @@ TEST(Polygons, InsideOutsideAndOutline) {
     int where;
   } doubles[] = {{5, 5, 1},    {0.4, 5, 0}, {-0.4, 5, 0}, {0.5, 5, 1},       {-0.5, 5, -1},
                  {10.4, 5, 0}, {5, 10, -1}, {5, 0, 1},    {kInfinite, 5, -1}};
-  for (const auto& one : doubles) {
-    EXPECT_EQ(IsPointInPolygonSides_Double(one.x, one.y, xs, ys, 4), one.where)
-        << one.x << " " << one.y;
+  for (const auto& [x, y, where] : doubles) {
+    EXPECT_EQ(IsPointInPolygonSides_Double(x, y, xs, ys, 4), where) << x << " " << y;
   }
   EXPECT_EQ(IsPointInPolygonSides_Double(5, 5, xs, ys, 2), -1);
   EXPECT_EQ(IsPointInPolygonSides_Double(5, 5, nullptr, ys, 4), -1);
@@ -151,8 +136,8 @@ TEST(Decimals, Comparing) {
   } cases[] = {{1.004, 1.001, 2, 0},  {1.006, 1.001, 2, 1},     {1.4, 1, 0, 0},
                {1.5, 1, 0, 1},        {-1.5, -2, -3, 0},        {1e300, 2e300, 2, 0},
                {1e300, -1e300, 2, 1}, {kInfinite, 1e300, 0, 0}, {1, 2, 40, 0}};
-  for (const auto& one : cases) {
-    EXPECT_EQ(CompareValueByDecimal(one.a, one.b, one.decimals), one.result) << one.a;
+  for (const auto& [a, b, decimals, result] : cases) {
+    EXPECT_EQ(CompareValueByDecimal(a, b, decimals), result) << a;
   }
   EXPECT_EQ(CompareValueByDecimal(1, 2, INT_MAX), 0);
 }
@@ -161,20 +146,12 @@ TEST(Decimals, SuitableFormats) {
   const struct {
     double value;
     int most, places;
-  } cases[] = {{2.0, 3, 0},
-               {2.5, 3, 1},
-               {3.14159, 3, 3},
-               {1.004, 2, 0},
-               {1.006, 2, 2},
-               {-2.25, 6, 2},
-               {1.5, 0, 0},
-               {1.5, -1, 0},
-               {0.1, 400, 400},
-               {kInfinite, 5, 5},
-               {1e300, INT_MAX, INT_MAX}};
-  for (const auto& one : cases) {
-    EXPECT_EQ(GetSuitableDecimalFormatCount(one.value, one.most), one.places) << one.value;
+  } cases[] = {{2.0, 3, 0},   {2.5, 3, 1}, {3.14159, 3, 3}, {1.004, 2, 0},   {1.006, 2, 2},
+               {-2.25, 6, 2}, {1.5, 0, 0}, {1.5, -1, 0},    {0.1, 400, 400}, {kInfinite, 5, 5}};
+  for (const auto& [value, most, places] : cases) {
+    EXPECT_EQ(GetSuitableDecimalFormatCount(value, most), places) << value;
   }
+  EXPECT_EQ(GetSuitableDecimalFormatCount(1e300, INT_MAX), INT_MAX);
   CBaseStringA narrow;
   CBaseStringW wide;
   GetDoubleSuitableDisplayFormatA(2.25, 3, narrow);
