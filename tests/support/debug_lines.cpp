@@ -13,18 +13,14 @@ using Line = std::pair<int, std::string>;
 std::mutex mutex;
 std::vector<Line> lines;
 
-// The library's own thread starts when the library is loaded and tells so when it comes to it,
-// which may be in the middle of a test.
-bool IsOfLoading(const std::string& message) {
-  return message.rfind("thread information, name=DelayMsg,", 0) == 0;
-}
-
 int Collect(void*, int level, const char* line, int length) {
   const std::string text(line, static_cast<std::size_t>(length));
   const std::size_t arrow = text.find("=> ");
   std::string message = arrow == std::string::npos ? text : text.substr(arrow + 3);
-  if (IsOfLoading(message)) return 0;
-  std::lock_guard<std::mutex> guard(mutex);
+  // The library's own thread starts when the library is loaded and tells so when it comes to it,
+  // which may be in the middle of a test.
+  if (message.starts_with("thread information, name=DelayMsg,")) return 0;
+  const std::lock_guard guard(mutex);
   lines.emplace_back(level, std::move(message));
   return 0;
 }
@@ -33,7 +29,7 @@ int Collect(void*, int level, const char* line, int length) {
 
 DebugLines::DebugLines() {
   {
-    std::lock_guard<std::mutex> guard(mutex);
+    const std::lock_guard guard(mutex);
     lines.clear();
   }
   DbgOutputAddCallback(&Collect, nullptr);
@@ -44,7 +40,7 @@ DebugLines::~DebugLines() {
 }
 
 std::vector<Line> DebugLines::All() const {
-  std::lock_guard<std::mutex> guard(mutex);
+  const std::lock_guard guard(mutex);
   return lines;
 }
 

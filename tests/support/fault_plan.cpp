@@ -18,21 +18,24 @@ struct Rule {
   bool Covers(int call) const { return call >= first && call - first < times; }
 };
 
+constexpr auto kOperations = static_cast<std::size_t>(Operation::kCount);
+
 struct State {
-  std::mutex mutex;
-  std::array<Rule, static_cast<std::size_t>(Operation::kCount)> rules;
-  std::array<int, static_cast<std::size_t>(Operation::kCount)> calls;
-  bool fake_clock;
-  std::int64_t now;
-  std::int64_t slept;
+  std::array<Rule, kOperations> rules;
+  std::array<int, kOperations> calls{};
+  bool fake_clock = false;
+  std::int64_t now = 0;
+  std::int64_t slept = 0;
 };
 
-State& TheState() {
-  static State* state = new State();
-  return *state;
+constinit std::mutex mutex;
+constinit State state;
+
+std::size_t IndexOf(Operation operation) {
+  return static_cast<std::size_t>(operation);
 }
 
-void AnswerTime(State& state, SeamCall& call) {
+void AnswerTime(SeamCall& call) {
   if (!state.fake_clock) return;
   if (call.operation == Operation::kClock) call.value = state.now;
   if (call.operation != Operation::kSleep) return;
@@ -42,27 +45,26 @@ void AnswerTime(State& state, SeamCall& call) {
 }
 
 void Answer(SeamCall& call) {
-  State& state = TheState();
-  std::lock_guard<std::mutex> guard(state.mutex);
-  const auto index = static_cast<std::size_t>(call.operation);
-  const Rule& rule = state.rules[index];
-  AnswerTime(state, call);
+  const std::lock_guard guard(mutex);
+  const Rule& rule = state.rules[IndexOf(call.operation)];
+  AnswerTime(call);
   if (call.operation == Operation::kAllocate && rule.times == 0) return;
-  if (!rule.Covers(++state.calls[index])) return;
+  if (!rule.Covers(++state.calls[IndexOf(call.operation)])) return;
   call.error = rule.error;
   call.limit = rule.limit;
+}
+
+void SetRule(Operation operation, Rule rule) {
+  const std::lock_guard guard(mutex);
+  rule.first += state.calls[IndexOf(operation)];
+  state.rules[IndexOf(operation)] = rule;
 }
 
 }  // namespace
 
 FaultPlan::FaultPlan() {
-  State& state = TheState();
-  std::lock_guard<std::mutex> guard(state.mutex);
-  state.rules.fill(Rule());
-  state.calls.fill(0);
-  state.fake_clock = false;
-  state.now = 0;
-  state.slept = 0;
+  const std::lock_guard guard(mutex);
+  state = {};
   platform::SetSeamHook(&Answer);
 }
 
@@ -71,38 +73,29 @@ FaultPlan::~FaultPlan() {
 }
 
 FaultPlan& FaultPlan::Fail(Operation operation, int first, int error, int times) {
-  State& state = TheState();
-  std::lock_guard<std::mutex> guard(state.mutex);
-  const auto index = static_cast<std::size_t>(operation);
-  state.rules[index] = Rule{state.calls[index] + first, times, error, SIZE_MAX};
+  SetRule(operation, {first, times, error, SIZE_MAX});
   return *this;
 }
 
 FaultPlan& FaultPlan::Shorten(Operation operation, int first, std::size_t limit, int times) {
-  State& state = TheState();
-  std::lock_guard<std::mutex> guard(state.mutex);
-  const auto index = static_cast<std::size_t>(operation);
-  state.rules[index] = Rule{state.calls[index] + first, times, 0, limit};
+  SetRule(operation, {first, times, 0, limit});
   return *this;
 }
 
 FaultPlan& FaultPlan::FakeClock(std::int64_t nanoseconds) {
-  State& state = TheState();
-  std::lock_guard<std::mutex> guard(state.mutex);
+  const std::lock_guard guard(mutex);
   state.fake_clock = true;
   state.now = nanoseconds;
   return *this;
 }
 
 int FaultPlan::Calls(Operation operation) const {
-  State& state = TheState();
-  std::lock_guard<std::mutex> guard(state.mutex);
-  return state.calls[static_cast<std::size_t>(operation)];
+  const std::lock_guard guard(mutex);
+  return state.calls[IndexOf(operation)];
 }
 
 std::int64_t FaultPlan::Slept() const {
-  State& state = TheState();
-  std::lock_guard<std::mutex> guard(state.mutex);
+  const std::lock_guard guard(mutex);
   return state.slept;
 }
 

@@ -59,37 +59,35 @@ const char* NetworkLab::Interface(int host) {
 }
 
 bool NetworkLab::MakeHost(int host) {
-  int error = 0;
   std::thread([&] {
     if (unshare(CLONE_NEWNET) != 0) {
-      error = errno;
-      return;
+      why_not_ = std::string("unshare: ") + std::strerror(errno);
+    } else {
+      hosts_[static_cast<std::size_t>(host)] = OpenOwnNamespace();
     }
-    hosts_[static_cast<std::size_t>(host)] = OpenOwnNamespace();
   }).join();
-  if (error != 0) why_not_ = std::string("unshare: ") + std::strerror(error);
-  return error == 0;
+  return Ready();
 }
 
 bool NetworkLab::Build() {
   const std::string other =
       "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(hosts_[1]);
-  if (!Run(0, "ip link add cable0 type veth peer name cable1")) return false;
-  if (!Run(0, "ip link set cable1 netns " + other)) return false;
+  const std::string join =
+      "ip link add cable0 type veth peer name cable1 && ip link set cable1 netns " + other;
+  if (!Run(0, join)) return false;
   for (const int host : {0, 1}) {
-    const std::string interface = Interface(host);
-    if (!Run(host, "ip addr add " + std::string(Address(host)) + "/24 brd + dev " + interface)) {
+    const std::string cable = std::string(" dev ") + Interface(host);
+    if (!Run(host, "ip link set lo up && ip link set up" + cable + " && ip addr add " +
+                       Address(host) + "/24 brd +" + cable + " && ip route add default" + cable)) {
       return false;
     }
-    if (!Run(host, "ip link set lo up && ip link set " + interface + " up")) return false;
-    if (!Run(host, "ip route add default dev " + interface)) return false;
   }
   return true;
 }
 
 bool NetworkLab::Run(int host, const std::string& command) {
   int result = -1;
-  In(host, [&] { result = std::system((command + " 2>/dev/null").c_str()); });
+  In(host, [&] { result = std::system(("(" + command + ") 2>/dev/null").c_str()); });
   if (result != 0) why_not_ = "failed: " + command;
   return result == 0;
 }

@@ -6,7 +6,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -26,33 +25,25 @@ int Check(int result, const char* what) {
   return result;
 }
 
-int NewSocket(int flags = 0) {
-  return Check(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0), "socket");
+RawPeer NewSocket(int flags = 0) {
+  return RawPeer(Check(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | flags, 0), "socket"));
 }
 
-void CloseDescriptor(int& descriptor) {
-  if (descriptor >= 0) close(descriptor);
-  descriptor = -1;
+int Connect(const RawPeer& peer, std::uint16_t port) {
+  const sockaddr_in address = Loopback(port);
+  return connect(peer.Descriptor(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
 }
 
 }  // namespace
-
-RawPeer::RawPeer(RawPeer&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
 
 RawPeer& RawPeer::operator=(RawPeer&& other) noexcept {
   std::swap(descriptor_, other.descriptor_);
   return *this;
 }
 
-RawPeer::~RawPeer() {
-  Close();
-}
-
 RawPeer RawPeer::To(std::uint16_t port) {
-  RawPeer peer(NewSocket());
-  const sockaddr_in address = Loopback(port);
-  Check(connect(peer.descriptor_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)),
-        "connect");
+  RawPeer peer = NewSocket();
+  Check(Connect(peer, port), "connect");
   return peer;
 }
 
@@ -87,7 +78,8 @@ bool RawPeer::SeesEnd() const {
 }
 
 void RawPeer::Close() {
-  CloseDescriptor(descriptor_);
+  if (descriptor_ >= 0) close(descriptor_);
+  descriptor_ = -1;
 }
 
 void RawPeer::Reset() {
@@ -98,45 +90,28 @@ void RawPeer::Reset() {
 
 RawListener::RawListener() : RawListener(64) {}
 
-RawListener::RawListener(int queue) : descriptor_(NewSocket()) {
-  std::fill(std::begin(fillers_), std::end(fillers_), -1);
+RawListener::RawListener(int queue) : socket_(NewSocket()) {
   sockaddr_in address = Loopback(0);
   socklen_t size = sizeof(address);
-  Check(bind(descriptor_, reinterpret_cast<const sockaddr*>(&address), size), "bind");
-  Check(listen(descriptor_, queue), "listen");
-  Check(getsockname(descriptor_, reinterpret_cast<sockaddr*>(&address), &size), "getsockname");
+  Check(bind(Descriptor(), reinterpret_cast<const sockaddr*>(&address), size), "bind");
+  Check(listen(Descriptor(), queue), "listen");
+  Check(getsockname(Descriptor(), reinterpret_cast<sockaddr*>(&address), &size), "getsockname");
   port_ = ntohs(address.sin_port);
 }
 
 RawListener RawListener::Deaf() {
   RawListener listener(0);
-  const sockaddr_in address = Loopback(listener.port_);
-  for (int& filler : listener.fillers_) {
-    filler = NewSocket(SOCK_NONBLOCK);
-    const int result =
-        connect(filler, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-    if (result < 0 && errno != EINPROGRESS) throw std::runtime_error("connect");
+  for (int i = 0; i < 8; ++i) {
+    const RawPeer& filler = listener.fillers_.emplace_back(NewSocket(SOCK_NONBLOCK));
+    if (Connect(filler, listener.port_) < 0 && errno != EINPROGRESS) {
+      throw std::runtime_error("connect");
+    }
   }
   return listener;
 }
 
-RawListener::RawListener(RawListener&& other) noexcept
-    : descriptor_(std::exchange(other.descriptor_, -1)), port_(other.port_) {
-  std::copy(std::begin(other.fillers_), std::end(other.fillers_), fillers_);
-  std::fill(std::begin(other.fillers_), std::end(other.fillers_), -1);
-}
-
-RawListener::~RawListener() {
-  Close();
-  for (int& filler : fillers_) CloseDescriptor(filler);
-}
-
 RawPeer RawListener::Accept() const {
-  return RawPeer(Check(accept4(descriptor_, nullptr, nullptr, SOCK_CLOEXEC), "accept"));
-}
-
-void RawListener::Close() {
-  CloseDescriptor(descriptor_);
+  return RawPeer(Check(accept4(Descriptor(), nullptr, nullptr, SOCK_CLOEXEC), "accept"));
 }
 
 }  // namespace qvx::test

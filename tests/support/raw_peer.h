@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace qvx::test {
 
@@ -12,9 +14,9 @@ class RawPeer {
  public:
   RawPeer() = default;
   explicit RawPeer(int descriptor) : descriptor_(descriptor) {}
-  RawPeer(RawPeer&& other) noexcept;
+  RawPeer(RawPeer&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
   RawPeer& operator=(RawPeer&& other) noexcept;
-  ~RawPeer();
+  ~RawPeer() { Close(); }
 
   // Connects to a port of 127.0.0.1.
   static RawPeer To(std::uint16_t port);
@@ -39,19 +41,18 @@ class RawListener {
   RawListener();
   // With a queue that is full already, so that connecting to it takes forever.
   static RawListener Deaf();
-  RawListener(RawListener&& other) noexcept;
-  ~RawListener();
 
   std::uint16_t Port() const { return port_; }
+  int Descriptor() const { return socket_.Descriptor(); }
   RawPeer Accept() const;
-  void Close();
+  void Close() { socket_.Close(); }
 
  private:
   explicit RawListener(int queue);
 
-  int descriptor_ = -1;
+  RawPeer socket_;
   std::uint16_t port_ = 0;
-  int fillers_[8];
+  std::vector<RawPeer> fillers_;
 };
 
 }  // namespace qvx::test

@@ -4,10 +4,11 @@
 
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <list>
 #include <mutex>
 #include <thread>
+
+#include "support/raw_peer.h"
 
 namespace qvx::test {
 
@@ -27,19 +28,18 @@ class SlowRelay {
   SlowRelay& operator=(const SlowRelay&) = delete;
 
   // Where clients connect instead of the server's port.
-  unsigned short Port() const { return port_; }
+  unsigned short Port() const { return listener_.Port(); }
 
  private:
   struct Connection;
 
   void AcceptLoop();
-  void Pump(int from, int to, std::uint64_t cut) const;
+  void Pump(const RawPeer& from, const RawPeer& to, std::uint64_t cut) const;
   void Serve(Connection& connection) const;
 
   RelayOptions options_;
   unsigned short server_port_;
-  unsigned short port_ = 0;
-  int listener_ = -1;
+  RawListener listener_;
   std::mutex mutex_;
   bool stopping_ = false;
   std::list<Connection> connections_;
