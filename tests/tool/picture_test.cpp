@@ -1,12 +1,15 @@
-// The commands that make pictures: image and thermal.
+// The commands that make pictures: image, thermal and gif.
+#include <signal.h>
+
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "tool/program.h"
 
 namespace qvx::test {
 namespace {
+
+using namespace std::string_literals;
 
 std::string Repeat(const std::string& text, int times) {
   std::string all;
@@ -20,25 +23,18 @@ struct FlatPicture {
 };
 
 // A red that comes out of every conversion as it went in: 248, 0, 0 is Y 80, U 91, V 237.
-std::vector<FlatPicture> RedPictures() {
-  const std::string y(8, '\x50');
-  const auto u = [](std::size_t count) { return std::string(count, '\x5B'); };
-  const auto v = [](std::size_t count) { return std::string(count, '\xED'); };
-  const std::string none(1, '\0');
-  return {
-      {"RGB888", Repeat(none + none + "\xF8", 8)},
-      {"RGB565", Repeat(none + "\xF8", 8)},
-      {"RGB555", Repeat(none + "\x7C", 8)},
-      {"ARGB32", Repeat(none + none + "\xF8\xFF", 8)},
-      {"YUV420", y + u(2) + v(2)},
-      {"YUV422", y + u(4) + v(4)},
-      {"YUV444", y + u(8) + v(8)},
-      {"YUV420SP", y + Repeat("\x5B\xED", 2)},
-      {"YUYV", Repeat("\x50\x5B\x50\xED", 4)},
-      {"YUY2", Repeat("\x50\x5B\x50\xED", 4)},
-      {"YVY2", Repeat("\x50\xED\x50\x5B", 4)},
-  };
-}
+const std::string kY = Repeat("\x50", 8);
+const FlatPicture kReds[] = {{"RGB888", Repeat("\0\0\xF8"s, 8)},
+                             {"RGB565", Repeat("\0\xF8"s, 8)},
+                             {"RGB555", Repeat("\0\x7C"s, 8)},
+                             {"ARGB32", Repeat("\0\0\xF8\xFF"s, 8)},
+                             {"YUV420", kY + Repeat("\x5B", 2) + Repeat("\xED", 2)},
+                             {"YUV422", kY + Repeat("\x5B", 4) + Repeat("\xED", 4)},
+                             {"YUV444", kY + Repeat("\x5B", 8) + Repeat("\xED", 8)},
+                             {"YUV420SP", kY + Repeat("\x5B\xED", 2)},
+                             {"YUYV", Repeat("\x50\x5B\x50\xED", 4)},
+                             {"YUY2", Repeat("\x50\x5B\x50\xED", 4)},
+                             {"YVY2", Repeat("\x50\xED\x50\x5B", 4)}};
 
 class ToolPicture : public ToolTest {
  protected:
@@ -58,21 +54,22 @@ unsigned PixelOf(const std::string& ppm, std::size_t x, std::size_t y) {
 }
 
 TEST_F(ToolPicture, EveryLayoutToEveryOther) {
-  for (const FlatPicture& from : RedPictures()) {
+  for (const FlatPicture& from : kReds) {
     temp_.Write("in", from.bytes);
-    for (const FlatPicture& to : RedPictures()) {
+    for (const FlatPicture& to : kReds) {
       Done("image in --size 4x2 -o out --from " + from.layout + " --to " + to.layout);
       ASSERT_EQ(Read("out"), to.bytes) << from.layout << " to " << to.layout;
     }
   }
-  for (const FlatPicture& to : RedPictures()) {  // from YVY2, which is still there
+  for (const FlatPicture& to : kReds) {  // from YVY2, which is still there
     const ProgramResult result =
         Run("image in --size 4x2 -o out.BMP --from yvy2 --to " + to.layout);
     const bool is_rgb = to.layout.find("RGB") != std::string::npos;
     EXPECT_EQ(is_rgb ? 0 : 1, result.code) << to.layout;
     if (!is_rgb) continue;
-    const std::string red = to.layout.find('5') != std::string::npos ? "\xFF" : "\xF8";
-    EXPECT_EQ(ReadBmp(), "P6\n4 2\n255\n" + Repeat(red + std::string(2, '\0'), 8)) << to.layout;
+    const bool is_narrow = to.layout.find('5') != std::string::npos;
+    EXPECT_EQ(ReadBmp(), "P6\n4 2\n255\n" + Repeat(is_narrow ? "\xFF\0\0"s : "\xF8\0\0"s, 8))
+        << to.layout;
   }
 }
 
@@ -88,7 +85,7 @@ TEST_F(ToolPicture, OrdersFramesAndMistakes) {
   EXPECT_EQ(convert("--from YUV420 --to YUV420SP --frame 1"), "ABCDEFGHpqPQ");
   EXPECT_EQ(convert("--from YUV420SP --to YUV420SP --swap-in"), "12345678XxYy");
   EXPECT_EQ(convert("--from YUV444 --to YUV444 --swap-out"), "12345678EFGHpPqQxXyYABCD");
-  const std::string cases[][2] = {
+  const std::string refused[][2] = {
       {"odd -o out --size 4x2 --from YUV420", "a frame of 4x2 YUV420 has"},
       {"two -o out --size 4x2 --from YUV420 --frame 2", "2 frames"},
       {"two -o out --size 4x3 --from YUV420", "needs an even height"},
@@ -102,7 +99,7 @@ TEST_F(ToolPicture, OrdersFramesAndMistakes) {
       {"two -o no/x --size 4x2 --from YUV420", "cannot write"},
       {"two -o no/x.bmp --size 4x2 --from YUV420", "cannot write"},
       {"no -o out --size 4x2 --from YUV420", "cannot read"}};
-  for (const auto& [words, reason] : cases) ExpectRefused(reason, "image " + words);
+  for (const auto& [words, reason] : refused) ExpectRefused(reason, "image " + words);
 }
 
 TEST_F(ToolPicture, ThermalDrawsATableWithItsScale) {
@@ -140,15 +137,59 @@ TEST_F(ToolPicture, ThermalChoosesRangeAndColours) {
   temp_.Write("b", "1,2\n3,x\n");
   temp_.Write("c", "\n#\n");
   temp_.Write("d", "nan");
-  const std::string cases[][2] = {{"a -o out", "a:2: 1 values where the first row"},
-                                  {"b -o out", "b:2: 'x' is no number"},
-                                  {"c -o out", "holds no numbers"},
-                                  {"d -o out", "tell --range"},
-                                  {"in -o out --range 1,1", "two different numbers"},
-                                  {"in -o out --range 1", "needs two values"},
-                                  {"in -o out --colours FF,FF0000", "'FF' is no colour"},
-                                  {"in -o no/out", "cannot write"}};
-  for (const auto& [words, reason] : cases) ExpectRefused(reason, "thermal " + words);
+  const std::string refused[][2] = {{"a -o out", "a:2: 1 values where the first row"},
+                                    {"b -o out", "b:2: 'x' is no number"},
+                                    {"c -o out", "holds no numbers"},
+                                    {"d -o out", "tell --range"},
+                                    {"in -o out --range 1,1", "two different numbers"},
+                                    {"in -o out --range 1", "needs two values"},
+                                    {"in -o out --colours FF,FF0000", "'FF' is no colour"},
+                                    {"in -o no/out", "cannot write"}};
+  for (const auto& [words, reason] : refused) ExpectRefused(reason, "thermal " + words);
+}
+
+// Two frames of two by two pixels: red, then a green one over the right lower corner.
+const std::string kGif =
+    "GIF89a\2\0\2\0\x81\1\0\xFF\0\0\0\xFF\0\0\0\xFF\0\0\0"
+    "!\xF9\4\4\7\0\0\0,\0\0\0\0\2\0\2\0\0\2\2\x84\x51\0"
+    "!\xF9\4\4\0\0\0\0,\1\0\1\0\1\0\1\0\0\2\2\x4C\1\0;"s;
+
+TEST_F(ToolPicture, GifDescribesWritesAndPlays) {
+  temp_.Write("two.gif", kGif);
+  EXPECT_EQ(
+      "two.gif: 2 x 2, 2 frames\n"
+      "     0      70 ms  frames/two_0000.bmp\n"
+      "     1       0 ms  frames/two_0001.bmp\n"
+      " total      70 ms\n",
+      Done("gif two.gif -o frames"));
+  EXPECT_EQ("\0\0\xFF\xFF"s, Read("frames/two_0000.bmp").substr(138 + 4, 4));
+  // The lowest row comes first.
+  EXPECT_EQ("\0\xFF\0\xFF"s, Read("frames/two_0001.bmp").substr(138 + 4, 4));
+
+  const std::string red = "\033[38;2;255;0;0m";
+  const std::string full = "\033[?25l" + red + "\033[48;2;255;0;0m\u2580\u2580\033[0m\n\033[1A" +
+                           red + "\033[48;2;255;0;0m\u2580\033[48;2;0;255;0m\u2580\033[0m\n";
+  EXPECT_EQ(full + "\033[?25h", Done("gif two.gif --play"));
+
+  Program endless("gif two.gif --play", {.folder = folder_, .on_terminal = true});
+  endless.WaitFor("0;255;0");
+  endless.WaitFor("0;255;0");
+  endless.Signal(SIGINT);
+  EXPECT_EQ(0, endless.Finish().code);
+}
+
+TEST_F(ToolPicture, GifTellsWhatIsWrong) {
+  temp_.Write("two.gif", kGif);
+  temp_.Write("text", "GIF? no");
+  temp_.Write("cut.gif", kGif.substr(0, kGif.size() - 1));
+  temp_.Write("large.gif", std::string(kGif).replace(6, 4, "\xFF\xFF\xFF\xFF"));
+  ExpectRefused("qvx: cannot open none", "gif none");
+  ExpectRefused("qvx: text is no GIF", "gif text");
+  ExpectRefused("qvx: large.gif is too large", "gif large.gif");
+  const ProgramResult cut = Run("gif cut.gif");
+  EXPECT_EQ(1, cut.code);
+  EXPECT_TRUE(cut.err.starts_with("qvx: cut.gif is damaged")) << cut.err;
+  EXPECT_EQ(1, Run("gif two.gif -o text").code);
 }
 
 }  // namespace

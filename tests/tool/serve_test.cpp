@@ -66,6 +66,14 @@ TEST_F(ToolFiles, RoundTripOfOneFile) {
   EXPECT_EQ("a file\n", Done(At("ls", {There("sub")})));
   EXPECT_EQ("                 sub/\n", Done(At("ls", {"-l", there_})));
   EXPECT_EQ("         600000  a file\n", Done(At("ls", {"-l", There("sub/a file")})));
+  temp_.Write("there/abc", "abc");
+  EXPECT_EQ("600000  there/sub/a file\n3  there/abc\n",
+            Done(At("size", {"there/sub/a file", "there/abc", "--folder", "1"})));
+  temp_.Write("there/empty", "");
+  EXPECT_EQ("900150983cd24fb0d6963f7d28e17f72  " + There("abc") +
+                "\nd41d8cd98f00b204e9800998ecf8427e  " + There("empty") + "\n",
+            Done(At("md5", {There("abc"), There("empty")})));
+  Done(At("rm", {There("abc"), There("empty")}));
 
   Done(At("mv", {There("sub/a file"), There("b")}));
   EXPECT_EQ(Names({"b", "sub"}), Below(there_));
@@ -73,18 +81,6 @@ TEST_F(ToolFiles, RoundTripOfOneFile) {
   EXPECT_EQ(content, Read("here/c"));
   Done(At("rm", {There("b")}));
   EXPECT_EQ(Names({"sub"}), Below(there_));
-}
-
-TEST_F(ToolFiles, DigestsAndSizes) {
-  temp_.Write("there/a bc", "abc");
-  temp_.Write("there/empty", "");
-  EXPECT_EQ("900150983cd24fb0d6963f7d28e17f72  " + There("a bc") +
-                "\nd41d8cd98f00b204e9800998ecf8427e  " + There("empty") + "\n",
-            Done(At("md5", {There("a bc"), There("empty")})));
-  EXPECT_EQ("3  there/a bc\n0  there/empty\n",
-            Done(At("size", {"there/a bc", "there/empty", "--folder", "1"})));
-  ExpectRefused("no such file", At("md5", {There("absent")}));
-  ExpectRefused("no such file", At("size", {there_}));
 }
 
 TEST_F(ToolFiles, RefusesWhatWouldLoseData) {
@@ -101,6 +97,8 @@ TEST_F(ToolFiles, RefusesWhatWouldLoseData) {
   ExpectRefused("no such", At("put", {"absent", There("x")}));
   ExpectRefused("no such", At("rm", {There("absent")}));
   ExpectRefused("no such", At("ls", {There("absent")}));
+  ExpectRefused("no such file", At("md5", {There("absent")}));
+  ExpectRefused("no such file", At("size", {there_}));
   ExpectRefused("no folder 7", At("ls", {"--folder", "7"}));
   ExpectRefused("too long", At("get", {"/" + std::string(300, 'n')}));
   EXPECT_EQ(Names({"folder", "folder/inside", "old"}), Below(there_));
