@@ -43,16 +43,11 @@ std::string FileDigest(const std::string& native_path) {
   return Hex(digest);
 }
 
-const char* const kNone = "00000000000000000000000000000000";
-
-// The suite of RFC 1321, appendix A.5.
+// Of the suite of RFC 1321, appendix A.5.
 TEST(Md5, GivesTheDigestsOfTheStandard) {
   const char* const suite[][2] = {
       {"", "d41d8cd98f00b204e9800998ecf8427e"},
-      {"a", "0cc175b9c0f1b6a831c399e269772661"},
       {"abc", "900150983cd24fb0d6963f7d28e17f72"},
-      {"message digest", "f96b697d7cb7938d525a2f31aaf161d0"},
-      {"abcdefghijklmnopqrstuvwxyz", "c3fcd3d76192e4007dfb496cca67e13b"},
       {"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789",
        "d174ab98d277d9f5a5611c2c9f419d9f"},
       {"12345678901234567890123456789012345678901234567890123456789012345678901234567890",
@@ -94,17 +89,17 @@ TEST(Md5, AgreesWithTheSystemsProgramOnFiles) {
 }
 
 TEST(Md5, GivesZerosForWhatIsNoFileWithContent) {
+  const std::string none(32, '0');
   TempFolder folder;
-  EXPECT_EQ(FileDigest(folder.Write("empty", "")), kNone);
-  EXPECT_EQ(FileDigest(folder.Path("missing")), kNone);
-  EXPECT_EQ(FileDigest(folder.Path()), kNone);
-  EXPECT_EQ(FileDigest("/dev/zero"), kNone);
   ASSERT_EQ(mkfifo(folder.Path("fifo").c_str(), 0600), 0);
-  EXPECT_EQ(FileDigest(folder.Path("fifo")), kNone);
+  for (const std::string& path : {folder.Write("empty", ""), folder.Path("missing"), folder.Path(),
+                                  folder.Path("fifo"), std::string("/dev/zero")}) {
+    EXPECT_EQ(FileDigest(path), none) << path;
+  }
   EXPECT_NO_FATAL_FAILURE(GetFileMD5(u"x", nullptr));
   unsigned char digest[16] = {1};
   GetFileMD5(nullptr, digest);
-  EXPECT_EQ(Hex(digest), kNone);
+  EXPECT_EQ(Hex(digest), none);
 }
 
 TEST(Md5, CoversWhatCouldBeRead) {
