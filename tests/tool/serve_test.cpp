@@ -67,9 +67,9 @@ TEST_F(ToolFiles, RoundTripOfOneFile) {
   EXPECT_EQ("                 sub/\n", Done(At("ls", {"-l", there_})));
   EXPECT_EQ("         600000  a file\n", Done(At("ls", {"-l", There("sub/a file")})));
   temp_.Write("there/abc", "abc");
-  EXPECT_EQ("600000  there/sub/a file\n3  there/abc\n",
-            Done(At("size", {"there/sub/a file", "there/abc", "--folder", "1"})));
   temp_.Write("there/empty", "");
+  EXPECT_EQ("600000  there/sub/a file\n0  there/empty\n",
+            Done(At("size", {"there/sub/a file", "there/empty", "--folder", "1"})));
   EXPECT_EQ("900150983cd24fb0d6963f7d28e17f72  " + There("abc") +
                 "\nd41d8cd98f00b204e9800998ecf8427e  " + There("empty") + "\n",
             Done(At("md5", {There("abc"), There("empty")})));
