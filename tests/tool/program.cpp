@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <sstream>
@@ -54,9 +55,9 @@ Words::Words(const std::string& text) {
 Program::Program(const Words& words, const Setting& setting) {
   std::vector<std::string> texts{QVX_TOOL_PATH};
   texts.insert(texts.end(), words.All().begin(), words.All().end());
-  std::vector<char*> arguments;
-  for (std::string& text : texts) arguments.push_back(text.data());
-  arguments.push_back(nullptr);
+  std::vector<char*> arguments(texts.size() + 1);
+  std::transform(texts.begin(), texts.end(), arguments.begin(),
+                 [](std::string& text) { return text.data(); });
   std::string variable = setting.environment;
 
   const Pipe input;
