@@ -3,20 +3,19 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <array>
 #include <cerrno>
-#include <cstdio>
+#include <climits>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <limits>
-#include <memory>
 #include <string>
 #include <vector>
 
+#include "files/library_path.h"
 #include "qvx/hex_text.h"
 #include "qvx/platform.h"
-#include "support/failing_new.h"
 #include "support/fault_plan.h"
+#include "support/packet_bytes.h"
 #include "support/temp_folder.h"
 
 namespace qvx::test {
@@ -24,23 +23,12 @@ namespace {
 
 using platform::Operation;
 
-constexpr int kMost = std::numeric_limits<int>::max();
-constexpr int kLeast = std::numeric_limits<int>::min();
-
-std::string Library(const std::string& native) {
-  CBaseStringA path;
-  NativePathToLibraryA(native.c_str(), &path);
-  return path.GetString();
-}
-
-std::string Pattern(std::size_t size) {
-  std::string bytes(size, '\0');
-  for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>(i * 37 + i / 251);
-  return bytes;
-}
-
 const unsigned char* Data(const std::string& bytes) {
   return reinterpret_cast<const unsigned char*>(bytes.data());
+}
+
+std::string Bytes(const void* data, std::size_t size) {
+  return {static_cast<const char*>(data), size};
 }
 
 // Blanks between the digits don't count.
@@ -62,7 +50,7 @@ struct Form {
 };
 
 void Save(const Form& form, const std::string& buffer, const std::string& native) {
-  const std::string path = Library(native);
+  const std::string path = Library<char>(native);
   const int count = static_cast<int>(form.palette.size());
   const void* palette = form.palette.empty() ? nullptr : form.palette.data();
   if (form.masks.empty()) {
@@ -127,7 +115,7 @@ TEST(BitmapFile, WritesTheseBytes) {
     EXPECT_EQ(ReadWhole(temp.Path("a.bmp")), FromHex(each.file)) << each.file;
   }
   const std::string buffer = FromHex(cases[6].buffer);
-  SaveRgb565BufferToBmpFile(Data(buffer), 2, -2, 4, Library(temp.Path("b.bmp")).c_str());
+  SaveRgb565BufferToBmpFile(Data(buffer), 2, -2, 4, Library<char>(temp.Path("b.bmp")).c_str());
   EXPECT_EQ(ReadWhole(temp.Path("b.bmp")), FromHex(cases[6].file));
 }
 
@@ -147,103 +135,66 @@ TEST(BitmapFile, TakesAnyPitch) {
   };
   for (const auto& each : cases) {
     SaveRgbBufferToBmpFile(Data(buffer) + each.start, 1, each.height, 32, each.pitch, nullptr, 0,
-                           Library(temp.Path("a.bmp")).c_str());
+                           Library<char>(temp.Path("a.bmp")).c_str());
     EXPECT_EQ(ReadWhole(temp.Path("a.bmp")).substr(54), FromHex(each.rows)) << each.pitch;
   }
 }
 
-using Pixel = std::array<int, 3>;
-
-int Bits(const std::string& buffer, std::size_t row, std::size_t first, int count) {
-  unsigned value = 0;
-  for (int i = 0; i < count; i += 8) {
-    value |= unsigned{Data(buffer)[row + (first + static_cast<unsigned>(i)) / 8]} << i;
-  }
-  if (count >= 8) return static_cast<int>(value);
-  return static_cast<int>(value >> (8 - count - static_cast<int>(first % 8)) & ((1U << count) - 1));
-}
-
-// What the pixel of a buffer shows.
-Pixel Shown(const Form& form, const std::string& buffer, std::size_t x, std::size_t y) {
-  const std::size_t row = y * static_cast<std::size_t>(form.pitch);
-  const int value = Bits(buffer, row, x * static_cast<unsigned>(form.bits), form.bits);
-  if (form.bits >= 24) return {value >> 16 & 255, value >> 8 & 255, value & 255};
-  if (form.bits == 16) {
-    const int greens = form.masks.empty() ? 31 : 63;
-    const int green = value >> 5 & greens;
-    const int red = value >> (greens == 31 ? 10 : 11) & 31;
-    return {red * 255 / 31, green * 255 / greens, (value & 31) * 255 / 31};
-  }
-  if (!form.palette.empty()) {
-    const unsigned entry = form.palette[static_cast<std::size_t>(value)];
-    return {static_cast<int>(entry >> 16), static_cast<int>(entry >> 8 & 255),
-            static_cast<int>(entry & 255)};
-  }
-  const int grey = value * 255 / ((1 << form.bits) - 1);
-  return {grey, grey, grey};
-}
-
-// The pixels of all files in turn, row by row from the top, as Pillow reads them.
-std::string ReadPictures(const std::vector<std::string>& files) {
-  std::string command =
-      "/usr/bin/python3 -c 'import sys\nfrom PIL import Image\nfor f in sys.argv[1:]: "
-      "sys.stdout.buffer.write(Image.open(f).convert(\"RGB\").tobytes())'";
-  for (const std::string& file : files) command.append(" ").append(file);
-  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), &pclose);
-  std::string bytes;
-  std::array<char, 4096> block;
-  while (const std::size_t count = std::fread(block.data(), 1, block.size(), pipe.get())) {
-    bytes.append(block.data(), count);
-  }
-  return bytes;
-}
-
+// The same rows, read straight from the buffer by that program, are what the files have to show.
 TEST(BitmapFile, AnotherProgramReadsThem) {
-  const std::vector<unsigned int> colours{0x123456, 0xFEDCBA, 0x00FF00, 0x987654};
   const std::vector<unsigned int> masks32{0xFF0000, 0xFF00, 0xFF, 0xFF000000};
   std::vector<unsigned int> all(256);
   for (unsigned i = 0; i < 256; ++i) all[i] = i * 0x10305 & 0xFFFFFF;
   // The older header shows row 0 at the top for either sign of the height, the newer one for a
-  // negative height only.
-  const std::vector<Form> forms{
-      {24, 7, 5, 21, {}, {}},
-      {24, 8, -5, 24, {}, {}},
-      {32, 7, -5, 28, {}, {}},
-      {16, 7, 5, 14, {}, {}},
-      {8, 7, 5, 7, {}, {}},
-      {8, 7, -5, 8, all, {}},
-      {4, 7, 5, 4, {}, {}},
-      {1, 19, 5, 3, {}, {}},
-      {1, 19, -5, 3, {0xFF, 0xFF00}, {}},
-      {32, 7, -5, 28, {}, masks32},
-      {32, 7, 5, 30, {}, masks32},
-      {16, 7, -5, 14, {}, kMasks565},
-      {16, 6, 5, 12, {}, kMasks565},
+  // negative height only: else the order of rows is -1.
+  const struct {
+    Form form;
+    std::string how;  // kind of picture, kind of pixels in memory, order of rows
+  } cases[] = {
+      {{24, 7, 5, 21, {}, {}}, "RGB BGR 1"},
+      {{24, 8, -5, 24, {}, {}}, "RGB BGR 1"},
+      {{32, 7, -5, 28, {}, {}}, "RGB BGRX 1"},
+      {{16, 7, 5, 14, {}, {}}, "RGB BGR;15 1"},
+      {{8, 7, 5, 7, {}, {}}, "L L 1"},
+      {{8, 7, -5, 8, all, {}}, "P P 1"},
+      {{4, 7, 5, 4, {}, {}}, "L L;4 1"},
+      {{1, 19, 5, 3, {}, {}}, "1 1 1"},
+      {{1, 19, -5, 3, {0xFF, 0xFF00}, {}}, "P P;1 1"},
+      {{32, 7, -5, 28, {}, masks32}, "RGB BGRX 1"},
+      {{32, 7, 5, 30, {}, masks32}, "RGB BGRX -1"},
+      {{16, 7, -5, 14, {}, kMasks565}, "RGB BGR;16 1"},
+      {{16, 6, 5, 12, {}, kMasks565}, "RGB BGR;16 -1"},
   };
   const TempFolder temp;
   const std::string buffer = Pattern(400);
-  std::vector<std::string> files;
-  std::string expected;
-  for (const Form& form : forms) {
-    files.push_back(temp.Path(std::to_string(files.size()) + ".bmp"));
-    Save(form, buffer, files.back());
-    const int height = std::abs(form.height);
-    for (int line = 0; line < height; ++line) {
-      const bool up = !form.masks.empty() && form.height > 0;
-      const auto y = static_cast<std::size_t>(up ? height - 1 - line : line);
-      for (int x = 0; x < form.width; ++x) {
-        for (int part : Shown(form, buffer, static_cast<std::size_t>(x), y))
-          expected += static_cast<char>(part);
-      }
-    }
+  std::string command = "/usr/bin/python3 " + temp.Write("compare.py", R"(import sys
+from PIL import Image
+buffer = open(sys.argv[1], 'rb').read()
+for case in sys.argv[2:]:
+  path, width, height, pitch, mode, raw, order = case.split()
+  size = int(width), abs(int(height))
+  expected = Image.frombytes(mode, size, buffer, 'raw', raw, int(pitch), int(order))
+  if mode == 'P':
+    expected.putpalette(open(path + '.palette', 'rb').read(), 'BGRX')
+  shown = Image.open(path).convert('RGB')
+  if shown.size != size or shown.tobytes() != expected.convert('RGB').tobytes():
+    sys.exit(case)
+)") + " " + temp.Write("buffer", buffer);
+  int number = 0;
+  for (const auto& [form, how] : cases) {
+    const std::string name = std::to_string(number++) + ".bmp";
+    Save(form, buffer, temp.Path(name));
+    temp.Write(name + ".palette", Bytes(form.palette.data(), form.palette.size() * 4));
+    command += " '" + temp.Path(name) + " " + std::to_string(form.width) + " " +
+               std::to_string(form.height) + " " + std::to_string(form.pitch) + " " + how + "'";
   }
-  EXPECT_TRUE(ReadPictures(files) == expected);
+  EXPECT_EQ(std::system(command.c_str()), 0);
 }
 
 // A file appears whole or not at all, and nothing else is left.
 TEST(BitmapFile, FailuresLeaveWhatWasThere) {
   const TempFolder temp;
-  const std::string path = Library(temp.Path("a.bmp"));
+  const std::string path = Library<char>(temp.Path("a.bmp"));
   const std::string buffer = Pattern(600000);
   const auto save = [&](const std::string& to) {
     SaveRgbBufferToBmpFile(Data(buffer), 400, 500, 24, 1200, nullptr, 0, to.c_str());
@@ -275,13 +226,14 @@ TEST(BitmapFile, FailuresLeaveWhatWasThere) {
   temp.Write("fixed.bmp", "kept");
   chmod(temp.Path("fixed.bmp").c_str(), 0444);
   for (const char* name : {"folder", "fifo", "fixed.bmp", "none/a.bmp"}) {
-    save(Library(temp.Path(name)));
+    save(Library<char>(temp.Path(name)));
   }
   save("");
   save("D:\\a.bmp");
   EXPECT_EQ(ReadWhole(temp.Path("fixed.bmp")), "kept");
   EXPECT_EQ(std::filesystem::status(temp.Path("fifo")).type(), std::filesystem::file_type::fifo);
-  SaveRgbBufferToBmpFile(nullptr, 1, 1, 24, 4, nullptr, 0, Library(temp.Path("b.bmp")).c_str());
+  SaveRgbBufferToBmpFile(nullptr, 1, 1, 24, 4, nullptr, 0,
+                         Library<char>(temp.Path("b.bmp")).c_str());
   SaveRgbBufferToBmpFile(Data(buffer), 1, 1, 24, 4, nullptr, 0, nullptr);
   EXPECT_EQ(names(), 4);
 }
@@ -289,12 +241,12 @@ TEST(BitmapFile, FailuresLeaveWhatWasThere) {
 // Sizes that the fields of the format can't hold; no pixel is looked at.
 TEST(BitmapFile, RefusesWhatIsTooLarge) {
   const TempFolder temp;
-  const std::string path = Library(temp.Path("a.bmp"));
+  const std::string path = Library<char>(temp.Path("a.bmp"));
   const struct {
     int width, height, bits;
-  } sizes[] = {{50000, 50000, 24}, {50000, -50000, 32}, {kMost, 2, 32}, {kLeast, kLeast, 64},
-               {kMost, kMost, 1},  {1, kLeast, 32},     {32, 32, 0},    {32, 32, -8},
-               {32, 32, 65},       {32768, 32768, 32},  {1, kLeast, 1}};
+  } sizes[] = {{50000, 50000, 24},    {50000, -50000, 32}, {INT_MAX, 2, 32}, {INT_MIN, INT_MIN, 64},
+               {INT_MAX, INT_MAX, 1}, {1, INT_MIN, 32},    {32, 32, 0},      {32, 32, -8},
+               {32, 32, 65},          {32768, 32768, 32},  {1, INT_MIN, 1}};
   const unsigned char byte = 0;
   for (const auto& size : sizes) {
     SaveRgbBufferToBmpFile(&byte, size.width, size.height, size.bits, 1, nullptr, 0, path.c_str());
@@ -309,7 +261,7 @@ TEST(LargeBitmapFile, WritesAWidePicture) {
   const TempFolder temp;
   const std::string row = Pattern(6252);
   SaveRgbBufferToBmpFile(Data(row), 50000, 50000, 1, 0, nullptr, 0,
-                         Library(temp.Path("a.bmp")).c_str());
+                         Library<char>(temp.Path("a.bmp")).c_str());
   std::ifstream file(temp.Path("a.bmp"), std::ios::binary);
   const auto bytes = [&](std::size_t at, std::size_t count) {
     std::string piece(count, '\0');
@@ -329,11 +281,7 @@ tagBITMAPDATA Read(HBITMAP bitmap) {
 }
 
 std::string Info(const tagBITMAPDATA& data) {
-  return {reinterpret_cast<const char*>(data.info), data.infoSize};
-}
-
-std::string Pixels(const tagBITMAPDATA& data) {
-  return {reinterpret_cast<const char*>(data.pixels), data.pixelSize};
+  return Bytes(data.info, data.infoSize);
 }
 
 TEST(BitmapObject, HoldsAPicture) {
@@ -342,7 +290,7 @@ TEST(BitmapObject, HoldsAPicture) {
   const HBITMAP copied = CreateHBitmap(&bits, 3, -2, 24, nullptr, 0);
   const tagBITMAPDATA data = Read(copied);
   EXPECT_EQ(bits, source.data());
-  EXPECT_EQ(Pixels(data), source);
+  EXPECT_EQ(Bytes(data.pixels, data.pixelSize), source);
   EXPECT_EQ(Info(data), FromHex("28000000 03000000 02000000 0100 1800 00000000 18000000"
                                 "0000000000000000 00000000 00000000"));
   EXPECT_EQ(data.width, 3);
@@ -353,7 +301,7 @@ TEST(BitmapObject, HoldsAPicture) {
   bits = nullptr;
   const HBITMAP fresh = CreateHBitmap(&bits, 9, 2, 1, nullptr, 0);
   EXPECT_EQ(bits, Read(fresh).pixels);
-  EXPECT_EQ(Pixels(Read(fresh)), std::string(8, '\0'));
+  EXPECT_EQ(Bytes(bits, Read(fresh).pixelSize), std::string(8, '\0'));
   EXPECT_EQ(Read(fresh).height, -2);
   EXPECT_EQ(Info(Read(fresh)).substr(40), FromHex("00000000 ffffff00"));
 

@@ -8,6 +8,8 @@
 #include <functional>
 #include <random>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "imaging/buffer_draw_rows.h"
@@ -24,37 +26,29 @@ namespace {
 using Bytes = std::vector<std::uint8_t>;
 using Words = std::vector<std::uint32_t>;
 
-std::uint8_t* BytesOf(Words& words) {
-  return reinterpret_cast<std::uint8_t*>(words.data());
-}
-
-const std::uint8_t* BytesOf(const Words& words) {
-  return reinterpret_cast<const std::uint8_t*>(words.data());
-}
-
-RECT Rect(int left, int top, int right, int bottom) {
-  return {left, top, right, bottom};
+template <typename Container>
+auto* BytesOf(Container& container) {
+  using Byte = std::conditional_t<std::is_const_v<Container>, const std::uint8_t, std::uint8_t>;
+  return reinterpret_cast<Byte*>(container.data());
 }
 
 // What another program worked out for a source and a destination pixel.
 TEST(BufferDraw, BlendsSinglePixels) {
   const struct {
-    std::uint32_t src;
-    std::uint32_t dst;
-    std::uint32_t drawn;
-    std::uint32_t stretched;
+    std::uint32_t src, dst, drawn, stretched, stamped, faint;
   } cases[] = {
-      {0x00FFFFFF, 0x80112233, 0x80112233, 0x80112233},
-      {0x40102030, 0x00445566, 0x40102030, 0x40102030},
-      {0x80FF0000, 0x800000FF, 0xBFAA0054, 0xC0AA0055},
-      {0xFF123456, 0x40ABCDEF, 0xFF123456, 0xFF123456},
-      {0x80FFFFFF, 0xFF000000, 0xFF808080, 0xFF808080},
-      {0x80000000, 0xFFFFFFFF, 0xFF7F7F7F, 0xFF7F7F7F},
-      {0x01FF8001, 0xFE0180FF, 0xFE0180FE, 0xFF0180FF},
-      {0xFE0180FF, 0x01FF8001, 0xFE0180FE, 0xFF0280FE},
-      {0x7F3C78B4, 0xC8B4783C, 0xE370787F, 0xE472787E},
-      {0x01FFFFFF, 0x01000000, 0x017F7F7F, 0x027F7F7F},
-      {0xC0204080, 0xFF8040C0, 0xFF37408F, 0xFF384090},
+      {0x00FFFFFF, 0x80112233, 0x80112233, 0x80112233, 0x80112233, 0x80112233},
+      {0x40102030, 0x00445566, 0x40102030, 0x40102030, 0x40102030, 0x40102030},
+      {0x00102030, 0x00445566, 0x00445566, 0x00445566, 0x00102030, 0x00102030},
+      {0x80FF0000, 0x800000FF, 0xBFAA0054, 0xC0AA0055, 0xC0A80057, 0x995300AC},
+      {0xFF123456, 0x40ABCDEF, 0xFF123456, 0xFF123456, 0xFF133557, 0x8B3F6183},
+      {0x80FFFFFF, 0xFF000000, 0xFF808080, 0xFF808080, 0xFF7F7F7F, 0xFF323232},
+      {0x80000000, 0xFFFFFFFF, 0xFF7F7F7F, 0xFF7F7F7F, 0xFF808080, 0xFFCDCDCD},
+      {0x01FF8001, 0xFE0180FF, 0xFE0180FE, 0xFF0180FF, 0xFE0180FF, 0xFE0180FF},
+      {0xFE0180FF, 0x01FF8001, 0xFE0180FE, 0xFF0280FE, 0xFE0280FE, 0x640480FC},
+      {0x7F3C78B4, 0xC8B4783C, 0xE370787F, 0xE472787E, 0xE472787E, 0xD3997857},
+      {0x01FFFFFF, 0x01000000, 0x017F7F7F, 0x027F7F7F, 0x01000000, 0x01000000},
+      {0xC0204080, 0xFF8040C0, 0xFF37408F, 0xFF384090, 0xFF394091, 0xFF6440AE},
   };
   for (const auto& each : cases) {
     for (int width : {1, 9}) {
@@ -62,12 +56,17 @@ TEST(BufferDraw, BlendsSinglePixels) {
       const Words src(count, each.src);
       Words drawn(count, each.dst);
       Words stretched = drawn;
-      RECT rect = Rect(0, 0, width, 1);
-      RECT one = Rect(0, 0, 1, 1);
+      RECT rect = {0, 0, width, 1};
+      RECT one = {0, 0, 1, 1};
       AlphaDrawBufferOnBuffer_ARGB(BytesOf(drawn), &rect, 0, BytesOf(src), &rect, 0);
       AlphaStretchBufferOnBuffer_ARGB(BytesOf(stretched), &rect, 0, BytesOf(src), &one, 0);
       EXPECT_EQ(drawn, Words(count, each.drawn)) << std::hex << each.src << " " << each.dst;
       EXPECT_EQ(stretched, Words(count, each.stretched)) << std::hex << each.src << " " << each.dst;
+    }
+    for (const std::uint8_t alpha : Bytes{255, 100}) {
+      std::uint32_t pixel = each.dst;
+      DrawPointByPen(&pixel, 1, 1, 0, 0, &each.src, alpha, 1, 1, 1, 1, 1, 1);
+      EXPECT_EQ(pixel, alpha == 255 ? each.stamped : each.faint) << std::hex << each.src;
     }
   }
 }
@@ -75,33 +74,31 @@ TEST(BufferDraw, BlendsSinglePixels) {
 TEST(BufferDraw, CopiesFillsAndTintsWhatBothRectanglesHave) {
   const std::string src = "abcdefghijklmnop";  // 4 by 4
   std::string dst(20, '.');                    // 5 by 4
-  RECT from = Rect(1, 1, 4, 4);
-  RECT to = Rect(2, 0, 5, 2);
-  DrawBufferOnBuffer(reinterpret_cast<std::uint8_t*>(dst.data()), &to, 5,
-                     reinterpret_cast<const std::uint8_t*>(src.data()), &from, 4, 1);
+  RECT from = {1, 1, 4, 4};
+  RECT to = {2, 0, 5, 2};
+  DrawBufferOnBuffer(BytesOf(dst), &to, 5, BytesOf(src), &from, 4, 1);
   EXPECT_EQ(dst, "..fgh..jkl..........");
   // Upwards: the pointer stands at the last row.
-  DrawBufferOnBuffer(reinterpret_cast<std::uint8_t*>(dst.data()) + 15, &to, -5,
-                     reinterpret_cast<const std::uint8_t*>(src.data()), &from, 4, 1);
+  DrawBufferOnBuffer(BytesOf(dst) + 15, &to, -5, BytesOf(src), &from, 4, 1);
   EXPECT_EQ(dst, "..fgh..jkl..jkl..fgh");
 
   Words picture(6, 0x11223344);
   const Bytes mask = {0, 1, 128, 255};
-  RECT row = Rect(1, 0, 4, 1);
+  RECT row = {1, 0, 4, 1};
   DrawColorOnBuffer(0xFF102030, BytesOf(picture), &row, 24);
   EXPECT_EQ(picture,
             (Words{0x11223344, 0xFF102030, 0xFF102030, 0xFF102030, 0x11223344, 0x11223344}));
-  RECT all = Rect(0, 0, 4, 1);
+  RECT all = {0, 0, 4, 1};
   SetAlphaBufferColor_ARGB(0xFF405060, BytesOf(picture), &all, 24, mask.data(), &all, 4);
   EXPECT_EQ(picture,
             (Words{0x00405060, 0x00405060, 0x7F405060, 0xFE405060, 0x11223344, 0x11223344}));
 }
 
 TEST(BufferDraw, MovesRectanglesByMode) {
-  const RECT big = Rect(10, 20, 110, 80);  // 100 by 60
-  const RECT small = Rect(1, 2, 31, 12);   // 30 by 10
-  const RECT wide = Rect(0, 0, 200, 100);
-  const RECT square = Rect(0, 0, 100, 100);
+  const RECT big = {10, 20, 110, 80};  // 100 by 60
+  const RECT small = {1, 2, 31, 12};   // 30 by 10
+  const RECT wide = {0, 0, 200, 100};
+  const RECT square = {0, 0, 100, 100};
   const struct {
     RECT dst, src;
     int stretch;
@@ -109,28 +106,25 @@ TEST(BufferDraw, MovesRectanglesByMode) {
     RECT dst_after, src_after;
   } cases[] = {
       {big, small, 0, 0x00, big, small},
-      {big, small, 0, 0x11, Rect(45, 45, 110, 80), small},
-      {big, small, 0, 0x44, Rect(80, 70, 110, 80), small},
-      {big, small, 0, 0x55, Rect(45, 45, 110, 80), small},
-      {small, big, 0, 0x14, small, Rect(80, 45, 110, 80)},
-      {small, big, 0, 0x41, small, Rect(45, 70, 110, 80)},
+      {big, small, 0, 0x11, {45, 45, 110, 80}, small},
+      {big, small, 0, 0x44, {80, 70, 110, 80}, small},
+      {big, small, 0, 0x55, {45, 45, 110, 80}, small},
+      {small, big, 0, 0x14, small, {80, 45, 110, 80}},
+      {small, big, 0, 0x41, small, {45, 70, 110, 80}},
       {big, big, 1, 0x55, big, big},
       {big, small, 1, 0x44, big, small},
-      {square, wide, 1, 0x01, Rect(0, 25, 100, 75), wide},
-      {square, wide, 1, 0x50, Rect(0, 25, 100, 75), wide},
-      {Rect(7, 9, 107, 109), wide, 1, 0x10, Rect(7, 34, 107, 84), wide},
-      {big, Rect(0, 0, 7, 9), 1, 0x11, Rect(37, 20, 83, 80), Rect(0, 0, 7, 9)},
-      {big, Rect(0, 0, 0, 0), 1, 0x11, Rect(60, 50, 60, 50), Rect(0, 0, 0, 0)},
+      {square, wide, 1, 0x01, {0, 25, 100, 75}, wide},
+      {square, wide, 1, 0x50, {0, 25, 100, 75}, wide},
+      {{7, 9, 107, 109}, wide, 1, 0x10, {7, 34, 107, 84}, wide},
+      {big, {0, 0, 7, 9}, 1, 0x11, {37, 20, 83, 80}, {0, 0, 7, 9}},
+      {big, {0, 0, 0, 0}, 1, 0x11, {60, 50, 60, 50}, {0, 0, 0, 0}},
   };
-  int number = 0;
   for (const auto& each : cases) {
     RECT dst = each.dst;
     RECT src = each.src;
     GetRectByMode(&dst, &src, each.stretch, each.mode);
-    EXPECT_EQ(std::memcmp(&dst, &each.dst_after, sizeof dst), 0)
-        << number << ": " << dst.left << " " << dst.top << " " << dst.right << " " << dst.bottom;
-    EXPECT_EQ(std::memcmp(&src, &each.src_after, sizeof src), 0) << number;
-    ++number;
+    EXPECT_EQ(std::memcmp(&dst, &each.dst_after, sizeof dst), 0) << &each - cases;
+    EXPECT_EQ(std::memcmp(&src, &each.src_after, sizeof src), 0) << &each - cases;
   }
 }
 
@@ -148,19 +142,18 @@ TEST(BufferDraw, DrawsAsItIsAsked) {
   for (const auto& each : cases) {
     const std::string src = "abcdefgh";
     std::string dst = "......";
-    RECT to = Rect(0, 0, 6 / each.pixel, 1);
-    RECT from = Rect(0, 0, each.src_width, 1);
-    DrawBuffer(reinterpret_cast<std::uint8_t*>(dst.data()), &to, 6,
-               reinterpret_cast<const std::uint8_t*>(src.data()), &from, 8, each.pixel,
-               each.stretch, each.alpha, each.mode);
+    RECT to = {0, 0, 6 / each.pixel, 1};
+    RECT from = {0, 0, each.src_width, 1};
+    DrawBuffer(BytesOf(dst), &to, 6, BytesOf(src), &from, 8, each.pixel, each.stretch, each.alpha,
+               each.mode);
     EXPECT_EQ(dst, each.expected) << each.mode << " " << each.src_width;
   }
   // With four bytes alpha counts, by the formula of drawing or of stretching.
   for (int dst_width : {1, 2}) {
     const Words src = {0x7F3C78B4};
     Words dst(2, 0xC8B4783C);
-    RECT to = Rect(0, 0, dst_width, 1);
-    RECT from = Rect(0, 0, 1, 1);
+    RECT to = {0, 0, dst_width, 1};
+    RECT from = {0, 0, 1, 1};
     DrawBuffer(BytesOf(dst), &to, 8, BytesOf(src), &from, 4, 4, 1, 1, 0);
     EXPECT_EQ(dst, dst_width == 1 ? (Words{0xE370787F, 0xC8B4783C}) : Words(2, 0xE472787E));
   }
@@ -194,14 +187,21 @@ std::vector<Form> Forms() {
 }
 
 // Random bytes; or such as lie at the ends of what they count; or opaque pixels.
-Bytes MakeBytes(std::mt19937& random, std::size_t size, int kind) {
+void Fill(std::mt19937& random, std::uint8_t* bytes, std::size_t size, std::size_t kind) {
   constexpr std::uint8_t kEnds[] = {0, 1, 127, 128, 254, 255};
-  Bytes bytes(size);
   for (std::size_t i = 0; i < size; ++i) {
     bytes[i] = kind == 1 ? kEnds[random() % 6] : static_cast<std::uint8_t>(random());
     if (kind == 2 && i % 4 == 3) bytes[i] = 255;
   }
-  return bytes;
+}
+
+// The row of count pixels lies in size bytes at dst.
+void ExpectPlainRow(const Form& form, std::uint8_t* dst, std::size_t size, const std::uint8_t* src,
+                    std::size_t count) {
+  Bytes plain(dst, dst + size);
+  form.plain(plain.data(), src, count);
+  form.wide(dst, src, count);
+  ASSERT_TRUE(std::equal(plain.begin(), plain.end(), dst)) << form.name << " " << count;
 }
 
 // Every length around the vectors' sizes, at odd addresses, at the edge of the readable memory.
@@ -213,82 +213,50 @@ TEST(BufferDraw, WideRowsAreLikePlainOnes) {
     for (std::size_t count = 0; count < 140; ++count) {
       for (std::size_t round = 0; round < 8; ++round) {
         const ProcessorTurn turn(count + round);
-        const std::size_t tail = round < 4 ? 0 : random() % 16;
-        const std::size_t size = 4 * count + tail;
-        const Bytes before = MakeBytes(random, size, static_cast<int>(round % 3));
-        const Bytes src =
-            MakeBytes(random, form.src_bytes * count, static_cast<int>((round + 1) % 3));
+        const std::size_t size = 4 * count + (round < 4 ? 0 : random() % 16);
+        const std::size_t src_size = form.src_bytes * count;
         const bool at_start = round % 2 == 0;
         std::uint8_t* dst = at_start ? dst_memory.AtStart() : dst_memory.AtEnd(size);
-        std::uint8_t* in = at_start ? src_memory.AtEnd(src.size()) : src_memory.AtStart();
-        std::copy(before.begin(), before.end(), dst);
-        std::copy(src.begin(), src.end(), in);
-        Bytes plain = before;
-        form.plain(plain.data(), src.data(), count);
-        form.wide(dst, in, count);
-        ASSERT_TRUE(std::equal(plain.begin(), plain.end(), dst))
-            << form.name << " " << count << " round " << round;
+        std::uint8_t* src = at_start ? src_memory.AtEnd(src_size) : src_memory.AtStart();
+        Fill(random, dst, size, round % 3);
+        Fill(random, src, src_size, (round + 1) % 3);
+        ASSERT_NO_FATAL_FAILURE(ExpectPlainRow(form, dst, size, src, count)) << round;
       }
     }
-  }
-}
-
-void ExpectSameBlend(const Words& src, const Words& dst) {
-  for (const Form& form : Forms()) {
-    if (form.src_bytes != 4) continue;
-    Words wide = dst;
-    Words plain = dst;
-    form.wide(BytesOf(wide), BytesOf(src), src.size());
-    form.plain(BytesOf(plain), BytesOf(src), src.size());
-    ASSERT_EQ(wide, plain) << form.name;
   }
 }
 
 // Each alpha and colour on each colour of an opaque pixel; each alpha on each other alpha.
 TEST(BufferDraw, WideBlendsAreLikePlainOnesForAllValues) {
   std::mt19937 random(13);
+  const auto colour = [&random] { return static_cast<std::uint32_t>(random()) & 0xFFFFFF; };
+  const std::vector<Form> forms = Forms();
   Words src(256);
   Words dst(256);
   for (std::uint32_t alpha = 0; alpha < 256; ++alpha) {
-    for (std::uint32_t colour = 0; colour < 256; colour += 3) {
-      const std::uint32_t three = colour | (colour + 1) % 256 << 8 | (colour + 2) % 256 << 16;
+    for (std::uint32_t first = 0; first < 256; first += 3) {
+      const std::uint32_t three = first | (first + 1) % 256 << 8 | (first + 2) % 256 << 16;
       std::fill(src.begin(), src.end(), alpha << 24 | three);
       for (std::uint32_t i = 0; i < 256; ++i) dst[i] = 0xFF000000 | i * 0x10101;
-      Words plain = dst;
-      imaging::BlendRow(BytesOf(dst), BytesOf(src), 256);
-      imaging::BlendRowPlain(BytesOf(plain), BytesOf(src), 256);
-      ASSERT_EQ(dst, plain) << alpha << " " << colour;
+      ASSERT_NO_FATAL_FAILURE(ExpectPlainRow(forms[1], BytesOf(dst), 1024, BytesOf(src), 256));
     }
-    for (int round = 0; round < 4; ++round) {
-      for (std::uint32_t i = 0; i < 256; ++i) {
-        src[i] = alpha << 24 | (static_cast<std::uint32_t>(random()) & 0xFFFFFF);
-        dst[i] = i << 24 | (static_cast<std::uint32_t>(random()) & 0xFFFFFF);
+    for (const Form& form : forms) {
+      if (form.src_bytes != 4) continue;
+      for (int round = 0; round < 4; ++round) {
+        for (std::uint32_t i = 0; i < 256; ++i) {
+          src[i] = alpha << 24 | colour();
+          dst[i] = i << 24 | colour();
+        }
+        ASSERT_NO_FATAL_FAILURE(ExpectPlainRow(form, BytesOf(dst), 1024, BytesOf(src), 256));
       }
-      ASSERT_NO_FATAL_FAILURE(ExpectSameBlend(src, dst)) << alpha;
     }
   }
 }
 
-// The source place of each target place, step by step.
-std::vector<int> Places(int source, int target) {
-  std::vector<int> places;
-  const bool shrink = target < source;
-  const bool enlarge = target > source;
-  int error = shrink ? 2 * target - source : 3 * source - 2 * target;
-  for (int place = 0, i = 0; i < target; ++i) {
-    places.push_back(place);
-    if (shrink) {
-      for (; error < 0; error += 2 * target) ++place;
-      error += 2 * (target - source);
-      ++place;
-    } else if (enlarge && error < 0) {
-      error += 2 * source;
-    } else {
-      error += 2 * (source - target);
-      ++place;
-    }
-  }
-  return places;
+// The source place of a target place.
+int PlaceOf(int place, int source, int target) {
+  if (source <= target) return source * (2 * place + 1) / (2 * target);
+  return place == 0 ? 0 : (source * (2 * place - 1) + 2 * target - 1) / (2 * target);
 }
 
 TEST(BufferDraw, StretchesToTheNearestPixel) {
@@ -300,10 +268,9 @@ TEST(BufferDraw, StretchesToTheNearestPixel) {
                {10, "a"},     {7, "abdef"},       {2, "aabbb"}};
   for (const auto& each : cases) {
     std::string dst(each.expected.size(), '.');
-    RECT from = Rect(0, 0, each.from, 1);
-    RECT to = Rect(0, 0, static_cast<int>(dst.size()), 1);
-    StretchBufferOnBuffer(reinterpret_cast<std::uint8_t*>(dst.data()), &to, 0,
-                          reinterpret_cast<const std::uint8_t*>(src.data()), &from, 0, 1);
+    RECT from = {0, 0, each.from, 1};
+    RECT to = {0, 0, static_cast<int>(dst.size()), 1};
+    StretchBufferOnBuffer(BytesOf(dst), &to, 0, BytesOf(src), &from, 0, 1);
     EXPECT_EQ(dst, each.expected) << each.from;
   }
 }
@@ -311,67 +278,61 @@ TEST(BufferDraw, StretchesToTheNearestPixel) {
 struct Image {
   int width, height, pitch;
 
-  Image(int w, int h, int pixel, int gap, bool upwards)
-      : width(w), height(h), pitch((w * pixel + gap) * (upwards ? -1 : 1)) {}
-  std::size_t Size() const {
-    return static_cast<std::size_t>(std::abs(pitch)) * static_cast<std::size_t>(height);
-  }
-  std::ptrdiff_t First() const { return pitch < 0 ? std::ptrdiff_t{-pitch} * (height - 1) : 0; }
+  std::size_t Size() const { return static_cast<std::size_t>(std::abs(pitch) * height); }
+  std::ptrdiff_t First() const { return pitch < 0 ? pitch * (1 - height) : 0; }
 };
 
-void StretchPlainly(std::uint8_t* dst, const Image& to, const std::uint8_t* src, const Image& from,
-                    int pixel, bool blend) {
-  const std::vector<int> rows = Places(from.height, to.height);
-  const std::vector<int> columns = Places(from.width, to.width);
-  for (int y = 0; y < to.height; ++y) {
-    for (int x = 0; x < to.width; ++x) {
-      const auto row = static_cast<std::size_t>(y);
-      const auto column = static_cast<std::size_t>(x);
-      std::uint8_t* out = dst + y * to.pitch + x * pixel;
-      const std::uint8_t* in = src + rows[row] * from.pitch + columns[column] * pixel;
-      if (blend) {
-        imaging::BlendRowPlain(out, in, 1);
-      } else {
-        std::memmove(out, in, static_cast<std::size_t>(pixel));
+struct Stretch {
+  Image from, to;
+  int pixel;
+  bool blend;
+
+  void Draw(std::uint8_t* dst, const std::uint8_t* src) const {
+    RECT to_rect = {0, 0, to.width, to.height};
+    RECT from_rect = {0, 0, from.width, from.height};
+    if (blend) {
+      AlphaStretchBufferOnBuffer_ARGB(dst, &to_rect, to.pitch, src, &from_rect, from.pitch);
+    } else {
+      StretchBufferOnBuffer(dst, &to_rect, to.pitch, src, &from_rect, from.pitch, pixel);
+    }
+  }
+
+  void DrawPlainly(std::uint8_t* dst, const std::uint8_t* src) const {
+    for (int y = 0; y < to.height; ++y) {
+      const std::uint8_t* row = src + PlaceOf(y, from.height, to.height) * from.pitch;
+      for (int x = 0; x < to.width; ++x) {
+        std::uint8_t* out = dst + y * to.pitch + x * pixel;
+        const std::uint8_t* in = row + PlaceOf(x, from.width, to.width) * pixel;
+        if (blend) {
+          imaging::BlendRowPlain(out, in, 1);
+        } else {
+          std::memmove(out, in, static_cast<std::size_t>(pixel));
+        }
       }
     }
   }
-}
+};
 
-void Stretch(std::uint8_t* dst, const Image& to, const std::uint8_t* src, const Image& from,
-             int pixel, bool blend) {
-  RECT to_rect = Rect(0, 0, to.width, to.height);
-  RECT from_rect = Rect(0, 0, from.width, from.height);
-  if (blend) {
-    AlphaStretchBufferOnBuffer_ARGB(dst, &to_rect, to.pitch, src, &from_rect, from.pitch);
-  } else {
-    StretchBufferOnBuffer(dst, &to_rect, to.pitch, src, &from_rect, from.pitch, pixel);
-  }
-}
-
-void ExpectPlainStretch(std::mt19937& random, const Image& from, const Image& to, int pixel,
-                        bool blend) {
-  const Bytes src = MakeBytes(random, from.Size(), 0);
-  const Bytes before = MakeBytes(random, to.Size(), static_cast<int>(random() % 3));
-  const GuardedBuffer src_memory(src.size());
-  const GuardedBuffer dst_memory(before.size());
-  std::uint8_t* in = src_memory.AtEnd(src.size());
-  std::uint8_t* out = dst_memory.AtEnd(before.size());
-  std::copy(src.begin(), src.end(), in);
-  std::copy(before.begin(), before.end(), out);
-  Bytes plain = before;
-  StretchPlainly(plain.data() + to.First(), to, src.data() + from.First(), from, pixel, blend);
-  Stretch(out + to.First(), to, in + from.First(), from, pixel, blend);
-  ASSERT_TRUE(std::equal(plain.begin(), plain.end(), out))
+void ExpectPlainStretch(std::mt19937& random, const Stretch& stretch) {
+  const Image& from = stretch.from;
+  const Image& to = stretch.to;
+  const GuardedBuffer src_memory(from.Size());
+  const GuardedBuffer dst_memory(to.Size());
+  std::uint8_t* src = src_memory.AtEnd(from.Size());
+  std::uint8_t* dst = dst_memory.AtEnd(to.Size());
+  Fill(random, src, from.Size(), 0);
+  Fill(random, dst, to.Size(), random() % 3);
+  Bytes plain(dst, dst + to.Size());
+  stretch.DrawPlainly(plain.data() + to.First(), src + from.First());
+  stretch.Draw(dst + to.First(), src + from.First());
+  ASSERT_TRUE(std::equal(plain.begin(), plain.end(), dst))
       << from.width << "x" << from.height << " to " << to.width << "x" << to.height << " of "
-      << pixel << (blend ? " blended" : "");
+      << stretch.pixel << (stretch.blend ? " blended" : "");
 }
 
 TEST(BufferDraw, StretchesLikeThePlainSteps) {
   std::mt19937 random(53);
-  const auto below = [&random](int end) {
-    return static_cast<int>(random() % static_cast<unsigned int>(end));
-  };
+  const auto below = [&random](unsigned end) { return static_cast<int>(random() % end); };
   constexpr int kPixels[] = {1, 2, 3, 4, 4, 4, 5, 16};
   for (unsigned round = 0; round < 1500; ++round) {
     const ProcessorTurn turn(round / 4);
@@ -379,60 +340,60 @@ TEST(BufferDraw, StretchesLikeThePlainSteps) {
     const int pixel = blend ? 4 : kPixels[below(8)];
     const int gap = round % 2 == 0 ? 4 * below(5) : below(9);
     // The last row of the memory is whole, so no gap where it must not be read.
-    const Image from(1 + below(90), 1 + below(7), pixel, 0, below(2) == 0);
-    int width = 1 + below(180);
-    if (round % 7 == 0) width = 2 * from.width;
-    if (round % 11 == 0) width = from.width;
-    const Image to(width, 1 + below(12), pixel, gap, below(2) == 0);
-    ASSERT_NO_FATAL_FAILURE(ExpectPlainStretch(random, from, to, pixel, blend)) << round;
+    Image from{1 + below(90), 1 + below(7), 0};
+    from.pitch = from.width * pixel * (below(2) == 0 ? -1 : 1);
+    Image to{1 + below(180), 1 + below(12), 0};
+    if (round % 7 == 0) to.width = 2 * from.width;
+    if (round % 11 == 0) to.width = from.width;
+    to.pitch = (to.width * pixel + gap) * (below(2) == 0 ? -1 : 1);
+    ASSERT_NO_FATAL_FAILURE(ExpectPlainStretch(random, {from, to, pixel, blend})) << round;
   }
   for (int width : {1, 9000, 19000, 30000}) {
-    const Image from(width, 1, 4, 0, false);
-    const Image to(19000, 2, 4, 0, false);
-    ASSERT_NO_FATAL_FAILURE(ExpectPlainStretch(random, from, to, 4, width == 9000));
+    const Stretch wide{{width, 1, 4 * width}, {19000, 2, 4 * 19000}, 4, width == 9000};
+    ASSERT_NO_FATAL_FAILURE(ExpectPlainStretch(random, wide));
   }
 }
 
 // One memory for both: every drawing goes on pixel by pixel, the copy row by row.
 TEST(BufferDraw, OverlappingRectanglesAreDoneInOrder) {
-  std::mt19937 random(59);
   constexpr int kWidth = 20;
-  const Image whole(kWidth, 6, 4, 0, false);
-  for (int shift : {-84, -80, -36, -4, -1, 0, 1, 4, 8, 36, 80, 84}) {
-    const Bytes before = MakeBytes(random, whole.Size() + 200, 0);
-    const auto both = [&](const std::function<void(std::uint8_t*, const std::uint8_t*)>& first,
-                          const std::function<void(std::uint8_t*, const std::uint8_t*)>& second) {
-      Bytes a = before;
-      Bytes b = before;
-      first(a.data() + 100 + shift, a.data() + 100);
-      second(b.data() + 100 + shift, b.data() + 100);
-      EXPECT_EQ(a, b) << shift;
-    };
-    for (int width : {10, kWidth}) {
-      const Image to(width, 6, 4, 4 * (kWidth - width), false);
-      for (bool blend : {false, true}) {
-        both([&](auto* dst, auto* src) { Stretch(dst, to, src, whole, 4, blend); },
-             [&](auto* dst, auto* src) { StretchPlainly(dst, to, src, whole, 4, blend); });
-      }
+  constexpr int kPitch = 4 * kWidth;
+  constexpr int kHeight = 6;
+  RECT rect = {0, 0, kWidth, kHeight};
+  using Draw = std::function<void(std::uint8_t*, const std::uint8_t*)>;
+  std::vector<std::pair<Draw, Draw>> cases = {
+      {[&](auto* dst, auto* src) {
+         AlphaDrawBufferOnBuffer_ARGB(dst, &rect, kPitch, src, &rect, kPitch);
+       },
+       [](auto* dst, auto* src) { imaging::BlendRowExactPlain(dst, src, kHeight * kWidth); }},
+      {[&](auto* dst, auto* src) {
+         SetAlphaBufferColor_ARGB(0x80123456, dst, &rect, kPitch, src, &rect, kWidth);
+       },
+       [](auto* dst, auto* src) { imaging::TintRowPlain(dst, src, kHeight * kWidth, 0x80123456); }},
+      {[&](auto* dst, auto* src) { DrawBufferOnBuffer(dst, &rect, kPitch, src, &rect, kPitch, 4); },
+       [](auto* dst, auto* src) {
+         for (int at = 0; at < kHeight * kPitch; at += kPitch) {
+           std::memmove(dst + at, src + at, kPitch);
+         }
+       }},
+  };
+  for (int width : {10, kWidth}) {
+    for (bool blend : {false, true}) {
+      const Stretch stretch{{kWidth, kHeight, kPitch}, {width, kHeight, kPitch}, 4, blend};
+      cases.emplace_back([=](auto* dst, auto* src) { stretch.Draw(dst, src); },
+                         [=](auto* dst, auto* src) { stretch.DrawPlainly(dst, src); });
     }
-    RECT rect = Rect(0, 0, kWidth, 6);
-    both(
-        [&](auto* dst, auto* src) {
-          AlphaDrawBufferOnBuffer_ARGB(dst, &rect, whole.pitch, src, &rect, whole.pitch);
-        },
-        [&](auto* dst, auto* src) { imaging::BlendRowExactPlain(dst, src, 6 * kWidth); });
-    both(
-        [&](auto* dst, auto* src) {
-          SetAlphaBufferColor_ARGB(0x80123456, dst, &rect, whole.pitch, src, &rect, kWidth);
-        },
-        [&](auto* dst, auto* src) { imaging::TintRowPlain(dst, src, 6 * kWidth, 0x80123456); });
-    both(
-        [&](auto* dst, auto* src) {
-          DrawBufferOnBuffer(dst, &rect, whole.pitch, src, &rect, whole.pitch, 4);
-        },
-        [&](auto* dst, auto* src) {
-          for (int y = 0; y < 6; ++y) std::memmove(dst + 80 * y, src + 80 * y, 80);
-        });
+  }
+  std::mt19937 random(59);
+  for (int shift : {-84, -80, -36, -4, -1, 0, 1, 4, 8, 36, 80, 84}) {
+    for (const auto& [draw, draw_plainly] : cases) {
+      Bytes bytes(kHeight * kPitch + 200);
+      Fill(random, bytes.data(), bytes.size(), 0);
+      Bytes plain = bytes;
+      draw(bytes.data() + 100 + shift, bytes.data() + 100);
+      draw_plainly(plain.data() + 100 + shift, plain.data() + 100);
+      EXPECT_EQ(bytes, plain) << shift;
+    }
   }
 }
 
@@ -445,8 +406,8 @@ TEST(LargeBufferDraw, ReachesTheLastPixelOf50000By50000) {
   std::uint8_t* dst = memory.AtEnd(kSize);
   const Words pixel = {0xFF123456};
   const std::uint8_t* src = BytesOf(pixel);
-  RECT one = Rect(0, 0, 1, 1);
-  RECT last = Rect(kSide - 1, kSide - 1, kSide, kSide);
+  RECT one = {0, 0, 1, 1};
+  RECT last = {kSide - 1, kSide - 1, kSide, kSide};
   const POINT end{kSide, kSide};
   const std::function<void()> draws[] = {
       [&] { DrawColorOnBuffer(pixel[0], dst, &last, kPitch); },
@@ -468,10 +429,9 @@ TEST(LargeBufferDraw, ReachesTheLastPixelOf50000By50000) {
 
 TEST(BufferDraw, NothingToDrawTouchesNothing) {
   const Words src(4, 0xFFFFFFFF);
-  RECT good = Rect(0, 0, 2, 2);
-  const RECT bad[] = {Rect(0, 0, 0, 2), Rect(0, 0, 2, 0), Rect(2, 2, 0, 0),
-                      Rect(INT_MAX, INT_MAX, INT_MIN, INT_MIN)};
-  for (RECT rect : bad) {
+  RECT good = {0, 0, 2, 2};
+  for (RECT rect :
+       {RECT{0, 0, 0, 2}, {0, 0, 2, 0}, {2, 2, 0, 0}, {INT_MAX, INT_MAX, INT_MIN, INT_MIN}}) {
     for (RECT* to : {&rect, &good}) {
       RECT* from = to == &rect ? &good : &rect;
       DrawBufferOnBuffer(nullptr, to, 8, BytesOf(src), from, 8, 4);
@@ -491,16 +451,21 @@ TEST(BufferDraw, NothingToDrawTouchesNothing) {
   }
 }
 
+struct Line {
+  POINT from, to;
+  int width, height, pen;  // of the canvas, and the pen's size
+};
+
 // Draws on a canvas of points with a pen of '#'.
-std::string DrawnLine(POINT from, POINT to, int width, int height, int pen, int pixel,
-                      CPtrCtrl* points) {
-  const auto row = static_cast<std::size_t>(width) * static_cast<std::size_t>(pixel);
-  const std::size_t size = row * static_cast<std::size_t>(height);
+std::string DrawnLine(const Line& line, int pixel, CPtrCtrl* points) {
+  const auto row = static_cast<std::size_t>(line.width * pixel);
+  const std::size_t size = row * static_cast<std::size_t>(line.height);
   const GuardedBuffer memory(size);
   std::uint8_t* dst = memory.AtEnd(size);
   std::memset(dst, '.', size);
-  const Bytes pixels(static_cast<std::size_t>(std::max(pen, 1) * pixel), '#');
-  DrawLineOnBuffer(dst, from, to, width, height, width * pixel, pixel, pen, pixels.data(), points);
+  const std::string pen(static_cast<std::size_t>(std::max(line.pen, 1) * pixel), '#');
+  DrawLineOnBuffer(dst, line.from, line.to, line.width, line.height, line.width * pixel, pixel,
+                   line.pen, BytesOf(pen), points);
   std::string picture;
   for (std::size_t i = 0; i < size; ++i) {
     if (i % static_cast<std::size_t>(pixel) == 0) picture += static_cast<char>(dst[i]);
@@ -522,88 +487,66 @@ std::string TextOf(CPtrCtrl& points) {
 
 TEST(BufferDraw, DrawsLinesWithTheirPoints) {
   const struct {
-    POINT from, to;
-    int width, height, pen;
+    Line line;
     std::string picture, points;
   } cases[] = {
-      {{0, 0},
-       {9, 4},
-       10,
-       5,
-       1,
+      {{{0, 0}, {9, 4}, 10, 5, 1},
        "##........|..##......|....##....|......##..|........##",
        "0,0 1,0 2,1 3,1 4,2 5,2 6,3 7,3 8,4 9,4 "},
-      {{7, 6},
-       {2, 0},
-       8,
-       7,
-       2,
+      {{{7, 6}, {2, 0}, 8, 7, 2},
        "..##....|..###...|...###..|....##..|....###.|.....###|......##",
        "6,5 5,4 5,5 5,4 4,3 4,4 4,3 4,2 3,1 3,2 3,1 2,0 2,1 2,0 "},
-      {{8, 3},
-       {0, 3},
-       9,
-       4,
-       -1,
+      {{{8, 3}, {0, 3}, 9, 4, -1},
        ".........|.........|.........|#########",
        "8,3 7,3 6,3 5,3 4,3 3,3 2,3 1,3 0,3 "},
-      {{-5, 2},
-       {50, -9},
-       7,
-       6,
-       3,
+      {{{-5, 2}, {50, -9}, 7, 6, 3},
        "...####|.######|#######|#####..|###....|.......",
        "0,2 1,1 1,2 1,3 2,1 2,2 2,3 3,0 3,1 3,2 4,0 4,1 4,2 "},
-      {{1, 1}, {1, 1}, 3, 3, 2, "...|.##|.##", "1,1 "},
-      {{0, 0}, {3, 3}, 4, 3, 4, "....|....|....", ""},
-      {{INT_MIN, INT_MAX}, {INT_MAX, INT_MAX}, 3, 2, 1, "...|###", "0,1 1,1 2,1 "},
+      {{{1, 1}, {1, 1}, 3, 3, 2}, "...|.##|.##", "1,1 "},
+      {{{0, 0}, {3, 3}, 4, 3, 4}, "....|....|....", ""},
+      {{{INT_MIN, INT_MAX}, {INT_MAX, INT_MAX}, 3, 2, 1}, "...|###", "0,1 1,1 2,1 "},
   };
-  for (const auto& each : cases) {
+  for (const auto& [line, picture, expected] : cases) {
     for (int pixel = 1; pixel <= 5; ++pixel) {
       CPtrArrayCtrl points;
-      EXPECT_EQ(DrawnLine(each.from, each.to, each.width, each.height, each.pen, pixel, &points),
-                each.picture)
-          << pixel;
-      EXPECT_EQ(TextOf(points), each.points);
+      EXPECT_EQ(DrawnLine(line, pixel, &points), picture) << pixel;
+      EXPECT_EQ(TextOf(points), expected);
     }
     CPtrListCtrl points;
-    DrawLineOnBuffer(nullptr, each.from, each.to, each.width, each.height, 0, 1, each.pen, nullptr,
+    DrawLineOnBuffer(nullptr, line.from, line.to, line.width, line.height, 0, 1, line.pen, nullptr,
                      &points);
-    EXPECT_EQ(TextOf(points), each.points);
+    EXPECT_EQ(TextOf(points), expected);
   }
+  const std::string pen = "abc";
   std::string row = "........";
-  DrawLineOnBuffer(reinterpret_cast<std::uint8_t*>(row.data()), {1, 0}, {4, 0}, 8, 1, 8, 1, 1,
-                   reinterpret_cast<const std::uint8_t*>("abc"), nullptr);
+  DrawLineOnBuffer(BytesOf(row), {1, 0}, {4, 0}, 8, 1, 8, 1, 1, BytesOf(pen), nullptr);
   EXPECT_EQ(row, ".aaaa...");
 }
 
 // The squares of the pen at all places of a line of single points cover the thick line.
 TEST(BufferDraw, ThickLinesAreTheSquaresOfThinOnes) {
   std::mt19937 random(61);
+  const auto below = [&random](unsigned end) { return static_cast<int>(random() % end); };
   for (int round = 0; round < 300; ++round) {
-    const int pen = 1 + static_cast<int>(random() % 5);
-    const int width = pen + static_cast<int>(random() % 30);
-    const int height = pen + static_cast<int>(random() % 30);
-    const auto end = [&]() -> POINT {
-      return {static_cast<int>(random() % 40) - 5, static_cast<int>(random() % 40) - 5};
-    };
-    const POINT from = end();
-    const POINT to = end();
-    const std::string thin = DrawnLine(from, to, width - pen + 1, height - pen + 1, 1, 1, nullptr);
-    std::string thick(static_cast<std::size_t>(width + 1) * static_cast<std::size_t>(height), '.');
-    for (int i = 0; i < static_cast<int>(thin.size()); ++i) {
-      if (thin[static_cast<std::size_t>(i)] != '#') continue;
-      const int x = i % (width - pen + 2);
-      const int y = i / (width - pen + 2);
-      for (int row = y; row < y + pen; ++row) {
-        const int place = row * (width + 1) + x;
-        thick.replace(static_cast<std::size_t>(place), static_cast<std::size_t>(pen),
-                      static_cast<std::size_t>(pen), '#');
+    const int pen = 1 + below(5);
+    const Line thick{{below(40) - 5, below(40) - 5},
+                     {below(40) - 5, below(40) - 5},
+                     pen + below(30),
+                     pen + below(30),
+                     pen};
+    const Line thin{thick.from, thick.to, thick.width - pen + 1, thick.height - pen + 1, 1};
+    const std::string points = DrawnLine(thin, 1, nullptr);
+    const Line nothing{thick.from, thick.to, thick.width, thick.height, 99};
+    std::string expected = DrawnLine(nothing, 1, nullptr);
+    for (std::size_t i = points.find('#'); i < points.size(); i = points.find('#', i + 1)) {
+      const auto from_width = static_cast<std::size_t>(thin.width + 1);
+      const auto to_width = static_cast<std::size_t>(thick.width + 1);
+      const auto side = static_cast<std::size_t>(pen);
+      for (std::size_t row = i / from_width; row < i / from_width + side; ++row) {
+        expected.replace(row * to_width + i % from_width, side, side, '#');
       }
     }
-    for (int y = 1; y < height; ++y) thick[static_cast<std::size_t>(y * (width + 1) - 1)] = '|';
-    thick.pop_back();
-    ASSERT_EQ(DrawnLine(from, to, width, height, pen, 1, nullptr), thick) << round;
+    ASSERT_EQ(DrawnLine(thick, 1, nullptr), expected) << round;
   }
 }
 
@@ -612,10 +555,10 @@ TEST(BufferDraw, ALineWhosePointsFindNoRoomLeavesAllAsItWas) {
     CPtrListCtrl points;
     points.AddData(nullptr, -1);
     std::string picture(64, '.');
+    const std::string pen = "##";
     const FailingAllocations failing(failure);
     EXPECT_THROW(
-        DrawLineOnBuffer(reinterpret_cast<std::uint8_t*>(picture.data()), {0, 0}, {7, 3}, 8, 8, 8,
-                         1, 2, reinterpret_cast<const std::uint8_t*>("##"), &points),
+        DrawLineOnBuffer(BytesOf(picture), {0, 0}, {7, 3}, 8, 8, 8, 1, 2, BytesOf(pen), &points),
         std::bad_alloc);
     EXPECT_EQ(points.GetCount(), 1);
     EXPECT_EQ(picture, std::string(64, '.'));

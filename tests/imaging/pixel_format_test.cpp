@@ -3,109 +3,237 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <climits>
+#include <cmath>
+#include <cstdlib>
 #include <random>
-#include <type_traits>
-#include <variant>
 #include <vector>
 
-#include "imaging/picture.h"
 #include "support/guarded_buffer.h"
 #include "support/processor_turn.h"
 
 namespace qvx::test {
 namespace {
 
-using RgbToYuvCall = void(int, int, const void*, void*, int, int, int);  // also RGB to RGB
-using YuvToRgbCall = void(int, int, const void*, int, void*, int, int);
-using PackedToRgbCall = void(int, int, const void*, void*, int, int);
-using PackedToArgbCall = void(int, int, const void*, void*, int, int, const unsigned char*, int);
-using JoinCall = void(int, int, const void*, int, void*);
-using SplitCall = void(int, int, const void*, void*, int);
-using PlanarCall = void(int, int, const void*, int, void*, int);
+enum class Layout {
+  kRgb888,
+  kRgb565,
+  kRgb555,
+  kArgb32,
+  kYuv420,
+  kYuv422,
+  kYuv444,
+  kYuyv,
+  kYvy2,
+  kSemiPlanar
+};
+
+bool IsRgb(Layout layout) {
+  return layout <= Layout::kArgb32;
+}
+
+using Colour = std::array<std::uint8_t, 3>;  // R, G, B or Y, U, V
+
+// A picture as a plain set of samples, written from the description of the layouts alone.
+struct Picture {
+  // flag: bgrOrder with the meaning of conversions from and to YUV, or uvSwap.
+  Layout layout;
+  std::size_t width, height;
+  bool flag;
+  std::ptrdiff_t stride = 0;     // of RGB layouts
+  std::uint8_t* data = nullptr;  // the first row
+
+  std::size_t PixelBytes() const {
+    if (layout == Layout::kRgb888) return 3;
+    return layout == Layout::kArgb32 ? 4 : 2;
+  }
+
+  std::size_t Bytes() const {
+    const std::size_t area = width * height;
+    if (IsRgb(layout)) {
+      const auto rows = static_cast<std::size_t>(std::abs(stride)) * (height - (height > 0));
+      return area == 0 ? 0 : rows + width * PixelBytes();
+    }
+    if (layout == Layout::kYuv422) return area + 2 * (area / 2);
+    if (layout == Layout::kYuv444) return 3 * area;
+    if (layout == Layout::kYuyv || layout == Layout::kYvy2) return 4 * (width / 2) * height;
+    return area + 2 * (area / 4);
+  }
+
+  // The sample of luma (0), U (1) or V (2) that serves a pixel.
+  std::uint8_t& Sample(std::size_t x, std::size_t y, std::size_t channel) const {
+    const std::size_t area = width * height;
+    const std::size_t second = channel == (flag ? 1 : 2);
+    if (layout == Layout::kYuyv || layout == Layout::kYvy2) {
+      const std::size_t place = channel == (layout == Layout::kYuyv ? 1 : 2) ? 1 : 3;
+      return data[(y * (width / 2) + x / 2) * 4 + (channel == 0 ? x % 2 * 2 : place)];
+    }
+    if (channel == 0) return data[y * width + x];
+    switch (layout) {
+      case Layout::kYuv444:
+        return data[area * (1 + second) + y * width + x];
+      case Layout::kYuv422:
+        return data[area + second * (area / 2) + y * (width / 2) + x / 2];
+      default:
+        return data[area + second * (area / 4) + y / 2 * (width / 2) + x / 2];
+    }
+  }
+
+  std::uint8_t* Pixel(std::size_t x, std::size_t y) const {
+    return data + static_cast<std::ptrdiff_t>(y) * stride + x * PixelBytes();
+  }
+
+  Colour Get(std::size_t x, std::size_t y) const {
+    const std::uint8_t* p = Pixel(x, y);
+    Colour low_first{p[0], p[1], layout == Layout::kRgb888 ? p[2] : p[1]};
+    if (layout != Layout::kRgb888) {
+      const int word = p[0] + 256 * p[1];
+      const int greens = layout == Layout::kRgb565 ? 64 : 32;
+      low_first = {static_cast<std::uint8_t>(word % 32 * 8),
+                   static_cast<std::uint8_t>(word / 32 % greens * (256 / greens)),
+                   static_cast<std::uint8_t>(word / 32 / greens % 32 * 8)};
+    }
+    return flag ? Colour{low_first[2], low_first[1], low_first[0]} : low_first;
+  }
+
+  void Put(std::size_t x, std::size_t y, Colour colour, std::uint8_t alpha = 0) const {
+    if (flag || layout == Layout::kArgb32) colour = {colour[2], colour[1], colour[0]};
+    std::uint8_t* p = Pixel(x, y);
+    if (layout == Layout::kRgb565 || layout == Layout::kRgb555) {
+      const int greens = layout == Layout::kRgb565 ? 64 : 32;
+      const int word =
+          colour[0] / 8 + 32 * (colour[1] / (256 / greens)) + 32 * greens * (colour[2] / 8);
+      p[0] = static_cast<std::uint8_t>(word % 256);
+      p[1] = static_cast<std::uint8_t>(word / 256);
+      return;
+    }
+    for (std::size_t i = 0; i < 3; ++i) p[i] = colour[i];
+    if (layout == Layout::kArgb32) p[3] = alpha;
+  }
+};
+
+// A call of one of the functions.
+struct Call {
+  int width, height;
+  const Picture& src;
+  const Picture& dst;
+  const std::uint8_t* alpha;
+  int alpha_stride;
+
+  int SrcStride() const { return static_cast<int>(src.stride); }
+  int DstStride() const { return static_cast<int>(dst.stride); }
+};
+
+void Make(const Call& c, void (*convert)(int, int, const void*, void*, int, int, int)) {
+  // Between RGB layouts the same order of bytes on both sides is said the other way round.
+  if (IsRgb(c.dst.layout)) {
+    const int swap = c.src.flag == c.dst.flag ? 0 : 1;
+    convert(c.width, c.height, c.src.data, c.dst.data, c.SrcStride(), c.DstStride(), swap);
+  } else {
+    convert(c.width, c.height, c.src.data, c.dst.data, c.dst.flag, c.SrcStride(), c.src.flag);
+  }
+}
+
+void Make(const Call& c, void (*convert)(int, int, const void*, int, void*, int, int)) {
+  convert(c.width, c.height, c.src.data, c.src.flag, c.dst.data, c.DstStride(), c.dst.flag);
+}
+
+void Make(const Call& c, void (*convert)(int, int, const void*, void*, int, int)) {
+  convert(c.width, c.height, c.src.data, c.dst.data, c.DstStride(), c.dst.flag);
+}
+
+void Make(const Call& c,
+          void (*convert)(int, int, const void*, void*, int, int, const unsigned char*, int)) {
+  convert(c.width, c.height, c.src.data, c.dst.data, c.DstStride(), c.dst.flag, c.alpha,
+          c.alpha_stride);
+}
+
+void Make(const Call& c, void (*convert)(int, int, const void*, int, void*)) {
+  convert(c.width, c.height, c.src.data, c.src.flag, c.dst.data);
+}
+
+void Make(const Call& c, void (*convert)(int, int, const void*, void*, int)) {
+  convert(c.width, c.height, c.src.data, c.dst.data, c.dst.flag);
+}
+
+void Make(const Call& c, void (*convert)(int, int, const void*, int, void*, int)) {
+  convert(c.width, c.height, c.src.data, c.src.flag, c.dst.data, c.dst.flag);
+}
 
 struct Conversion {
   const char* name;
   Layout from, to;
-  std::variant<RgbToYuvCall*, YuvToRgbCall*, PackedToRgbCall*, PackedToArgbCall*, JoinCall*,
-               SplitCall*, PlanarCall*>
-      function;
+  void (*make)(const Call& call);
 
-  void operator()(int width, int height, const Picture& src, const Picture& dst,
-                  const std::uint8_t* alpha, int alpha_stride) const {
-    const int src_stride = static_cast<int>(src.stride);
-    const int dst_stride = static_cast<int>(dst.stride);
-    const auto call = [&](auto* convert) {
-      using Call = std::remove_pointer_t<decltype(convert)>;
-      if constexpr (std::is_same_v<Call, RgbToYuvCall>) {
-        // Between RGB layouts the same order of bytes on both sides is said the other way round.
-        const int swap = src.flag == dst.flag ? 0 : 1;
-        IsRgb(to) ? convert(width, height, src.data, dst.data, src_stride, dst_stride, swap)
-                  : convert(width, height, src.data, dst.data, dst.flag, src_stride, src.flag);
-      } else if constexpr (std::is_same_v<Call, YuvToRgbCall>) {
-        convert(width, height, src.data, src.flag, dst.data, dst_stride, dst.flag);
-      } else if constexpr (std::is_same_v<Call, PackedToRgbCall>) {
-        convert(width, height, src.data, dst.data, dst_stride, dst.flag);
-      } else if constexpr (std::is_same_v<Call, PackedToArgbCall>) {
-        convert(width, height, src.data, dst.data, dst_stride, dst.flag, alpha, alpha_stride);
-      } else if constexpr (std::is_same_v<Call, JoinCall>) {
-        convert(width, height, src.data, src.flag, dst.data);
-      } else if constexpr (std::is_same_v<Call, SplitCall>) {
-        convert(width, height, src.data, dst.data, dst.flag);
-      } else {
-        convert(width, height, src.data, src.flag, dst.data, dst.flag);
-      }
-    };
-    std::visit(call, function);
-  }
+  bool OfPairs() const { return from == Layout::kSemiPlanar || to == Layout::kSemiPlanar; }
+  bool IsBetweenRgb() const { return IsRgb(from) && IsRgb(to); }
 };
 
-#define QVX_TEST_CASE(FUNCTION, FROM, TO) \
-  { #FUNCTION, Layout::FROM, Layout::TO, &(FUNCTION) }
+#define QVX_TEST_CASE(FUNCTION, FROM, TO)                                                  \
+  {                                                                                        \
+#FUNCTION, Layout::FROM, Layout::TO, [](const Call& call) { Make(call, &(FUNCTION)); } \
+  }
 
-const std::vector<Conversion>& Conversions() {
-  static const std::vector<Conversion> all = {
-      QVX_TEST_CASE(RGB888ToYUV420, kRgb888, kYuv420),
-      QVX_TEST_CASE(RGB565ToYUV420, kRgb565, kYuv420),
-      QVX_TEST_CASE(RGB555ToYUV420, kRgb555, kYuv420),
-      QVX_TEST_CASE(RGB888ToYUV422, kRgb888, kYuv422),
-      QVX_TEST_CASE(RGB565ToYUV422, kRgb565, kYuv422),
-      QVX_TEST_CASE(RGB555ToYUV422, kRgb555, kYuv422),
-      QVX_TEST_CASE(RGB888ToYUV444, kRgb888, kYuv444),
-      QVX_TEST_CASE(RGB565ToYUV444, kRgb565, kYuv444),
-      QVX_TEST_CASE(RGB555ToYUV444, kRgb555, kYuv444),
-      QVX_TEST_CASE(YUV420ToRGB888, kYuv420, kRgb888),
-      QVX_TEST_CASE(YUV420ToRGB565, kYuv420, kRgb565),
-      QVX_TEST_CASE(YUV420ToRGB555, kYuv420, kRgb555),
-      QVX_TEST_CASE(YUV422ToRGB888, kYuv422, kRgb888),
-      QVX_TEST_CASE(YUV422ToRGB565, kYuv422, kRgb565),
-      QVX_TEST_CASE(YUV422ToRGB555, kYuv422, kRgb555),
-      QVX_TEST_CASE(YUV444ToRGB888, kYuv444, kRgb888),
-      QVX_TEST_CASE(YUV444ToRGB565, kYuv444, kRgb565),
-      QVX_TEST_CASE(YUY2ToRGB888, kYuyv, kRgb888),
-      QVX_TEST_CASE(YVY2ToRGB888, kYvy2, kRgb888),
-      QVX_TEST_CASE(YUY2ToARGB32, kYuyv, kArgb32),
-      QVX_TEST_CASE(YVY2ToARGB32, kYvy2, kArgb32),
-      QVX_TEST_CASE(YUVToYUYV_422, kYuv422, kYuyv),
-      QVX_TEST_CASE(YUYVToYUV_422, kYuyv, kYuv422),
-      QVX_TEST_CASE(YUYV422ToYUV420, kYuyv, kYuv420),
-      QVX_TEST_CASE(YUV422ToYUV420, kYuv422, kYuv420),
-      QVX_TEST_CASE(YUV420ToYUV422, kYuv420, kYuv422),
-      QVX_TEST_CASE(YUV420SPToYUV420, kSemiPlanar, kYuv420),
-      QVX_TEST_CASE(YUV420ToYUV420SP, kYuv420, kSemiPlanar),
-      QVX_TEST_CASE(RGB888ToRGB565, kRgb888, kRgb565),
-      QVX_TEST_CASE(RGB888ToRGB555, kRgb888, kRgb555),
-      QVX_TEST_CASE(RGB565ToRGB888, kRgb565, kRgb888),
-      QVX_TEST_CASE(RGB555ToRGB888, kRgb555, kRgb888),
-      QVX_TEST_CASE(RGB565ToRGB555, kRgb565, kRgb555),
-      QVX_TEST_CASE(RGB555ToRGB565, kRgb555, kRgb565),
-  };
-  return all;
+const Conversion kConversions[] = {
+    QVX_TEST_CASE(RGB888ToYUV420, kRgb888, kYuv420),
+    QVX_TEST_CASE(RGB565ToYUV420, kRgb565, kYuv420),
+    QVX_TEST_CASE(RGB555ToYUV420, kRgb555, kYuv420),
+    QVX_TEST_CASE(RGB888ToYUV422, kRgb888, kYuv422),
+    QVX_TEST_CASE(RGB565ToYUV422, kRgb565, kYuv422),
+    QVX_TEST_CASE(RGB555ToYUV422, kRgb555, kYuv422),
+    QVX_TEST_CASE(RGB888ToYUV444, kRgb888, kYuv444),
+    QVX_TEST_CASE(RGB565ToYUV444, kRgb565, kYuv444),
+    QVX_TEST_CASE(RGB555ToYUV444, kRgb555, kYuv444),
+    QVX_TEST_CASE(YUV420ToRGB888, kYuv420, kRgb888),
+    QVX_TEST_CASE(YUV420ToRGB565, kYuv420, kRgb565),
+    QVX_TEST_CASE(YUV420ToRGB555, kYuv420, kRgb555),
+    QVX_TEST_CASE(YUV422ToRGB888, kYuv422, kRgb888),
+    QVX_TEST_CASE(YUV422ToRGB565, kYuv422, kRgb565),
+    QVX_TEST_CASE(YUV422ToRGB555, kYuv422, kRgb555),
+    QVX_TEST_CASE(YUV444ToRGB888, kYuv444, kRgb888),
+    QVX_TEST_CASE(YUV444ToRGB565, kYuv444, kRgb565),
+    QVX_TEST_CASE(YUY2ToRGB888, kYuyv, kRgb888),
+    QVX_TEST_CASE(YVY2ToRGB888, kYvy2, kRgb888),
+    QVX_TEST_CASE(YUY2ToARGB32, kYuyv, kArgb32),
+    QVX_TEST_CASE(YVY2ToARGB32, kYvy2, kArgb32),
+    QVX_TEST_CASE(YUVToYUYV_422, kYuv422, kYuyv),
+    QVX_TEST_CASE(YUYVToYUV_422, kYuyv, kYuv422),
+    QVX_TEST_CASE(YUYV422ToYUV420, kYuyv, kYuv420),
+    QVX_TEST_CASE(YUV422ToYUV420, kYuv422, kYuv420),
+    QVX_TEST_CASE(YUV420ToYUV422, kYuv420, kYuv422),
+    QVX_TEST_CASE(YUV420SPToYUV420, kSemiPlanar, kYuv420),
+    QVX_TEST_CASE(YUV420ToYUV420SP, kYuv420, kSemiPlanar),
+    QVX_TEST_CASE(RGB888ToRGB565, kRgb888, kRgb565),
+    QVX_TEST_CASE(RGB888ToRGB555, kRgb888, kRgb555),
+    QVX_TEST_CASE(RGB565ToRGB888, kRgb565, kRgb888),
+    QVX_TEST_CASE(RGB555ToRGB888, kRgb555, kRgb888),
+    QVX_TEST_CASE(RGB565ToRGB555, kRgb565, kRgb555),
+    QVX_TEST_CASE(RGB555ToRGB565, kRgb555, kRgb565),
+};
+
+Colour Product(const double (&matrix)[3][3], const std::array<int, 3>& values,
+               const std::array<int, 3>& zero) {
+  Colour result{};
+  for (std::size_t row = 0; row < 3; ++row) {
+    int sum = zero[row];
+    for (std::size_t i = 0; i < 3; ++i) {
+      sum += static_cast<int>(std::round(matrix[row][i] * values[i]));
+    }
+    result[row] = static_cast<std::uint8_t>(std::clamp(sum, 0, 255));
+  }
+  return result;
 }
 
-const Formulas& Rules() {
-  static const Formulas formulas;
-  return formulas;
+Colour ToYuv(Colour rgb) {
+  constexpr double kMatrix[3][3] = {
+      {0.257, 0.504, 0.098}, {-0.148, -0.291, 0.439}, {0.439, -0.368, -0.071}};
+  return Product(kMatrix, {rgb[0], rgb[1], rgb[2]}, {16, 128, 128});
+}
+
+Colour ToRgb(Colour yuv) {
+  constexpr double kMatrix[3][3] = {{1.164, 0, 1.596}, {1.164, -0.392, -0.813}, {1.164, 2.017, 0}};
+  return Product(kMatrix, {yuv[0] - 16, yuv[1] - 128, yuv[2] - 128}, {0, 0, 0});
 }
 
 // How many columns and rows share a chroma sample.
@@ -117,31 +245,39 @@ std::size_t Rows(Layout layout) {
   return layout == Layout::kYuv420 ? 2 : 1;
 }
 
+Colour YuvAt(const Picture& src, std::size_t x, std::size_t y) {
+  if (IsRgb(src.layout)) return ToYuv(src.Get(x, y));
+  return {src.Sample(x, y, 0), src.Sample(x, y, 1), src.Sample(x, y, 2)};
+}
+
 void ExpectRgb(const Picture& src, const Picture& dst, const std::uint8_t* alpha,
                std::size_t alpha_stride) {
   const std::size_t rows = src.height - src.height % Rows(src.layout);
   const std::size_t columns = src.width - src.width % Columns(src.layout);
   for (std::size_t y = 0; y < rows; ++y) {
     for (std::size_t x = 0; x < columns; ++x) {
-      const Colour colour =
-          IsRgb(src.layout)
-              ? src.Get(x, y)
-              : Rules().ToRgb({src.Sample(x, y, 0), src.Sample(x, y, 1), src.Sample(x, y, 2)});
+      const Colour colour = IsRgb(src.layout) ? src.Get(x, y) : ToRgb(YuvAt(src, x, y));
       dst.Put(x, y, colour, alpha[y * alpha_stride + x]);
     }
   }
 }
 
-void ExpectYuvOfRgb(const Picture& src, const Picture& dst) {
+// Chroma is the mean of the pixels that share it; of packed pixels, that of their first row.
+void ExpectYuv(const Picture& src, const Picture& dst) {
+  const bool packed = src.layout == Layout::kYuyv || dst.layout == Layout::kYuyv;
+  if (!packed && !IsRgb(src.layout)) std::copy_n(src.data, src.width * src.height, dst.data);
   const std::size_t rows = Rows(dst.layout);
   const std::size_t columns = Columns(dst.layout);
-  for (std::size_t y = 0; y + rows <= src.height; y += rows) {
+  const std::size_t height = src.height - src.height % std::max(rows, Rows(src.layout));
+  for (std::size_t y = 0; y < height; y += rows) {
     for (std::size_t x = 0; x + columns <= src.width; x += columns) {
       std::size_t sums[3] = {};
       for (std::size_t i = 0; i < rows * columns; ++i) {
-        const Colour yuv = Rules().ToYuv(src.Get(x + i % columns, y + i / columns));
-        dst.Sample(x + i % columns, y + i / columns, 0) = yuv[0];
-        for (std::size_t channel = 1; channel < 3; ++channel) sums[channel] += yuv[channel];
+        const std::size_t row = y + i / columns;
+        const Colour yuv = YuvAt(src, x + i % columns, row);
+        const Colour chroma = YuvAt(src, x + i % columns, packed ? y : row);
+        dst.Sample(x + i % columns, row, 0) = yuv[0];
+        for (std::size_t channel = 1; channel < 3; ++channel) sums[channel] += chroma[channel];
       }
       for (std::size_t channel = 1; channel < 3; ++channel) {
         dst.Sample(x, y, channel) = static_cast<std::uint8_t>(sums[channel] / (rows * columns));
@@ -165,29 +301,10 @@ void ExpectPairs(const Picture& src, const Picture& dst) {
   }
 }
 
-void ExpectYuvOfYuv(const Picture& src, const Picture& dst) {
-  const bool planar = src.layout != Layout::kYuyv && dst.layout != Layout::kYuyv;
-  const bool mean = src.layout == Layout::kYuv422 && dst.layout == Layout::kYuv420;
-  const std::size_t rows = std::max(Rows(src.layout), Rows(dst.layout));
-  if (planar) std::copy_n(src.data, src.width * src.height, dst.data);
-  for (std::size_t y = 0; y < src.height / rows * rows; ++y) {
-    for (std::size_t x = 0; x < src.width / 2 * 2; ++x) {
-      dst.Sample(x, y, 0) = src.Sample(x, y, 0);
-      if (y % Rows(dst.layout) != 0) continue;
-      for (std::size_t channel = 1; channel < 3; ++channel) {
-        const int sum = src.Sample(x, y, channel) + src.Sample(x, mean ? y + 1 : y, channel);
-        dst.Sample(x, y, channel) = static_cast<std::uint8_t>(sum / 2);
-      }
-    }
-  }
-}
-
-void Expect(const Picture& src, const Picture& dst, const std::uint8_t* alpha,
-            std::size_t alpha_stride) {
+void Expect(const Conversion& conversion, const Picture& src, const Picture& dst,
+            const std::uint8_t* alpha, std::size_t alpha_stride) {
   if (IsRgb(dst.layout)) return ExpectRgb(src, dst, alpha, alpha_stride);
-  if (IsRgb(src.layout)) return ExpectYuvOfRgb(src, dst);
-  const bool pairs = src.layout == Layout::kSemiPlanar || dst.layout == Layout::kSemiPlanar;
-  return pairs ? ExpectPairs(src, dst) : ExpectYuvOfYuv(src, dst);
+  return conversion.OfPairs() ? ExpectPairs(src, dst) : ExpectYuv(src, dst);
 }
 
 class PixelFormat : public testing::Test {
@@ -242,12 +359,10 @@ class PixelFormat : public testing::Test {
     std::vector<std::uint8_t> expected(Lowest(dst), Lowest(dst) + dst.Bytes());
     Picture copy = dst;
     copy.data = expected.data() + (dst.data - Lowest(dst));
-    Expect(src, copy, alpha, width);
-    const bool pairs =
-        conversion.from == Layout::kSemiPlanar || conversion.to == Layout::kSemiPlanar;
-    const bool any_sign = !pairs && !(IsRgb(conversion.from) && IsRgb(conversion.to));
-    conversion(Signed(width, any_sign), Signed(height, any_sign), src, dst, alpha,
-               static_cast<int>(width));
+    Expect(conversion, src, copy, alpha, width);
+    const bool any_sign = !conversion.OfPairs() && !conversion.IsBetweenRgb();
+    conversion.make({Signed(width, any_sign), Signed(height, any_sign), src, dst, alpha,
+                     static_cast<int>(width)});
     if (std::equal(expected.begin(), expected.end(), Lowest(dst))) {
       return testing::AssertionSuccess();
     }
@@ -262,7 +377,7 @@ class PixelFormat : public testing::Test {
 };
 
 TEST_F(PixelFormat, ConvertsEverySize) {
-  for (const Conversion& conversion : Conversions()) {
+  for (const Conversion& conversion : kConversions) {
     for (std::size_t width = 0; width <= 67; ++width) {
       for (unsigned round = 0; round < 24; ++round) {
         const ProcessorTurn turn(round);
@@ -280,23 +395,21 @@ TEST_F(PixelFormat, LeavesAloneWhatItCannotUse) {
   std::vector<std::uint8_t> bytes(64, 7);
   const std::vector<std::uint8_t> before = bytes;
   const std::uint8_t* alpha = bytes.data();
-  for (const Conversion& conversion : Conversions()) {
+  for (const Conversion& conversion : kConversions) {
     Picture src{conversion.from, 2, 2, false, 8, bytes.data()};
     Picture dst{conversion.to, 2, 2, false, 8, nullptr};
-    conversion(2, 2, src, dst, alpha, 2);
+    conversion.make({2, 2, src, dst, alpha, 2});
     dst.data = bytes.data();
     src.data = nullptr;
-    conversion(2, 2, src, dst, alpha, 2);
+    conversion.make({2, 2, src, dst, alpha, 2});
     std::vector<std::uint8_t> other(64, 1);
     src.data = other.data();
-    conversion(0, 2, src, dst, alpha, 2);
-    conversion(2, 0, src, dst, alpha, 2);
-    const bool rgb = IsRgb(conversion.from) && IsRgb(conversion.to);
-    const bool pairs =
-        conversion.from == Layout::kSemiPlanar || conversion.to == Layout::kSemiPlanar;
-    if (!rgb) conversion(INT_MIN, INT_MIN, src, dst, alpha, 2);
-    if (rgb || pairs) conversion(-2, 2, src, dst, alpha, 2);
-    if (rgb) conversion(2, -2, src, dst, alpha, 2);
+    conversion.make({0, 2, src, dst, alpha, 2});
+    conversion.make({2, 0, src, dst, alpha, 2});
+    const bool rgb = conversion.IsBetweenRgb();
+    if (!rgb) conversion.make({INT_MIN, INT_MIN, src, dst, alpha, 2});
+    if (rgb || conversion.OfPairs()) conversion.make({-2, 2, src, dst, alpha, 2});
+    if (rgb) conversion.make({2, -2, src, dst, alpha, 2});
     ASSERT_EQ(bytes, before) << conversion.name;
   }
   Picture src{Layout::kSemiPlanar, 2, 2, false, 0, from_.AtStart()};
@@ -346,45 +459,38 @@ TEST(PixelFormatBytes, AreThoseOfKnownColours) {
   EXPECT_EQ(Bytes(rgb.begin(), rgb.begin() + 3), (Bytes{248, 252, 248}));
 }
 
-class LargePixelFormat : public testing::Test {};
-
 // All colours, by the functions for one pixel and by pictures.
-TEST_F(LargePixelFormat, EveryColour) {
+TEST(LargePixelFormat, EveryColour) {
   constexpr int kSide = 4096;
   constexpr std::size_t kArea = std::size_t{kSide} * kSide;
   InitLookupTable();
   std::vector<std::uint8_t> planes(3 * kArea);
   std::vector<std::uint8_t> pixels(3 * kArea);
-  std::vector<std::uint8_t> result(3 * kArea);
+  std::vector<std::uint8_t> yuv(3 * kArea);
+  std::vector<std::uint8_t> rgb(3 * kArea);
   for (std::size_t i = 0; i < kArea; ++i) {
     for (std::size_t channel = 0; channel < 3; ++channel) {
       const auto part = static_cast<std::uint8_t>(i >> (8 * channel));
       planes[channel * kArea + i] = pixels[3 * i + channel] = part;
     }
   }
-  RGB888ToYUV444(kSide, kSide, pixels.data(), result.data(), 0, 3 * kSide, 0);
+  RGB888ToYUV444(kSide, kSide, pixels.data(), yuv.data(), 0, 3 * kSide, 0);
+  YUV444ToRGB888(kSide, kSide, planes.data(), 0, rgb.data(), 3 * kSide, 0);
   for (std::size_t i = 0; i < kArea; ++i) {
-    const std::uint8_t* p = &pixels[3 * i];
-    const Colour expected = Rules().ToYuv({p[0], p[1], p[2]});
+    const Colour given{pixels[3 * i], pixels[3 * i + 1], pixels[3 * i + 2]};
     Colour one{};
-    RGBToYUV(p[0], p[1], p[2], &one[0], &one[1], &one[2]);
-    const Colour wide{result[i], result[kArea + i], result[2 * kArea + i]};
-    ASSERT_TRUE(one == expected && wide == expected) << std::hex << i;
-  }
-  YUV444ToRGB888(kSide, kSide, planes.data(), 0, result.data(), 3 * kSide, 0);
-  for (std::size_t i = 0; i < kArea; ++i) {
-    const std::uint8_t* p = &pixels[3 * i];
-    const Colour expected = Rules().ToRgb({p[0], p[1], p[2]});
-    Colour one{};
-    YUVToRGB(p[0], p[1], p[2], &one[0], &one[1], &one[2]);
-    const Colour wide{result[3 * i], result[3 * i + 1], result[3 * i + 2]};
-    ASSERT_TRUE(one == expected && wide == expected) << std::hex << i;
+    RGBToYUV(given[0], given[1], given[2], &one[0], &one[1], &one[2]);
+    ASSERT_EQ(one, ToYuv(given));
+    ASSERT_EQ(one, (Colour{yuv[i], yuv[kArea + i], yuv[2 * kArea + i]}));
+    YUVToRGB(given[0], given[1], given[2], &one[0], &one[1], &one[2]);
+    ASSERT_EQ(one, ToRgb(given));
+    ASSERT_EQ(one, (Colour{rgb[3 * i], rgb[3 * i + 1], rgb[3 * i + 2]}));
   }
 }
 
 // Planes beyond what 32 bits count, without their memory: nothing but the last samples is ever
 // written, and all rows go to one.
-TEST_F(LargePixelFormat, OffsetsBeyond32Bits) {
+TEST(LargePixelFormat, OffsetsBeyond32Bits) {
   constexpr std::size_t kSide = 50000;
   Picture src{Layout::kYuv420, kSide, kSide, false};
   const GuardedBuffer planes(src.Bytes());
@@ -394,9 +500,9 @@ TEST_F(LargePixelFormat, OffsetsBeyond32Bits) {
   const GuardedBuffer row(3 * kSide);
   std::uint8_t* out = row.AtEnd(3 * kSide);
   YUV420ToRGB888(kSide, kSide, src.data, 0, out, 0, 0);
-  const Colour expected = Rules().ToRgb(last);
+  const Colour expected = ToRgb(last);
   EXPECT_TRUE(std::equal(expected.begin(), expected.end(), out + 3 * kSide - 3));
-  EXPECT_EQ(out[1], Rules().ToRgb({0, 0, 0})[1]);
+  EXPECT_EQ(out[1], ToRgb({0, 0, 0})[1]);
 }
 
 }  // namespace
