@@ -16,35 +16,30 @@ namespace {
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kNoNumber = std::numeric_limits<double>::quiet_NaN();
 
-struct Colour {
-  unsigned char bytes[3];
-
-  bool operator==(const Colour&) const = default;
-};
-
+using Colour = std::array<unsigned char, 3>;
 using Model = std::array<double, 3>;
 
 Model Hsv(Colour colour) {
   Model m;
-  RGBToHSV(colour.bytes[0], colour.bytes[1], colour.bytes[2], &m[0], &m[1], &m[2]);
+  RGBToHSV(colour[0], colour[1], colour[2], &m[0], &m[1], &m[2]);
   return m;
 }
 
 Model Hls(Colour colour) {
   Model m;
-  RGBToHLS(&m[0], &m[1], &m[2], colour.bytes[0], colour.bytes[1], colour.bytes[2]);
+  RGBToHLS(&m[0], &m[1], &m[2], colour[0], colour[1], colour[2]);
   return m;
 }
 
 Colour FromHsv(Model m) {
   Colour c;
-  HSVToRGB(m[0], m[1], m[2], &c.bytes[0], &c.bytes[1], &c.bytes[2]);
+  HSVToRGB(m[0], m[1], m[2], &c[0], &c[1], &c[2]);
   return c;
 }
 
 Colour FromHls(Model m) {
   Colour c;
-  HLSToRGB(&c.bytes[0], &c.bytes[1], &c.bytes[2], m[0], m[1], m[2]);
+  HLSToRGB(&c[0], &c[1], &c[2], m[0], m[1], m[2]);
   return c;
 }
 
@@ -54,13 +49,13 @@ TEST(ColourModel, MakesColoursOfAnyNumbers) {
     Model hsv;
     Colour colour;
   } hsv_cases[] = {
-      {{0, 0, 0.5}, {{127, 127, 127}}},    {{kNoNumber, 0, 1}, {{255, 255, 255}}},
-      {{360, 1, 1}, {{255, 0, 255}}},      {{360, 0.5, 1}, {{255, 127, 255}}},
-      {{330, 1, 1}, {{255, 0, 127}}},      {{-30, 1, 1}, {{255, 0, 127}}},
-      {{1e300, 1, 1}, {{255, 0, 255}}},    {{0, 1, 2}, {{255, 0, 0}}},
-      {{0, 2, 1}, {{255, 0, 0}}},          {{0, 1, -1}, {{0, 0, 0}}},
-      {{kInfinity, 1, 1}, {{255, 0, 0}}},  {{kNoNumber, 1, 1}, {{255, 0, 0}}},
-      {{60, kNoNumber, 1}, {{0, 255, 0}}}, {{60, 1, kInfinity}, {{255, 255, 0}}},
+      {{0, 0, 0.5}, {127, 127, 127}},    {{kNoNumber, 0, 1}, {255, 255, 255}},
+      {{360, 1, 1}, {255, 0, 255}},      {{360, 0.5, 1}, {255, 127, 255}},
+      {{330, 1, 1}, {255, 0, 127}},      {{-30, 1, 1}, {255, 0, 127}},
+      {{1e300, 1, 1}, {255, 0, 255}},    {{0, 1, 2}, {255, 0, 0}},
+      {{0, 2, 1}, {255, 0, 0}},          {{0, 1, -1}, {0, 0, 0}},
+      {{kInfinity, 1, 1}, {255, 0, 0}},  {{kNoNumber, 1, 1}, {255, 0, 0}},
+      {{60, kNoNumber, 1}, {0, 255, 0}}, {{60, 1, kInfinity}, {255, 255, 0}},
   };
   for (const auto& each : hsv_cases) {
     EXPECT_EQ(FromHsv(each.hsv), each.colour) << each.hsv[0] << " " << each.hsv[1];
@@ -69,24 +64,18 @@ TEST(ColourModel, MakesColoursOfAnyNumbers) {
     Model hls;
     Colour colour;
   } hls_cases[] = {
-      {{kNoNumber, 0.5, 0}, {{127, 127, 127}}},
-      {{360, 0.5, 1}, {{255, 0, 0}}},
-      {{-60, 0.5, 1}, {{255, 0, 255}}},
-      {{420, 0.5, 1}, {{255, 255, 0}}},
-      {{800, 0.5, 1}, {{0, 0, 0}}},
-      {{kInfinity, 0.5, 1}, {{0, 0, 0}}},
-      {{0, kNoNumber, 1}, {{0, 0, 0}}},
-      {{0, 2, 0}, {{255, 255, 255}}},
+      {{kNoNumber, 0.5, 0}, {127, 127, 127}},
+      {{360, 0.5, 1}, {255, 0, 0}},
+      {{-60, 0.5, 1}, {255, 0, 255}},
+      {{420, 0.5, 1}, {255, 255, 0}},
+      {{800, 0.5, 1}, {0, 0, 0}},
+      {{kInfinity, 0.5, 1}, {0, 0, 0}},
+      {{0, kNoNumber, 1}, {0, 0, 0}},
+      {{0, 2, 0}, {255, 255, 255}},
   };
   for (const auto& each : hls_cases) {
     EXPECT_EQ(FromHls(each.hls), each.colour) << each.hls[0] << " " << each.hls[1];
   }
-}
-
-std::string Hex(MD5& digest) {
-  CBaseStringA text;
-  BufferToHexStringA(digest.digest(), 16, 0, 0, &text);
-  return text.GetString();
 }
 
 template <typename T>
@@ -98,21 +87,26 @@ void Add(MD5& digest, const T& values) {
 // runs fastest. The expected ones are from a program that has nothing to do with this one.
 std::vector<std::string> DigestCube(int step) {
   MD5 digests[4];
-  for (int i = 0; i < 256 * 256 * 256; i += (i & 255) + step < 256 ? step : 256 - (i & 255)) {
-    const int red = i >> 16;
-    const int green = i >> 8 & 255;
-    if (red % step != 0 || green % step != 0) continue;
-    const Colour colour{{static_cast<unsigned char>(red), static_cast<unsigned char>(green),
-                         static_cast<unsigned char>(i & 255)}};
-    const Model hsv = Hsv(colour);
-    const Model hls = Hls(colour);
-    Add(digests[0], hsv);
-    Add(digests[1], FromHsv(hsv));
-    Add(digests[2], hls);
-    Add(digests[3], FromHls(hls));
+  for (int red = 0; red < 256; red += step) {
+    for (int green = 0; green < 256; green += step) {
+      for (int blue = 0; blue < 256; blue += step) {
+        const Colour colour{static_cast<unsigned char>(red), static_cast<unsigned char>(green),
+                            static_cast<unsigned char>(blue)};
+        const Model hsv = Hsv(colour);
+        const Model hls = Hls(colour);
+        Add(digests[0], hsv);
+        Add(digests[1], FromHsv(hsv));
+        Add(digests[2], hls);
+        Add(digests[3], FromHls(hls));
+      }
+    }
   }
   std::vector<std::string> texts;
-  for (MD5& digest : digests) texts.push_back(Hex(digest));
+  for (MD5& digest : digests) {
+    CBaseStringA text;
+    BufferToHexStringA(digest.digest(), 16, 0, 0, &text);
+    texts.emplace_back(text.GetString());
+  }
   return texts;
 }
 

@@ -118,8 +118,7 @@ struct Call {
   int width, height;
   const Picture& src;
   const Picture& dst;
-  const std::uint8_t* alpha;
-  int alpha_stride;
+  const std::uint8_t* alpha;  // in rows of the picture's width
 
   int SrcStride() const { return static_cast<int>(src.stride); }
   int DstStride() const { return static_cast<int>(dst.stride); }
@@ -146,7 +145,7 @@ void Make(const Call& c, void (*convert)(int, int, const void*, void*, int, int)
 void Make(const Call& c,
           void (*convert)(int, int, const void*, void*, int, int, const unsigned char*, int)) {
   convert(c.width, c.height, c.src.data, c.dst.data, c.DstStride(), c.dst.flag, c.alpha,
-          c.alpha_stride);
+          static_cast<int>(c.dst.width));
 }
 
 void Make(const Call& c, void (*convert)(int, int, const void*, int, void*)) {
@@ -250,14 +249,13 @@ Colour YuvAt(const Picture& src, std::size_t x, std::size_t y) {
   return {src.Sample(x, y, 0), src.Sample(x, y, 1), src.Sample(x, y, 2)};
 }
 
-void ExpectRgb(const Picture& src, const Picture& dst, const std::uint8_t* alpha,
-               std::size_t alpha_stride) {
+void ExpectRgb(const Picture& src, const Picture& dst, const std::uint8_t* alpha) {
   const std::size_t rows = src.height - src.height % Rows(src.layout);
   const std::size_t columns = src.width - src.width % Columns(src.layout);
   for (std::size_t y = 0; y < rows; ++y) {
     for (std::size_t x = 0; x < columns; ++x) {
       const Colour colour = IsRgb(src.layout) ? src.Get(x, y) : ToRgb(YuvAt(src, x, y));
-      dst.Put(x, y, colour, alpha[y * alpha_stride + x]);
+      dst.Put(x, y, colour, alpha[y * dst.width + x]);
     }
   }
 }
@@ -301,12 +299,6 @@ void ExpectPairs(const Picture& src, const Picture& dst) {
   }
 }
 
-void Expect(const Conversion& conversion, const Picture& src, const Picture& dst,
-            const std::uint8_t* alpha, std::size_t alpha_stride) {
-  if (IsRgb(dst.layout)) return ExpectRgb(src, dst, alpha, alpha_stride);
-  return conversion.OfPairs() ? ExpectPairs(src, dst) : ExpectYuv(src, dst);
-}
-
 class PixelFormat : public testing::Test {
  protected:
   static constexpr std::size_t kCapacity = 1 << 18;
@@ -346,8 +338,7 @@ class PixelFormat : public testing::Test {
     return any_sign && random_() % 4 == 0 ? -value : value;
   }
 
-  testing::AssertionResult Agrees(const Conversion& conversion, std::size_t width,
-                                  std::size_t height, unsigned flags) {
+  void Check(const Conversion& conversion, std::size_t width, std::size_t height, unsigned flags) {
     Picture src{conversion.from, width, height, (flags & 1) != 0};
     Picture dst{conversion.to, width, height, (flags & 2) != 0};
     Place(src, from_);
@@ -359,15 +350,16 @@ class PixelFormat : public testing::Test {
     std::vector<std::uint8_t> expected(Lowest(dst), Lowest(dst) + dst.Bytes());
     Picture copy = dst;
     copy.data = expected.data() + (dst.data - Lowest(dst));
-    Expect(conversion, src, copy, alpha, width);
-    const bool any_sign = !conversion.OfPairs() && !conversion.IsBetweenRgb();
-    conversion.make({Signed(width, any_sign), Signed(height, any_sign), src, dst, alpha,
-                     static_cast<int>(width)});
-    if (std::equal(expected.begin(), expected.end(), Lowest(dst))) {
-      return testing::AssertionSuccess();
+    if (IsRgb(dst.layout)) {
+      ExpectRgb(src, copy, alpha);
+    } else {
+      conversion.OfPairs() ? ExpectPairs(src, copy) : ExpectYuv(src, copy);
     }
-    return testing::AssertionFailure() << conversion.name << " " << width << "x" << height
-                                       << " flags " << flags << " stride " << dst.stride;
+    const bool any_sign = !conversion.OfPairs() && !conversion.IsBetweenRgb();
+    conversion.make({Signed(width, any_sign), Signed(height, any_sign), src, dst, alpha});
+    ASSERT_TRUE(std::equal(expected.begin(), expected.end(), Lowest(dst)))
+        << conversion.name << " " << width << "x" << height << " flags " << flags << " stride "
+        << dst.stride;
   }
 
   std::mt19937 random_{9};
@@ -381,12 +373,12 @@ TEST_F(PixelFormat, ConvertsEverySize) {
     for (std::size_t width = 0; width <= 67; ++width) {
       for (unsigned round = 0; round < 24; ++round) {
         const ProcessorTurn turn(round);
-        ASSERT_TRUE(Agrees(conversion, width, random_() % 6, round % 4));
+        ASSERT_NO_FATAL_FAILURE(Check(conversion, width, random_() % 6, round % 4));
       }
     }
     for (unsigned round = 0; round < ProcessorTurn::kTurns; ++round) {
       const ProcessorTurn turn(round);
-      ASSERT_TRUE(Agrees(conversion, 251, 67, round));
+      ASSERT_NO_FATAL_FAILURE(Check(conversion, 251, 67, round));
     }
   }
 }
@@ -394,22 +386,24 @@ TEST_F(PixelFormat, ConvertsEverySize) {
 TEST_F(PixelFormat, LeavesAloneWhatItCannotUse) {
   std::vector<std::uint8_t> bytes(64, 7);
   const std::vector<std::uint8_t> before = bytes;
-  const std::uint8_t* alpha = bytes.data();
   for (const Conversion& conversion : kConversions) {
     Picture src{conversion.from, 2, 2, false, 8, bytes.data()};
     Picture dst{conversion.to, 2, 2, false, 8, nullptr};
-    conversion.make({2, 2, src, dst, alpha, 2});
+    const auto make = [&](int width, int height) {
+      conversion.make({width, height, src, dst, before.data()});
+    };
+    make(2, 2);
     dst.data = bytes.data();
     src.data = nullptr;
-    conversion.make({2, 2, src, dst, alpha, 2});
+    make(2, 2);
     std::vector<std::uint8_t> other(64, 1);
     src.data = other.data();
-    conversion.make({0, 2, src, dst, alpha, 2});
-    conversion.make({2, 0, src, dst, alpha, 2});
+    make(0, 2);
+    make(2, 0);
     const bool rgb = conversion.IsBetweenRgb();
-    if (!rgb) conversion.make({INT_MIN, INT_MIN, src, dst, alpha, 2});
-    if (rgb || conversion.OfPairs()) conversion.make({-2, 2, src, dst, alpha, 2});
-    if (rgb) conversion.make({2, -2, src, dst, alpha, 2});
+    if (!rgb) make(INT_MIN, INT_MIN);
+    if (rgb || conversion.OfPairs()) make(-2, 2);
+    if (rgb) make(2, -2);
     ASSERT_EQ(bytes, before) << conversion.name;
   }
   Picture src{Layout::kSemiPlanar, 2, 2, false, 0, from_.AtStart()};

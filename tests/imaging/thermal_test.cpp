@@ -38,31 +38,23 @@ Words FixedTable() {
 // The digests are those of tables that another program made by the same formulas.
 TEST(Thermal, MakesItsTables) {
   const Words fixed = FixedTable();
-  EXPECT_EQ(fixed[0], 0xFF7565E8);
-  EXPECT_EQ(fixed[1], 0xFF01FF00);
-  EXPECT_EQ(fixed[128], 0xFFFFFE00);
-  EXPECT_EQ(fixed[255], 0xFFFF0000);
   EXPECT_EQ(DigestOf(fixed.data(), 256), "e7005dd4d1bd4de30230eb4c94698d05");
 
   const struct {
-    unsigned int from;
-    unsigned int to;
-    unsigned int middle;
+    unsigned int from, to;
     const char* digest;
   } cases[] = {
-      {0x0000FF, 0xFF0000, 0xFF00FF00, "4912fce346cf22af204ff9599d4b99b7"},
-      {0xFF0000, 0x0000FF, 0xFF00FF00, "69e78b9579b0ec17cc04dac2b8e14797"},
-      {0x404040, 0xFFFFFF, 0xFF9F9F9F, "afe6eec192f06185bfb9827da4953061"},
-      {0x8040C0, 0x8040C0, 0xFFC04080, "ba59ba100c8fc9fac3f2242bb9dd0f1a"},
-      {0xCD5A6A, 0x57CFE3, 0xFF58D898, "cbf060be6a012a2ebb84371e7f3a009c"},
+      {0x0000FF, 0xFF0000, "4912fce346cf22af204ff9599d4b99b7"},
+      {0xFF0000, 0x0000FF, "69e78b9579b0ec17cc04dac2b8e14797"},
+      {0x404040, 0xFFFFFF, "afe6eec192f06185bfb9827da4953061"},
+      {0x8040C0, 0x8040C0, "ba59ba100c8fc9fac3f2242bb9dd0f1a"},
+      {0xCD5A6A, 0x57CFE3, "cbf060be6a012a2ebb84371e7f3a009c"},
   };
   for (const auto& each : cases) {
     Words table(256);
     InitHotImageColorTable2(table.data(), each.from, each.to);
-    EXPECT_EQ(table[128], each.middle);
     EXPECT_EQ(DigestOf(table.data(), 256), each.digest) << each.from;
   }
-  EXPECT_EQ(gCommonColorTable[1][0], 0x0057CFE3u);
   EXPECT_EQ(DigestOf(&gCommonColorTable[0][0], 50), "ffd73f0543c869271c222f5ee3809cb7");
 }
 
@@ -71,12 +63,10 @@ struct Range {
   double max;
 };
 
-Bins Map(const std::vector<double>& data, Range range, Words* pixels = nullptr) {
-  const Words table = FixedTable();
+Bins Map(const std::vector<double>& data, Range range) {
   Bins bins(data.size());
-  if (pixels != nullptr) pixels->assign(data.size(), 0);
   ImageDataToHotImage(data.data(), static_cast<int>(data.size()), range.min, range.max,
-                      table.data(), pixels == nullptr ? nullptr : pixels->data(), bins.data());
+                      FixedTable().data(), nullptr, bins.data());
   return bins;
 }
 
@@ -100,9 +90,10 @@ TEST(Thermal, FillsWhatItIsGivenAndNoMore) {
   std::vector<double> data(10000);
   for (std::size_t i = 0; i < data.size(); ++i) data[i] = static_cast<double>(i % 300);
   const Words table = FixedTable();
-  Words pixels;
-  const Bins bins = Map(data, {0, 256}, &pixels);
+  Bins bins(data.size());
+  Words pixels(data.size());
   Words alone(data.size() + 1, 7);
+  ImageDataToHotImage(data.data(), 10000, 0, 256, table.data(), pixels.data(), bins.data());
   ImageDataToHotImage(data.data(), 10000, 0, 256, table.data(), alone.data(), nullptr);
   for (std::size_t i = 0; i < data.size(); ++i) {
     ASSERT_EQ(bins[i], std::min<std::size_t>(i % 300, 255));
