@@ -19,18 +19,6 @@ constexpr double kNoNumber = std::numeric_limits<double>::quiet_NaN();
 using Colour = std::array<unsigned char, 3>;
 using Model = std::array<double, 3>;
 
-Model Hsv(Colour colour) {
-  Model m;
-  RGBToHSV(colour[0], colour[1], colour[2], &m[0], &m[1], &m[2]);
-  return m;
-}
-
-Model Hls(Colour colour) {
-  Model m;
-  RGBToHLS(&m[0], &m[1], &m[2], colour[0], colour[1], colour[2]);
-  return m;
-}
-
 Colour FromHsv(Model m) {
   Colour c;
   HSVToRGB(m[0], m[1], m[2], &c[0], &c[1], &c[2]);
@@ -46,35 +34,35 @@ Colour FromHls(Model m) {
 // The edges of the circle, values out of range, and what is not a number.
 TEST(ColourModel, MakesColoursOfAnyNumbers) {
   const struct {
-    Model hsv;
+    Colour (*make)(Model);
+    Model model;
     Colour colour;
-  } hsv_cases[] = {
-      {{0, 0, 0.5}, {127, 127, 127}},    {{kNoNumber, 0, 1}, {255, 255, 255}},
-      {{360, 1, 1}, {255, 0, 255}},      {{360, 0.5, 1}, {255, 127, 255}},
-      {{330, 1, 1}, {255, 0, 127}},      {{-30, 1, 1}, {255, 0, 127}},
-      {{1e300, 1, 1}, {255, 0, 255}},    {{0, 1, 2}, {255, 0, 0}},
-      {{0, 2, 1}, {255, 0, 0}},          {{0, 1, -1}, {0, 0, 0}},
-      {{kInfinity, 1, 1}, {255, 0, 0}},  {{kNoNumber, 1, 1}, {255, 0, 0}},
-      {{60, kNoNumber, 1}, {0, 255, 0}}, {{60, 1, kInfinity}, {255, 255, 0}},
+  } cases[] = {
+      {&FromHsv, {0, 0, 0.5}, {127, 127, 127}},
+      {&FromHsv, {kNoNumber, 0, 1}, {255, 255, 255}},
+      {&FromHsv, {360, 1, 1}, {255, 0, 255}},
+      {&FromHsv, {360, 0.5, 1}, {255, 127, 255}},
+      {&FromHsv, {330, 1, 1}, {255, 0, 127}},
+      {&FromHsv, {-30, 1, 1}, {255, 0, 127}},
+      {&FromHsv, {1e300, 1, 1}, {255, 0, 255}},
+      {&FromHsv, {0, 1, 2}, {255, 0, 0}},
+      {&FromHsv, {0, 2, 1}, {255, 0, 0}},
+      {&FromHsv, {0, 1, -1}, {0, 0, 0}},
+      {&FromHsv, {kInfinity, 1, 1}, {255, 0, 0}},
+      {&FromHsv, {kNoNumber, 1, 1}, {255, 0, 0}},
+      {&FromHsv, {60, kNoNumber, 1}, {0, 255, 0}},
+      {&FromHsv, {60, 1, kInfinity}, {255, 255, 0}},
+      {&FromHls, {kNoNumber, 0.5, 0}, {127, 127, 127}},
+      {&FromHls, {360, 0.5, 1}, {255, 0, 0}},
+      {&FromHls, {-60, 0.5, 1}, {255, 0, 255}},
+      {&FromHls, {420, 0.5, 1}, {255, 255, 0}},
+      {&FromHls, {800, 0.5, 1}, {0, 0, 0}},
+      {&FromHls, {kInfinity, 0.5, 1}, {0, 0, 0}},
+      {&FromHls, {0, kNoNumber, 1}, {0, 0, 0}},
+      {&FromHls, {0, 2, 0}, {255, 255, 255}},
   };
-  for (const auto& each : hsv_cases) {
-    EXPECT_EQ(FromHsv(each.hsv), each.colour) << each.hsv[0] << " " << each.hsv[1];
-  }
-  const struct {
-    Model hls;
-    Colour colour;
-  } hls_cases[] = {
-      {{kNoNumber, 0.5, 0}, {127, 127, 127}},
-      {{360, 0.5, 1}, {255, 0, 0}},
-      {{-60, 0.5, 1}, {255, 0, 255}},
-      {{420, 0.5, 1}, {255, 255, 0}},
-      {{800, 0.5, 1}, {0, 0, 0}},
-      {{kInfinity, 0.5, 1}, {0, 0, 0}},
-      {{0, kNoNumber, 1}, {0, 0, 0}},
-      {{0, 2, 0}, {255, 255, 255}},
-  };
-  for (const auto& each : hls_cases) {
-    EXPECT_EQ(FromHls(each.hls), each.colour) << each.hls[0] << " " << each.hls[1];
+  for (const auto& each : cases) {
+    EXPECT_EQ(each.make(each.model), each.colour) << &each - cases;
   }
 }
 
@@ -90,10 +78,13 @@ std::vector<std::string> DigestCube(int step) {
   for (int red = 0; red < 256; red += step) {
     for (int green = 0; green < 256; green += step) {
       for (int blue = 0; blue < 256; blue += step) {
-        const Colour colour{static_cast<unsigned char>(red), static_cast<unsigned char>(green),
-                            static_cast<unsigned char>(blue)};
-        const Model hsv = Hsv(colour);
-        const Model hls = Hls(colour);
+        const auto r = static_cast<unsigned char>(red);
+        const auto g = static_cast<unsigned char>(green);
+        const auto b = static_cast<unsigned char>(blue);
+        Model hsv;
+        Model hls;
+        RGBToHSV(r, g, b, &hsv[0], &hsv[1], &hsv[2]);
+        RGBToHLS(&hls[0], &hls[1], &hls[2], r, g, b);
         Add(digests[0], hsv);
         Add(digests[1], FromHsv(hsv));
         Add(digests[2], hls);

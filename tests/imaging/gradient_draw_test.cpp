@@ -33,9 +33,12 @@ std::string Hex(const Bytes& plane) {
   return text.GetString();
 }
 
-void AddPoint(CPtrCtrl& points, int x, int y) {
-  const std::uint64_t value = static_cast<std::uint32_t>(x) | static_cast<std::uint64_t>(y) << 32;
-  points.AddData(reinterpret_cast<const void*>(value), -1);
+void AddPoints(CPtrCtrl& points, std::initializer_list<POINT> places) {
+  for (const POINT place : places) {
+    const std::uint64_t value =
+        static_cast<std::uint32_t>(place.x) | static_cast<std::uint64_t>(place.y) << 32;
+    points.AddData(reinterpret_cast<const void*>(value), -1);
+  }
 }
 
 // The planes are those that another program made pixel by pixel.
@@ -76,8 +79,8 @@ TEST(GradientDraw, PaintsStrokes) {
 TEST(GradientDraw, PaintsPointLists) {
   CPtrArrayCtrl corner;
   CPtrListCtrl places;
-  for (const POINT point : {POINT{2, 2}, {10, 2}, {10, 7}}) AddPoint(corner, point.x, point.y);
-  for (const POINT point : {POINT{2, 3}, {7, 3}, {11, 5}}) AddPoint(places, point.x, point.y);
+  AddPoints(corner, {{2, 2}, {10, 2}, {10, 7}});
+  AddPoints(places, {{2, 3}, {7, 3}, {11, 5}});
   Bytes stroke(14 * 9);
   DrawGradualMultiLine(14, 9, &corner, 1, 2.5, 0.5, 1.0, stroke.data());
   EXPECT_EQ(Hex(stroke),
@@ -134,12 +137,9 @@ struct PlainStroke {
 
   void Paint(Bytes& plane) {
     FindCorners();
-    int min_x = plane_width - 1;
-    int max_x = 0;
-    for (const Point& corner : corners) {
-      min_x = std::min(min_x, static_cast<int>(corner.x));
-      max_x = std::max(max_x, static_cast<int>(corner.x));
-    }
+    const auto [low, high] = std::minmax({corners[0].x, corners[1].x, corners[2].x, corners[3].x});
+    const int min_x = std::min(plane_width - 1, static_cast<int>(low));
+    const int max_x = std::max(0, static_cast<int>(high));
     int left = min_x;
     int right = max_x;
     for (int y = 0; y < static_cast<int>(plane.size()) / plane_width; ++y) {
@@ -172,13 +172,12 @@ struct PlainStroke {
   // Outwards by step from a place inside; else inwards from beside the outermost corner.
   int Edge(int place, int step, int outermost, int y) const {
     if (Inside(place, y)) {
-      const auto may_go = [&] { return step < 0 ? place > 0 : place < plane_width; };
-      while (may_go() && Inside(place + step, y)) place += step;
+      const int end = step < 0 ? std::min(place, 0) : std::max(place, plane_width);
+      while (place != end && Inside(place + step, y)) place += step;
       return place;
     }
-    place = outermost - step;
-    const auto may_go = [&] { return step < 0 ? place <= plane_width : place >= -1; };
-    while (may_go() && !Inside(place, y)) place -= step;
+    const int end = step < 0 ? plane_width + 1 : -2;
+    for (place = outermost - step; place != end && !Inside(place, y);) place -= step;
     return place;
   }
 
@@ -248,15 +247,14 @@ TEST(GradientDraw, WideRowsAreLikePlainOnes) {
     std::generate(numbers.begin(), numbers.end(), number);
     const auto stroke = std::bit_cast<imaging::StrokeRow>(numbers);
     const imaging::DiscRow disc = {number(), number(), number(), number()};
-    imaging::PaintStroke(stroke, x, count, wide);
-    imaging::PaintStrokePlain(stroke, x, count, plain.data());
-    ASSERT_TRUE(std::equal(plain.begin(), plain.end(), wide)) << "stroke " << round;
-    imaging::PaintJoint(disc, x, count, wide);
-    imaging::PaintJointPlain(disc, x, count, plain.data());
-    ASSERT_TRUE(std::equal(plain.begin(), plain.end(), wide)) << "joint " << round;
-    imaging::PaintDot(disc, x, count, wide);
-    imaging::PaintDotPlain(disc, x, count, plain.data());
-    ASSERT_TRUE(std::equal(plain.begin(), plain.end(), wide)) << "dot " << round;
+    const auto paint = [&](const auto& row, auto* paint_wide, auto* paint_plain) {
+      paint_wide(row, x, count, wide);
+      paint_plain(row, x, count, plain.data());
+      return std::equal(plain.begin(), plain.end(), wide);
+    };
+    ASSERT_TRUE(paint(stroke, imaging::PaintStroke, imaging::PaintStrokePlain)) << round;
+    ASSERT_TRUE(paint(disc, imaging::PaintJoint, imaging::PaintJointPlain)) << round;
+    ASSERT_TRUE(paint(disc, imaging::PaintDot, imaging::PaintDotPlain)) << round;
   }
 }
 
@@ -269,7 +267,7 @@ TEST(GradientDraw, DiscsAreCutAtThePlane) {
       const GuardedBuffer memory(kWidth * kHeight);
       std::uint8_t* plane = memory.AtEnd(kWidth * kHeight);
       CPtrArrayCtrl points;
-      AddPoint(points, centre.x, centre.y);
+      AddPoints(points, {centre});
       DrawGradualPointList(kWidth, kHeight, &points, radius, 99, 0.75, 99, plane);
       for (int i = 0; i < kWidth * kHeight; ++i) {
         const double d = std::hypot(centre.x - i % kWidth, centre.y - i / kWidth);
@@ -286,9 +284,9 @@ TEST(GradientDraw, WhatCannotBePaintedTouchesNothing) {
   Bytes plane(64, 7);
   const Bytes before = plane;
   CPtrArrayCtrl one;
-  AddPoint(one, 3, 3);
+  AddPoints(one, {{3, 3}});
   CPtrArrayCtrl same;
-  for (int i = 0; i < 3; ++i) AddPoint(same, 3, 3);
+  AddPoints(same, {{3, 3}, {3, 3}, {3, 3}});
   CPtrArrayCtrl empty;
   DrawGradualMultiLine(8, 8, &one, 2, 2, 1, 1, plane.data());
   DrawGradualMultiLine(8, 8, &same, 2, 2, 1, 1, plane.data());

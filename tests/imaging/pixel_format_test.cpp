@@ -49,39 +49,43 @@ struct Picture {
     return layout == Layout::kArgb32 ? 4 : 2;
   }
 
+  // How many columns and rows share a chroma sample.
+  std::size_t Columns() const { return IsRgb(layout) || layout == Layout::kYuv444 ? 1 : 2; }
+  std::size_t Rows() const {
+    return layout == Layout::kYuv420 || layout == Layout::kSemiPlanar ? 2 : 1;
+  }
+
+  bool IsPacked() const { return layout == Layout::kYuyv || layout == Layout::kYvy2; }
+
   std::size_t Bytes() const {
     const std::size_t area = width * height;
     if (IsRgb(layout)) {
       const auto rows = static_cast<std::size_t>(std::abs(stride)) * (height - (height > 0));
       return area == 0 ? 0 : rows + width * PixelBytes();
     }
-    if (layout == Layout::kYuv422) return area + 2 * (area / 2);
-    if (layout == Layout::kYuv444) return 3 * area;
-    if (layout == Layout::kYuyv || layout == Layout::kYvy2) return 4 * (width / 2) * height;
-    return area + 2 * (area / 4);
+    if (IsPacked()) return 4 * (width / 2) * height;
+    return area + 2 * (area / (Columns() * Rows()));
   }
 
   // The sample of luma (0), U (1) or V (2) that serves a pixel.
   std::uint8_t& Sample(std::size_t x, std::size_t y, std::size_t channel) const {
     const std::size_t area = width * height;
     const std::size_t second = channel == (flag ? 1 : 2);
-    if (layout == Layout::kYuyv || layout == Layout::kYvy2) {
+    if (IsPacked()) {
       const std::size_t place = channel == (layout == Layout::kYuyv ? 1 : 2) ? 1 : 3;
       return data[(y * (width / 2) + x / 2) * 4 + (channel == 0 ? x % 2 * 2 : place)];
     }
     if (channel == 0) return data[y * width + x];
-    switch (layout) {
-      case Layout::kYuv444:
-        return data[area * (1 + second) + y * width + x];
-      case Layout::kYuv422:
-        return data[area + second * (area / 2) + y * (width / 2) + x / 2];
-      default:
-        return data[area + second * (area / 4) + y / 2 * (width / 2) + x / 2];
-    }
+    const std::size_t plane = area + second * (area / (Columns() * Rows()));
+    return data[plane + y / Rows() * (width / Columns()) + x / Columns()];
   }
 
   std::uint8_t* Pixel(std::size_t x, std::size_t y) const {
     return data + static_cast<std::ptrdiff_t>(y) * stride + x * PixelBytes();
+  }
+
+  std::uint8_t* LowestAddress() const {
+    return stride >= 0 || height == 0 ? data : Pixel(0, height - 1);
   }
 
   Colour Get(std::size_t x, std::size_t y) const {
@@ -235,23 +239,14 @@ Colour ToRgb(Colour yuv) {
   return Product(kMatrix, {yuv[0] - 16, yuv[1] - 128, yuv[2] - 128}, {0, 0, 0});
 }
 
-// How many columns and rows share a chroma sample.
-std::size_t Columns(Layout layout) {
-  return IsRgb(layout) || layout == Layout::kYuv444 ? 1 : 2;
-}
-
-std::size_t Rows(Layout layout) {
-  return layout == Layout::kYuv420 ? 2 : 1;
-}
-
 Colour YuvAt(const Picture& src, std::size_t x, std::size_t y) {
   if (IsRgb(src.layout)) return ToYuv(src.Get(x, y));
   return {src.Sample(x, y, 0), src.Sample(x, y, 1), src.Sample(x, y, 2)};
 }
 
 void ExpectRgb(const Picture& src, const Picture& dst, const std::uint8_t* alpha) {
-  const std::size_t rows = src.height - src.height % Rows(src.layout);
-  const std::size_t columns = src.width - src.width % Columns(src.layout);
+  const std::size_t rows = src.height - src.height % src.Rows();
+  const std::size_t columns = src.width - src.width % src.Columns();
   for (std::size_t y = 0; y < rows; ++y) {
     for (std::size_t x = 0; x < columns; ++x) {
       const Colour colour = IsRgb(src.layout) ? src.Get(x, y) : ToRgb(YuvAt(src, x, y));
@@ -262,11 +257,11 @@ void ExpectRgb(const Picture& src, const Picture& dst, const std::uint8_t* alpha
 
 // Chroma is the mean of the pixels that share it; of packed pixels, that of their first row.
 void ExpectYuv(const Picture& src, const Picture& dst) {
-  const bool packed = src.layout == Layout::kYuyv || dst.layout == Layout::kYuyv;
+  const bool packed = src.IsPacked() || dst.IsPacked();
   if (!packed && !IsRgb(src.layout)) std::copy_n(src.data, src.width * src.height, dst.data);
-  const std::size_t rows = Rows(dst.layout);
-  const std::size_t columns = Columns(dst.layout);
-  const std::size_t height = src.height - src.height % std::max(rows, Rows(src.layout));
+  const std::size_t rows = dst.Rows();
+  const std::size_t columns = dst.Columns();
+  const std::size_t height = src.height - src.height % std::max(rows, src.Rows());
   for (std::size_t y = 0; y < height; y += rows) {
     for (std::size_t x = 0; x + columns <= src.width; x += columns) {
       std::size_t sums[3] = {};
@@ -323,14 +318,8 @@ class PixelFormat : public testing::Test {
     const std::size_t size = picture.Bytes();
     picture.data = random_() % 2 == 0 ? buffer.AtStart() : buffer.AtEnd(size);
     if (random_() % 3 != 0 || picture.height == 0) return;
-    picture.data += picture.stride * static_cast<std::ptrdiff_t>(picture.height - 1);
+    picture.data = picture.Pixel(0, picture.height - 1);
     picture.stride = -picture.stride;
-  }
-
-  // Lowest address.
-  static std::uint8_t* Lowest(const Picture& picture) {
-    if (picture.stride >= 0 || picture.height == 0) return picture.data;
-    return picture.data + picture.stride * static_cast<std::ptrdiff_t>(picture.height - 1);
   }
 
   int Signed(std::size_t size, bool any_sign) {
@@ -343,13 +332,13 @@ class PixelFormat : public testing::Test {
     Picture dst{conversion.to, width, height, (flags & 2) != 0};
     Place(src, from_);
     Place(dst, to_);
-    Fill(Lowest(src), src.Bytes());
-    Fill(Lowest(dst), dst.Bytes());
+    Fill(src.LowestAddress(), src.Bytes());
+    Fill(dst.LowestAddress(), dst.Bytes());
     std::uint8_t* alpha = alpha_.AtEnd(width * height);
     Fill(alpha, width * height);
-    std::vector<std::uint8_t> expected(Lowest(dst), Lowest(dst) + dst.Bytes());
+    std::vector<std::uint8_t> expected(dst.LowestAddress(), dst.LowestAddress() + dst.Bytes());
     Picture copy = dst;
-    copy.data = expected.data() + (dst.data - Lowest(dst));
+    copy.data = expected.data() + (dst.data - dst.LowestAddress());
     if (IsRgb(dst.layout)) {
       ExpectRgb(src, copy, alpha);
     } else {
@@ -357,7 +346,7 @@ class PixelFormat : public testing::Test {
     }
     const bool any_sign = !conversion.OfPairs() && !conversion.IsBetweenRgb();
     conversion.make({Signed(width, any_sign), Signed(height, any_sign), src, dst, alpha});
-    ASSERT_TRUE(std::equal(expected.begin(), expected.end(), Lowest(dst)))
+    ASSERT_TRUE(std::equal(expected.begin(), expected.end(), dst.LowestAddress()))
         << conversion.name << " " << width << "x" << height << " flags " << flags << " stride "
         << dst.stride;
   }
