@@ -8,11 +8,11 @@
 #include <climits>
 #include <cmath>
 #include <limits>
+#include <numeric>
 #include <random>
 #include <string>
 #include <vector>
 
-#include "imaging/buffer_draw_rows.h"
 #include "imaging/gradient_rows.h"
 #include "qvx/buffer_draw.h"
 #include "qvx/hex_text.h"
@@ -315,49 +315,41 @@ TEST(GradientDraw, WhatCannotBePaintedTouchesNothing) {
   }
 }
 
-unsigned int* CopyToEnd(const Words& words, const GuardedBuffer& memory) {
-  auto* copy = reinterpret_cast<unsigned int*>(memory.AtEnd(4 * words.size()));
-  std::copy(words.begin(), words.end(), copy);
-  return copy;
-}
-
-// Every place about the picture, every choice of sides: pixel by pixel the same, and no word of
-// the pen or the picture beyond their ends.
+// Every place about the picture, every choice of sides; no word of the pen or the picture beyond
+// their ends. A transparent picture takes the pen's words as they are.
 TEST(GradientDraw, StampsTheChosenPartOfAPen) {
   constexpr int kWidth = 11;
   constexpr int kHeight = 7;
   std::mt19937 random(79);
+  const auto below = [&random](int end) {
+    return static_cast<int>(random() % static_cast<unsigned>(end));
+  };
   for (int round = 0; round < 4000; ++round) {
-    const int size = 1 + static_cast<int>(random() % 13);
-    const int inner = static_cast<int>(random() % static_cast<unsigned>(size + 2));
-    const int x = static_cast<int>(random() % 23) - 6;
-    const int y = static_cast<int>(random() % 19) - 6;
-    const int sides = static_cast<int>(random() % 16);
-    Words pen(static_cast<std::size_t>(size * size));
-    Words plain(kWidth * kHeight);
-    for (unsigned int& word : pen) word = static_cast<unsigned int>(random());
-    for (unsigned int& word : plain) word = static_cast<unsigned int>(random());
-    const GuardedBuffer pen_memory(4 * pen.size());
-    const GuardedBuffer picture_memory(4 * plain.size());
-    unsigned int* picture = CopyToEnd(plain, picture_memory);
-    DrawPointByPen(picture, kWidth, kHeight, x, y, CopyToEnd(pen, pen_memory), 200, size, inner,
-                   sides & 1, sides & 2, sides & 4, sides & 8);
-    const auto is_chosen = [&](int place, int centre, int full_begin, int full_end) {
-      return (full_begin != 0 || place >= centre - inner / 2) &&
-             (full_end != 0 || place < centre + (inner + 1) / 2);
+    const int size = 1 + below(13);
+    const int inner = below(size + 2);
+    const POINT centre{below(23) - 6, below(19) - 6};
+    const int sides = below(16);
+    const GuardedBuffer pen_memory(676);
+    const GuardedBuffer picture_memory(4 * kWidth * kHeight);
+    auto* pen = reinterpret_cast<unsigned int*>(
+        pen_memory.AtEnd(4 * static_cast<std::size_t>(size * size)));
+    auto* picture = reinterpret_cast<unsigned int*>(picture_memory.AtEnd(4 * kWidth * kHeight));
+    std::iota(pen, pen + size * size, 1U);
+    DrawPointByPen(picture, kWidth, kHeight, centre.x, centre.y, pen, 200, size, inner, sides & 1,
+                   sides & 2, sides & 4, sides & 8);
+    // The pen's place over a pixel in one direction, or -1 beside the chosen part.
+    const auto over = [&](int place, int middle, int full_begin, int full_end) {
+      const bool is_chosen = (full_begin != 0 || place >= middle - inner / 2) &&
+                             (full_end != 0 || place < middle + (inner + 1) / 2);
+      const int at = place - middle + size / 2;
+      return is_chosen && at < size ? at : -1;
     };
-    for (int i = 0; i < size * size; ++i) {
-      const int column = x - size / 2 + i % size;
-      const int row = y - size / 2 + i / size;
-      if (column < 0 || column >= kWidth || row < 0 || row >= kHeight) continue;
-      if (!is_chosen(column, x, sides & 1, sides & 2)) continue;
-      if (!is_chosen(row, y, sides & 4, sides & 8)) continue;
-      const auto place = static_cast<std::size_t>(row * kWidth + column);
-      imaging::StampRowPlain(
-          reinterpret_cast<std::uint8_t*>(&plain[place]),
-          reinterpret_cast<const std::uint8_t*>(&pen[static_cast<std::size_t>(i)]), 1, 200);
+    for (int i = 0; i < kWidth * kHeight; ++i) {
+      const int column = over(i % kWidth, centre.x, sides & 1, sides & 2);
+      const int row = over(i / kWidth, centre.y, sides & 4, sides & 8);
+      const bool is_beside = column < 0 || row < 0;
+      ASSERT_EQ(picture[i], is_beside ? 0 : pen[row * size + column]) << round << " at " << i;
     }
-    ASSERT_TRUE(std::equal(plain.begin(), plain.end(), picture)) << round;
   }
   Words untouched(4, 5);
   const unsigned int pen = 0xFFFFFFFF;

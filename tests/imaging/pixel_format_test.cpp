@@ -322,11 +322,6 @@ class PixelFormat : public testing::Test {
     picture.stride = -picture.stride;
   }
 
-  int Signed(std::size_t size, bool any_sign) {
-    const int value = static_cast<int>(size);
-    return any_sign && random_() % 4 == 0 ? -value : value;
-  }
-
   void Check(const Conversion& conversion, std::size_t width, std::size_t height, unsigned flags) {
     Picture src{conversion.from, width, height, (flags & 1) != 0};
     Picture dst{conversion.to, width, height, (flags & 2) != 0};
@@ -345,7 +340,10 @@ class PixelFormat : public testing::Test {
       conversion.OfPairs() ? ExpectPairs(src, copy) : ExpectYuv(src, copy);
     }
     const bool any_sign = !conversion.OfPairs() && !conversion.IsBetweenRgb();
-    conversion.make({Signed(width, any_sign), Signed(height, any_sign), src, dst, alpha});
+    const int width_sign = any_sign && random_() % 4 == 0 ? -1 : 1;
+    const int height_sign = any_sign && random_() % 4 == 0 ? -1 : 1;
+    conversion.make({width_sign * static_cast<int>(width), height_sign * static_cast<int>(height),
+                     src, dst, alpha});
     ASSERT_TRUE(std::equal(expected.begin(), expected.end(), dst.LowestAddress()))
         << conversion.name << " " << width << "x" << height << " flags " << flags << " stride "
         << dst.stride;
