@@ -41,10 +41,7 @@ std::string FromHex(std::string digits) {
 
 // One way to save a picture.
 struct Form {
-  int bits;
-  int width;
-  int height;
-  int pitch;
+  int bits, width, height, pitch;
   std::vector<unsigned int> palette;
   std::vector<unsigned int> masks;  // four for the header of version 5, none for the older one
 };
@@ -71,8 +68,7 @@ TEST(BitmapFile, WritesTheseBytes) {
       "130b0000130b0000" + std::string(16, '0') + "00f80000 e0070000 1f000000" + v5_tail;
   const struct {
     Form form;
-    std::string buffer;
-    std::string file;
+    std::string buffer, file;
   } cases[] = {
       // Rows of 9 bytes are filled up by their own first three.
       {{24, 3, 2, 9, {}, {}},
@@ -124,9 +120,7 @@ TEST(BitmapFile, TakesAnyPitch) {
   const TempFolder temp;
   const std::string buffer = FromHex("0102030405060708");
   const struct {
-    int height;
-    int pitch;
-    int start;
+    int height, pitch, start;
     std::string rows;
   } cases[] = {
       {2, -4, 4, "05060708 01020304"}, {-2, -4, 4, "01020304 05060708"},

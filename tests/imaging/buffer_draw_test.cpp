@@ -51,18 +51,15 @@ TEST(BufferDraw, BlendsSinglePixels) {
       {0xC0204080, 0xFF8040C0, 0xFF37408F, 0xFF384090, 0xFF394091, 0xFF6440AE},
   };
   for (const auto& each : cases) {
-    for (int width : {1, 9}) {
-      const auto count = static_cast<std::size_t>(width);
-      const Words src(count, each.src);
-      Words drawn(count, each.dst);
-      Words stretched = drawn;
-      RECT rect = {0, 0, width, 1};
-      RECT one = {0, 0, 1, 1};
-      AlphaDrawBufferOnBuffer_ARGB(BytesOf(drawn), &rect, 0, BytesOf(src), &rect, 0);
-      AlphaStretchBufferOnBuffer_ARGB(BytesOf(stretched), &rect, 0, BytesOf(src), &one, 0);
-      EXPECT_EQ(drawn, Words(count, each.drawn)) << std::hex << each.src << " " << each.dst;
-      EXPECT_EQ(stretched, Words(count, each.stretched)) << std::hex << each.src << " " << each.dst;
-    }
+    const Words src(9, each.src);
+    Words drawn(9, each.dst);
+    Words stretched = drawn;
+    RECT nine = {0, 0, 9, 1};
+    RECT one = {0, 0, 1, 1};
+    DrawBuffer(BytesOf(drawn), &nine, 0, BytesOf(src), &nine, 0, 4, 1, 1, 0);
+    DrawBuffer(BytesOf(stretched), &nine, 0, BytesOf(src), &one, 0, 4, 1, 1, 0);
+    EXPECT_EQ(drawn, Words(9, each.drawn)) << std::hex << each.src << " " << each.dst;
+    EXPECT_EQ(stretched, Words(9, each.stretched)) << std::hex << each.src << " " << each.dst;
     for (const std::uint8_t alpha : Bytes{255, 100}) {
       std::uint32_t pixel = each.dst;
       DrawPointByPen(&pixel, 1, 1, 0, 0, &each.src, alpha, 1, 1, 1, 1, 1, 1);
@@ -128,6 +125,7 @@ TEST(BufferDraw, MovesRectanglesByMode) {
   }
 }
 
+// Aligned, cut, fitted, and stretched to the nearest pixel.
 TEST(BufferDraw, DrawsAsItIsAsked) {
   const struct {
     int pixel, stretch, alpha;
@@ -135,27 +133,20 @@ TEST(BufferDraw, DrawsAsItIsAsked) {
     int src_width;
     std::string expected;
   } cases[] = {
-      {1, 0, 0, 0x04, 2, "....ab"}, {1, 0, 1, 0x01, 4, ".abcd."}, {1, 1, 0, 0x00, 2, "aaabbb"},
-      {1, 1, 0, 0x01, 3, ".abc.."}, {1, 1, 0, 0x04, 6, "abcdef"}, {2, 0, 1, 0x00, 1, "ab...."},
-      {1, 0, 0, 0x01, 8, "bcdefg"}, {1, 1, 1, 0x04, 8, "abcefg"},
+      {1, 0, 0, 0x04, 2, "....ab"},     {1, 0, 1, 0x01, 4, ".abcd."}, {1, 0, 0, 0x01, 8, "bcdefg"},
+      {2, 0, 1, 0x00, 1, "ab...."},     {1, 1, 0, 0x01, 3, ".abc.."}, {1, 1, 0, 0x04, 6, "abcdef"},
+      {1, 1, 0, 0x00, 2, "aaabbb"},     {1, 1, 1, 0x04, 8, "abcefg"}, {1, 1, 0, 0x00, 10, "abdfh"},
+      {1, 1, 0, 0x00, 3, "aaabbbbccc"}, {1, 1, 0, 0x00, 1, "aaaaa"},  {1, 1, 0, 0x00, 10, "a"},
+      {1, 1, 0, 0x00, 7, "abdef"},      {1, 1, 0, 0x00, 2, "aabbb"},
   };
   for (const auto& each : cases) {
-    const std::string src = "abcdefgh";
-    std::string dst = "......";
-    RECT to = {0, 0, 6 / each.pixel, 1};
+    const std::string src = "abcdefghij";
+    std::string dst(each.expected.size(), '.');
+    RECT to = {0, 0, static_cast<int>(dst.size()) / each.pixel, 1};
     RECT from = {0, 0, each.src_width, 1};
-    DrawBuffer(BytesOf(dst), &to, 6, BytesOf(src), &from, 8, each.pixel, each.stretch, each.alpha,
+    DrawBuffer(BytesOf(dst), &to, 0, BytesOf(src), &from, 0, each.pixel, each.stretch, each.alpha,
                each.mode);
     EXPECT_EQ(dst, each.expected) << each.mode << " " << each.src_width;
-  }
-  // With four bytes alpha counts, by the formula of drawing or of stretching.
-  for (int dst_width : {1, 2}) {
-    const Words src = {0x7F3C78B4};
-    Words dst(2, 0xC8B4783C);
-    RECT to = {0, 0, dst_width, 1};
-    RECT from = {0, 0, 1, 1};
-    DrawBuffer(BytesOf(dst), &to, 8, BytesOf(src), &from, 4, 4, 1, 1, 0);
-    EXPECT_EQ(dst, dst_width == 1 ? (Words{0xE370787F, 0xC8B4783C}) : Words(2, 0xE472787E));
   }
 }
 
@@ -257,22 +248,6 @@ TEST(BufferDraw, WideBlendsAreLikePlainOnesForAllValues) {
 int PlaceOf(int place, int source, int target) {
   if (source <= target) return source * (2 * place + 1) / (2 * target);
   return place == 0 ? 0 : (source * (2 * place - 1) + 2 * target - 1) / (2 * target);
-}
-
-TEST(BufferDraw, StretchesToTheNearestPixel) {
-  const std::string src = "abcdefghij";
-  const struct {
-    int from;
-    std::string expected;
-  } cases[] = {{10, "abdfh"}, {10, "abcdefghij"}, {3, "aaabbbbccc"}, {1, "aaaaa"},
-               {10, "a"},     {7, "abdef"},       {2, "aabbb"}};
-  for (const auto& each : cases) {
-    std::string dst(each.expected.size(), '.');
-    RECT from = {0, 0, each.from, 1};
-    RECT to = {0, 0, static_cast<int>(dst.size()), 1};
-    StretchBufferOnBuffer(BytesOf(dst), &to, 0, BytesOf(src), &from, 0, 1);
-    EXPECT_EQ(dst, each.expected) << each.from;
-  }
 }
 
 struct Image {

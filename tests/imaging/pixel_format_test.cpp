@@ -88,32 +88,32 @@ struct Picture {
     return stride >= 0 || height == 0 ? data : Pixel(0, height - 1);
   }
 
-  Colour Get(std::size_t x, std::size_t y) const {
-    const std::uint8_t* p = Pixel(x, y);
-    Colour low_first{p[0], p[1], layout == Layout::kRgb888 ? p[2] : p[1]};
-    if (layout != Layout::kRgb888) {
-      const int word = p[0] + 256 * p[1];
-      const int greens = layout == Layout::kRgb565 ? 64 : 32;
-      low_first = {static_cast<std::uint8_t>(word % 32 * 8),
-                   static_cast<std::uint8_t>(word / 32 % greens * (256 / greens)),
-                   static_cast<std::uint8_t>(word / 32 / greens % 32 * 8)};
-    }
-    return flag ? Colour{low_first[2], low_first[1], low_first[0]} : low_first;
+  // Of the component in the lowest bits (0) to that in the highest (2).
+  unsigned ComponentBits(std::size_t i) const {
+    if (PixelBytes() != 2) return 8;
+    return layout == Layout::kRgb565 && i == 1 ? 6 : 5;
   }
 
-  void Put(std::size_t x, std::size_t y, Colour colour, std::uint8_t alpha = 0) const {
-    if (flag || layout == Layout::kArgb32) colour = {colour[2], colour[1], colour[0]};
-    std::uint8_t* p = Pixel(x, y);
-    if (layout == Layout::kRgb565 || layout == Layout::kRgb555) {
-      const int greens = layout == Layout::kRgb565 ? 64 : 32;
-      const int word =
-          colour[0] / 8 + 32 * (colour[1] / (256 / greens)) + 32 * greens * (colour[2] / 8);
-      p[0] = static_cast<std::uint8_t>(word % 256);
-      p[1] = static_cast<std::uint8_t>(word / 256);
-      return;
+  Colour Get(std::size_t x, std::size_t y) const {
+    unsigned word = 0;
+    for (std::size_t i = 0; i < PixelBytes(); ++i) word |= unsigned{Pixel(x, y)[i]} << (8 * i);
+    Colour colour{};
+    for (std::size_t i = 0; i < 3; ++i) {
+      colour[i] = static_cast<std::uint8_t>(word << (8 - ComponentBits(i)));
+      word >>= ComponentBits(i);
     }
-    for (std::size_t i = 0; i < 3; ++i) p[i] = colour[i];
-    if (layout == Layout::kArgb32) p[3] = alpha;
+    return flag ? Colour{colour[2], colour[1], colour[0]} : colour;
+  }
+
+  void Put(std::size_t x, std::size_t y, Colour colour, std::uint8_t alpha) const {
+    if (flag || layout == Layout::kArgb32) colour = {colour[2], colour[1], colour[0]};
+    unsigned word = layout == Layout::kArgb32 ? alpha : 0;
+    for (std::size_t i = 3; i-- > 0;) {
+      word = word << ComponentBits(i) | unsigned{colour[i]} >> (8 - ComponentBits(i));
+    }
+    for (std::size_t i = 0; i < PixelBytes(); ++i) {
+      Pixel(x, y)[i] = static_cast<std::uint8_t>(word >> (8 * i));
+    }
   }
 };
 
