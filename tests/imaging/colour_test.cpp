@@ -6,6 +6,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "imaging/thermal_index.h"
@@ -158,15 +159,10 @@ TEST(Thermal, MakesItsTables) {
   EXPECT_EQ(DigestOf(&gCommonColorTable[0][0], 50), "ffd73f0543c869271c222f5ee3809cb7");
 }
 
-struct Range {
-  double min;
-  double max;
-};
-
-Bins Map(const std::vector<double>& data, Range range) {
+Bins Map(const std::vector<double>& data, double min, double max) {
   Bins bins(data.size());
-  ImageDataToHotImage(data.data(), static_cast<int>(data.size()), range.min, range.max,
-                      FixedTable().data(), nullptr, bins.data());
+  ImageDataToHotImage(data.data(), static_cast<int>(data.size()), min, max, FixedTable().data(),
+                      nullptr, bins.data());
   return bins;
 }
 
@@ -175,14 +171,15 @@ TEST(Thermal, CutsARangeIntoBins) {
   const std::vector<double> data{0,         0.99,       1,         127.9,  128,  255,
                                  256,       257,        -0.5,      -1e9,   huge, -huge,
                                  kInfinity, -kInfinity, kNoNumber, 254.999};
-  EXPECT_EQ(Map(data, {0, 256}),
+  EXPECT_EQ(Map(data, 0, 256),
             (Bins{0, 0, 1, 127, 128, 255, 255, 255, 0, 0, 255, 0, 255, 0, 0, 254}));
   // A range that runs down, and ranges that leave nothing to tell apart.
-  EXPECT_EQ(Map({0, 64, 256, 300, -1}, {256, 0}), (Bins{255, 192, 0, 0, 255}));
-  for (const Range range : {Range{5, 5}, Range{-huge, huge}, Range{kNoNumber, 1},
-                            Range{0, kInfinity}, Range{kInfinity, kInfinity}}) {
-    EXPECT_EQ(Map({4, 5, 6, kInfinity, kNoNumber}, range)[0], 0) << range.min;
-    EXPECT_EQ(Map(data, range), Bins(data.size(), 0)) << range.min << " " << range.max;
+  EXPECT_EQ(Map({0, 64, 256, 300, -1}, 256, 0), (Bins{255, 192, 0, 0, 255}));
+  const std::pair<double, double> ranges[] = {
+      {5, 5}, {-huge, huge}, {kNoNumber, 1}, {0, kInfinity}, {kInfinity, kInfinity}};
+  for (const auto& [min, max] : ranges) {
+    EXPECT_EQ(Map({4, 5, 6, kInfinity, kNoNumber}, min, max)[0], 0) << min;
+    EXPECT_EQ(Map(data, min, max), Bins(data.size(), 0)) << min << " " << max;
   }
 }
 
@@ -195,15 +192,15 @@ TEST(Thermal, FillsWhatItIsGivenAndNoMore) {
   Words alone(data.size() + 1, 7);
   ImageDataToHotImage(data.data(), 10000, 0, 256, table.data(), pixels.data(), bins.data());
   ImageDataToHotImage(data.data(), 10000, 0, 256, table.data(), alone.data(), nullptr);
+  for (const int count : {0, -1, std::numeric_limits<int>::min()}) {
+    ImageDataToHotImage(data.data() + 1, count, 0, 256, table.data(), alone.data(), nullptr);
+  }
   for (std::size_t i = 0; i < data.size(); ++i) {
     ASSERT_EQ(bins[i], std::min<std::size_t>(i % 300, 255));
     ASSERT_EQ(pixels[i], table[bins[i]]);
     ASSERT_EQ(alone[i], pixels[i]);
   }
   EXPECT_EQ(alone.back(), 7u);
-  for (const int count : {0, -1, std::numeric_limits<int>::min()}) {
-    ImageDataToHotImage(data.data(), count, 0, 256, table.data(), alone.data(), nullptr);
-  }
   ImageDataToHotImage(nullptr, 5, 0, 256, table.data(), nullptr, nullptr);
 }
 
