@@ -253,7 +253,9 @@ int PlaceOf(int place, int source, int target) {
 struct Image {
   int width, height, pitch;
 
-  std::size_t Size() const { return static_cast<std::size_t>(std::abs(pitch) * height); }
+  std::size_t Size() const {
+    return static_cast<std::size_t>(std::abs(pitch)) * static_cast<std::size_t>(height);
+  }
   std::ptrdiff_t First() const { return pitch < 0 ? pitch * (1 - height) : 0; }
 };
 
@@ -433,7 +435,7 @@ struct Line {
 
 // Draws on a canvas of points with a pen of '#'.
 std::string DrawnLine(const Line& line, int pixel, CPtrCtrl* points) {
-  const auto row = static_cast<std::size_t>(line.width * pixel);
+  const auto row = static_cast<std::size_t>(line.width) * static_cast<std::size_t>(pixel);
   const std::size_t size = row * static_cast<std::size_t>(line.height);
   const GuardedBuffer memory(size);
   std::uint8_t* dst = memory.AtEnd(size);
@@ -511,11 +513,11 @@ TEST(BufferDraw, ThickLinesAreTheSquaresOfThinOnes) {
                      pen};
     const Line thin{thick.from, thick.to, thick.width - pen + 1, thick.height - pen + 1, 1};
     const std::string points = DrawnLine(thin, 1, nullptr);
-    const Line nothing{thick.from, thick.to, thick.width, thick.height, 99};
+    const Line nothing{thick.from, thick.to, thick.width, thick.height, 99};  // too large a pen
     std::string expected = DrawnLine(nothing, 1, nullptr);
     for (std::size_t i = points.find('#'); i < points.size(); i = points.find('#', i + 1)) {
-      const auto from_width = static_cast<std::size_t>(thin.width + 1);
-      const auto to_width = static_cast<std::size_t>(thick.width + 1);
+      const auto from_width = static_cast<std::size_t>(thin.width) + 1;
+      const auto to_width = static_cast<std::size_t>(thick.width) + 1;
       const auto side = static_cast<std::size_t>(pen);
       for (std::size_t row = i / from_width; row < i / from_width + side; ++row) {
         expected.replace(row * to_width + i % from_width, side, side, '#');

@@ -150,7 +150,8 @@ struct PlainStroke {
       left = first;
       right = last;
       for (int x = first; x <= last; ++x) {
-        auto& pixel = plane[static_cast<std::size_t>(y * plane_width + x)];
+        const int place = y * plane_width + x;
+        auto& pixel = plane[static_cast<std::size_t>(place)];
         pixel = std::max(pixel, Value({static_cast<double>(x), static_cast<double>(y)}));
       }
     }
@@ -210,9 +211,11 @@ TEST(GradientDraw, StrokesAreLikePlainOnes) {
                        {quarters(0, 9), quarters(round % 5 == 0 ? -3 : 0, 9)},
                        {quarters(0, 2), quarters(round % 7 == 0 ? -2 : 0, 2)},
                        width};
-    Bytes plain(static_cast<std::size_t>(width * height));
+    // Of what was there and the stroke, the stronger shows.
+    Bytes plain(static_cast<std::size_t>(width * height), round % 4 == 0 ? 100 : 0);
     const GuardedBuffer memory(plain.size());
     std::uint8_t* plane = memory.AtEnd(plain.size());
+    std::copy(plain.begin(), plain.end(), plane);
     stroke.Paint(plain);
     const auto& [a, b] = stroke.ends;
     DrawGradualLine(width, height, a.x, a.y, b.x, b.y, stroke.widths[0], stroke.widths[1],
