@@ -2,75 +2,51 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-#include <deque>
 #include <map>
 #include <random>
 #include <string>
+#include <type_traits>
 
+#include "containers/ptr_support.h"
 #include "qvx/ptr_list.h"
 #include "support/failing_new.h"
 
 namespace qvx::test {
 namespace {
 
-const void* Value(std::uintptr_t number) {
-  return reinterpret_cast<const void*>(number);
+std::uint32_t CrcOf(const std::string& text) {
+  CCRC32 crc;
+  crc.AppendData(reinterpret_cast<const unsigned char*>(text.data()),
+                 static_cast<int>(text.size()));
+  return crc.GetResult();
 }
 
-// Both tables behind one face, with keys that are numbers.
-class Numbers {
+// Either table with keys that are numbers; for the one of bytes they become texts.
+template <class Table>
+class Keyed : public Table {
  public:
-  explicit Numbers(int size) : table_(size) {}
-  CHashTable& Table() { return table_; }
-  void Add(unsigned key, const void* data) { table_.AddData(key, data); }
-  void Set(unsigned key, const void* data) { table_.SetData(key, data); }
-  const void* First(unsigned key) { return table_.FindFirstData(key); }
-  const void* Next(unsigned key) { return table_.FindNextData(key); }
-  const void* DropFirst(unsigned key) { return table_.DeleteFirstData(key); }
-  const void* DropNext(unsigned key) { return table_.DeleteNextData(key); }
-  void DropSlot(unsigned key) { table_.DeleteAllData(key); }
-  void All(CPtrCtrl* result, unsigned key) { table_.FindAllHashData(result, key); }
-  int Has(unsigned key) { return table_.IsDataAvailable(key); }
-  unsigned SlotOf(unsigned key, int size) { return key % static_cast<unsigned>(size); }
+  static constexpr bool kTakesNumbers = std::is_same_v<Table, CHashTable>;
+  using Table::Table;
 
- private:
-  CHashTable table_;
-};
-
-class Texts {
- public:
-  explicit Texts(int size) : table_(size) {}
-  CCRCHashTable& Table() { return table_; }
-  void Add(unsigned key, const void* data) {
-    const std::string text = Text(key);
-    table_.AddData(text.data(), Length(text), data);
+  // Calls a member whose arguments begin with the key.
+  template <class Result, class... Parameters, class... Rest>
+  Result Call(Result (Table::*member)(Parameters...), unsigned key, Rest... rest) {
+    return With(key, [&](auto... parts) { return (this->*member)(parts..., rest...); });
   }
-  void Set(unsigned key, const void* data) {
-    table_.SetData(Text(key).data(), Length(Text(key)), data);
+  int Has(unsigned key) {
+    return With(key, [this](auto... parts) { return this->IsDataAvailable(parts...); });
   }
-  const void* First(unsigned key) {
-    return table_.FindFirstData(Text(key).data(), Length(Text(key)));
+  void FindAll(CPtrCtrl* result, unsigned key) {
+    With(key, [&](auto... parts) {
+      if constexpr (kTakesNumbers) {
+        this->FindAllHashData(result, parts...);
+      } else {
+        this->FindAllCRCHashData(result, parts...);
+      }
+    });
   }
-  const void* Next(unsigned key) {
-    return table_.FindNextData(Text(key).data(), Length(Text(key)));
-  }
-  const void* DropFirst(unsigned key) {
-    return table_.DeleteFirstData(Text(key).data(), Length(Text(key)));
-  }
-  const void* DropNext(unsigned key) {
-    return table_.DeleteNextData(Text(key).data(), Length(Text(key)));
-  }
-  void DropSlot(unsigned key) { table_.DeleteAllData(Text(key).data(), Length(Text(key))); }
-  void All(CPtrCtrl* result, unsigned key) {
-    table_.FindAllCRCHashData(result, Text(key).data(), Length(Text(key)));
-  }
-  int Has(unsigned key) { return table_.IsDataAvailable(Text(key).data(), Length(Text(key))); }
-  unsigned SlotOf(unsigned key, int size) {
-    CCRC32 crc;
-    const std::string text = Text(key);
-    crc.AppendData(reinterpret_cast<const unsigned char*>(text.data()), Length(text));
-    return crc.GetResult() % static_cast<unsigned>(size);
+  static unsigned SlotOf(unsigned key, int size) {
+    return (kTakesNumbers ? key : CrcOf(Text(key))) % static_cast<unsigned>(size);
   }
 
  private:
@@ -78,191 +54,166 @@ class Texts {
   static std::string Text(unsigned key) {
     return key == 0 ? "" : std::string(key % 40, 'k') + std::to_string(key);
   }
-  static int Length(const std::string& text) { return static_cast<int>(text.size()); }
-
-  CCRCHashTable table_;
+  template <class Function>
+  static auto With(unsigned key, Function function) {
+    if constexpr (kTakesNumbers) {
+      return function(key);
+    } else {
+      const std::string text = Text(key);
+      return function(text.data(), static_cast<int>(text.size()));
+    }
+  }
 };
 
-template <class T>
+template <class Table>
 class HashTables : public testing::Test {};
-using Kinds = testing::Types<Numbers, Texts>;
+using Kinds = testing::Types<CHashTable, CCRCHashTable>;
 TYPED_TEST_SUITE(HashTables, Kinds);
 
-// The array of each slot, with all that is done to it.
-class Slots {
- public:
-  struct Record {
-    unsigned key;
-    const void* data;
-  };
-
-  CPtrArrayCtrl& Of(unsigned slot) { return arrays_[slot]; }
-  std::map<unsigned, CPtrArrayCtrl>& All() { return arrays_; }
-  static int HasKey(const void* record, const void* key) {
-    return static_cast<const Record*>(record)->key == *static_cast<const unsigned*>(key);
+// The keys of a slot and, at the same indices, their data.
+struct Slot {
+  int First(unsigned key) { return keys.FindFirst(Entry(key), nullptr); }
+  int Next(unsigned key) { return keys.FindNext(Entry(key), nullptr); }
+  const void* Drop(int index) {
+    keys.DeleteAt(index, 1);
+    return data.DeleteAt(index, 1);
   }
-  static const void* Data(CPtrArrayCtrl& array, int index) {
-    const void* record = array.GetAt(index);
-    return record != nullptr ? static_cast<const Record*>(record)->data : nullptr;
-  }
-  void Add(CPtrArrayCtrl& array, unsigned key, const void* data) {
-    records_.push_back({key, data});
-    array.AddData(&records_.back(), -1);
-  }
-  static const void* Drop(CPtrArrayCtrl& array, int index) {
-    const void* data = Data(array, index);
-    array.DeleteAt(index, 1);
-    return data;
+  // The data of all records of the key behind the number 7.
+  Numbers All(unsigned key) {
+    Numbers all{7};
+    for (int i = 0; i < keys.GetCount(); ++i) {
+      if (keys.GetAt(i) == Entry(key)) all.push_back(Number(data.GetAt(i)));
+    }
+    return all;
   }
 
- private:
-  std::deque<Record> records_;
-  std::map<unsigned, CPtrArrayCtrl> arrays_;
+  CPtrArrayCtrl keys;
+  CPtrArrayCtrl data;
 };
 
 TYPED_TEST(HashTables, AgreeWithTheArraysOfTheirSlots) {
   std::mt19937 random(23);
   for (const int size : {1, 3, 64}) {
-    TypeParam table(size);
-    Slots slots;
+    Keyed<TypeParam> table(size);
+    std::map<unsigned, Slot> slots;
     int count = 0;
-    for (unsigned turn = 1; turn < 6000; ++turn) {
+    for (int turn = 1; turn < 6000; ++turn) {
       const unsigned key = static_cast<unsigned>(random() % 50);
-      CPtrArrayCtrl& array = slots.Of(table.SlotOf(key, size));
-      const int before = array.GetCount();
+      Slot& slot = slots[table.SlotOf(key, size)];
+      const int before = slot.keys.GetCount();
+      CPtrListCtrl found;
       switch (random() % 10) {
-        case 0: {
-          table.Set(key, Value(1000000 + turn));
-          const int index = array.FindFirst(&key, &Slots::HasKey);
-          if (index < 0) break;
-          auto* record = static_cast<const Slots::Record*>(array.GetAt(index));
-          const_cast<Slots::Record*>(record)->data = Value(1000000 + turn);
+        case 0:
+          table.Call(&TypeParam::SetData, key, Entry(1000000 + turn));
+          slot.data.Set(slot.First(key), Entry(1000000 + turn));
           break;
-        }
         case 1:
-          ASSERT_EQ(table.DropFirst(key),
-                    Slots::Drop(array, array.FindFirst(&key, &Slots::HasKey)));
+          ASSERT_EQ(table.Call(&TypeParam::DeleteFirstData, key), slot.Drop(slot.First(key)));
           break;
         case 2:
-          ASSERT_EQ(table.DropNext(key), Slots::Drop(array, array.FindNext(&key, &Slots::HasKey)));
+          ASSERT_EQ(table.Call(&TypeParam::DeleteNextData, key), slot.Drop(slot.Next(key)));
           break;
-        case 3: {
-          CPtrListCtrl found;
-          found.AddData(Value(7), -1);
-          table.All(&found, key);
-          CPtrArrayCtrl indices;
-          array.FindAll(&indices, &key, &Slots::HasKey);
-          ASSERT_EQ(found.GetCount(), indices.GetCount() + 1);
-          for (int i = 0; i < indices.GetCount(); ++i) {
-            const auto index = static_cast<int>(reinterpret_cast<std::intptr_t>(indices.GetAt(i)));
-            ASSERT_EQ(found.GetAt(i + 1), Slots::Data(array, index));
-          }
+        case 3:
+          found.AddData(Entry(7), -1);
+          table.FindAll(&found, key);
+          ASSERT_EQ(Content(found), slot.All(key));
           break;
-        }
         case 4:
           if (random() % 64 != 0) break;
-          table.DropSlot(key);
+          table.Call(&TypeParam::DeleteAllData, key);
+          slots.erase(table.SlotOf(key, size));
           count -= before;
-          slots.All().erase(table.SlotOf(key, size));
           continue;
         case 5:
-          ASSERT_EQ(table.Has(key), array.FindFirst(&key, &Slots::HasKey) >= 0 ? 1 : 0);
+          ASSERT_EQ(table.Has(key), slot.First(key) >= 0 ? 1 : 0);
           break;
         case 6:
-          table.Add(key, Value(turn));
-          slots.Add(array, key, Value(turn));
+          table.Call(&TypeParam::AddData, key, Entry(turn));
+          slot.keys.AddData(Entry(key), -1);
+          slot.data.AddData(Entry(turn), -1);
           break;
         case 7:
-          ASSERT_EQ(table.First(key), Slots::Data(array, array.FindFirst(&key, &Slots::HasKey)));
+          ASSERT_EQ(table.Call(&TypeParam::FindFirstData, key), slot.data.GetAt(slot.First(key)));
           break;
         default:
-          ASSERT_EQ(table.Next(key), Slots::Data(array, array.FindNext(&key, &Slots::HasKey)));
+          ASSERT_EQ(table.Call(&TypeParam::FindNextData, key), slot.data.GetAt(slot.Next(key)));
           break;
       }
-      count += array.GetCount() - before;
-      ASSERT_EQ(table.Table().GetCount(), count);
+      count += slot.keys.GetCount() - before;
+      ASSERT_EQ(table.GetCount(), count);
     }
     tagHASHPOSITION position;
-    int more = table.Table().GetHeadPosition(position);
-    for (auto& [slot, array] : slots.All()) {
-      for (int i = 0; i < array.GetCount(); ++i) {
+    int more = table.GetHeadPosition(position);
+    for (auto& [number, slot] : slots) {
+      for (std::intptr_t data : Content(slot.data)) {
         ASSERT_EQ(more, 1);
-        ASSERT_EQ(table.Table().IsDataAvailable(position), 1);
-        ASSERT_EQ(table.Table().GetDataAt(position), Slots::Data(array, i));
-        ASSERT_EQ(position.bucket, static_cast<int>(slot));
-        more = table.Table().MoveHashPositionNext(position);
+        ASSERT_EQ(table.IsDataAvailable(position), 1);
+        ASSERT_EQ(table.GetDataAt(position), Entry(data));
+        ASSERT_EQ(position.bucket, static_cast<int>(number));
+        more = table.MoveHashPositionNext(position);
       }
     }
     ASSERT_EQ(more, 0);
     ASSERT_EQ(position.bucket, size);
-    ASSERT_EQ(table.Table().IsDataAvailable(position), 0);
-    ASSERT_EQ(table.Table().MoveHashPositionNext(position), 0);
-    table.Table().DeleteAll();
-    ASSERT_EQ(table.Table().GetCount(), 0);
-    ASSERT_EQ(table.Table().GetHeadPosition(position), 0);
-    ASSERT_EQ(table.Table().GetDataAt({-1, 0}), nullptr);
+    ASSERT_EQ(table.IsDataAvailable(position), 0);
+    ASSERT_EQ(table.MoveHashPositionNext(position), 0);
+    table.DeleteAll();
+    ASSERT_EQ(table.GetCount(), 0);
+    ASSERT_EQ(table.GetHeadPosition(position), 0);
+    ASSERT_EQ(table.GetDataAt({-1, 0}), nullptr);
   }
 }
 
 TYPED_TEST(HashTables, AreAsTheyWereWhenMemoryIsOut) {
-  TypeParam table(4);
-  for (unsigned i = 0; i < 64; ++i) table.Add(1, Value(i + 1));
+  Keyed<TypeParam> table(4);
+  for (unsigned i = 1; i <= 64; ++i) table.Call(&TypeParam::AddData, 1, Entry(i));
   CPtrArrayCtrl found;
-  found.AddData(Value(9), -1);
-  for (int allowed = 0; allowed < 4; ++allowed) {
-    const FailingAllocations failing(allowed + 1, 1000);
+  found.AddData(Entry(9), -1);
+  for (int first = 1; found.GetCount() == 1; ++first) {
+    const FailingAllocations failing(first, 1000);
     try {
-      table.All(&found, 1);
-      break;
+      table.FindAll(&found, 1);
     } catch (const std::bad_alloc&) {
       ASSERT_EQ(found.GetCount(), 1);
     }
   }
   for (const unsigned key : {1u, 2u}) {
-    for (int allowed = 0; allowed < 2; ++allowed) {
+    for (int first : {1, 2}) {
       {
-        const FailingAllocations failing(allowed + 1, 1000);
-        EXPECT_THROW(table.Add(key, Value(5)), std::bad_alloc);
+        const FailingAllocations failing(first, 1000);
+        EXPECT_THROW(table.Call(&TypeParam::AddData, key, Entry(5)), std::bad_alloc);
       }
-      EXPECT_EQ(table.Table().GetCount(), 64);
+      EXPECT_EQ(table.GetCount(), 64);
       EXPECT_EQ(table.Has(2), 0);
     }
   }
-  table.Add(2, Value(5));
-  EXPECT_EQ(table.First(2), Value(5));
+  table.Call(&TypeParam::AddData, 2, Entry(5));
+  EXPECT_EQ(table.Call(&TypeParam::FindFirstData, 2), Entry(5));
 }
 
 TEST(CrcHashTable, TellsKeysOfEqualCrcApart) {
   // The difference of two keys of equal CRC is a multiple of the polynomial.
-  const unsigned char difference[] = {0x01, 0x04, 0xC1, 0x1D, 0xB7};
-  unsigned char first[] = {1, 2, 3, 4, 5, 6};
-  unsigned char second[6];
-  std::memcpy(second, first, sizeof(second));
-  for (int i = 0; i < 5; ++i) second[i] ^= difference[i];
-  CCRC32 crc;
-  crc.AppendData(first, 6);
-  const unsigned expected = crc.GetResult();
-  crc.Reset();
-  crc.AppendData(second, 6);
-  ASSERT_EQ(crc.GetResult(), expected);
+  std::string first = "\1\2\3\4\5\6";
+  std::string second = first;
+  for (std::size_t i = 0; i < 5; ++i) second[i] ^= "\x01\x04\xC1\x1D\xB7"[i];
+  ASSERT_EQ(CrcOf(first), CrcOf(second));
 
   CCRCHashTable table;
-  table.AddData(first, 6, Value(1));
-  EXPECT_EQ(table.IsDataAvailable(second, 6), 0);
-  table.AddData(second, 6, Value(2));
+  table.AddData(first.data(), 6, Entry(1));
+  EXPECT_EQ(table.IsDataAvailable(second.data(), 6), 0);
+  table.AddData(second.data(), 6, Entry(2));
   first[0] = 99;  // the table has a copy
-  EXPECT_EQ(table.FindFirstData(second, 6), Value(2));
-  first[0] = 1;
-  EXPECT_EQ(table.FindFirstData(first, 6), Value(1));
-  EXPECT_EQ(table.FindFirstData(first, 5), nullptr);
-  table.AddData(nullptr, 3, Value(3));
-  EXPECT_EQ(table.FindFirstData("x", -1), Value(3));
+  EXPECT_EQ(table.FindFirstData(second.data(), 6), Entry(2));
+  EXPECT_EQ(table.FindFirstData("\1\2\3\4\5\6", 6), Entry(1));
+  EXPECT_EQ(table.FindFirstData("\1\2\3\4\5\6", 5), nullptr);
+  table.AddData(nullptr, 3, Entry(3));
+  EXPECT_EQ(table.FindFirstData("x", -1), Entry(3));
 }
 
 TEST(HashTable, HasOneSlotAtLeast) {
   CHashTable table(-5);
-  table.AddData(UINT64_MAX, Value(1));
-  EXPECT_EQ(table.FindFirstData(UINT64_MAX), Value(1));
+  table.AddData(UINT64_MAX, Entry(1));
+  EXPECT_EQ(table.FindFirstData(UINT64_MAX), Entry(1));
   table.FindAllHashData(nullptr, UINT64_MAX);
 }
 

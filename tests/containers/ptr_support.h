@@ -28,12 +28,33 @@ inline Numbers Content(CPtrCtrl& container) {
   return numbers;
 }
 
+// All entries in the order in which a search looks at them.
+inline Numbers SearchOrder(CPtrCtrl& container) {
+  Numbers order;
+  const auto note = [](const void* entry, const void* key) {
+    const_cast<Numbers*>(static_cast<const Numbers*>(key))->push_back(Number(entry));
+    return 0;
+  };
+  container.FindFirst(&order, note);
+  return order;
+}
+
+// The indices that a search finds, in its order.
+inline Numbers Found(CPtrCtrl& container, const void* key,
+                     int (*match)(const void*, const void*) = nullptr) {
+  Numbers found;
+  for (int hit = container.FindFirst(key, match); hit != -1; hit = container.FindNext(key, match)) {
+    found.push_back(hit);
+  }
+  return found;
+}
+
 // Callbacks: equality of the last decimal digit, and the order of the numbers.
 inline int SameDigit(const void* entry, const void* key) {
   return Number(entry) % 10 == Number(key) % 10 ? 1 : 0;
 }
 inline bool EqualDigit(const void* left, const void* right) {
-  return Number(left) % 10 == Number(right) % 10;
+  return SameDigit(left, right) != 0;
 }
 inline int Order(void*& left, void*& right) {
   return Number(left) < Number(right) ? -1 : Number(left) > Number(right) ? 1 : 0;
