@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <iterator>
@@ -47,27 +49,15 @@ class Worker : public IThreadFuncInterface {
   CBaseEvent called_;
 };
 
-// A worker whose every call takes one step, until it is told to end.
-class Stepper : public Worker {
- public:
-  Stepper()
-      : Worker([this](int) {
-          step_.Wait();
-          return ending_ ? 0 : 1;
-        }) {}
-  void Step() {
-    step_.Set();
-    AwaitCall();
-  }
-  void End() {
-    ending_ = true;
-    step_.Set();
-  }
+// The body of a worker that goes on until it is stopped.
+int GoOn(int) {
+  std::this_thread::yield();
+  return 1;
+}
 
- private:
-  CBaseEvent step_;
-  std::atomic<bool> ending_{false};
-};
+void Start(CBaseThread& thread, const char* name, Worker& worker, int auto_detach = 0) {
+  ASSERT_EQ(1, thread.StartThread(name, &worker, 0, 0, 0, auto_detach));
+}
 
 void AwaitExit(CBaseThread& thread) {
   while (thread.IsThreadExit() == 0) std::this_thread::yield();
@@ -81,10 +71,6 @@ std::ptrdiff_t CountThreads() {
 // Until threads that nobody joins are gone, and with them their use of the test's objects.
 void AwaitThreadCount(std::ptrdiff_t count) {
   while (CountThreads() > count) std::this_thread::yield();
-}
-
-void AwaitDetach(CBaseThread& thread) {
-  while (thread.GetThreadHandle() != nullptr) std::this_thread::yield();
 }
 
 void ExpectIdle(CBaseThread& thread) {
@@ -119,8 +105,9 @@ TEST(BaseThread, RunsUntilTheLoopEndsAndWritesItsLines) {
   Worker worker([](int call) { return call < 3; });
   CBaseThread thread;
   ASSERT_EQ(1, thread.StartThread("worker", &worker, 0x1'0000'0007, 0, 0, 0));
-  const unsigned long id = thread.GetThreadId();
-  const auto handle = reinterpret_cast<std::uintptr_t>(thread.GetThreadHandle());
+  const std::string id = std::to_string(thread.GetThreadId());
+  const std::string hex_id = Hex(thread.GetThreadId());
+  const std::string handle = Hex(reinterpret_cast<std::uintptr_t>(thread.GetThreadHandle()));
   AwaitExit(thread);
   EXPECT_EQ(3, worker.Calls());
   EXPECT_EQ(0x1'0000'0007u, worker.Context());
@@ -128,32 +115,36 @@ TEST(BaseThread, RunsUntilTheLoopEndsAndWritesItsLines) {
   EXPECT_EQ(0, thread.IsThreadNeedExit());
   thread.StopThread();
   ExpectIdle(thread);
-  const std::string tail = ", name=worker, tid=" + std::to_string(id) + "(0x" + Hex(id) + ")\r\n";
-  int own_lines = 0;
-  for (const auto& [level, line] : lines.All()) {
-    if (line.find("name=worker") != std::string::npos) ++own_lines;
+  const auto all = lines.All();
+  EXPECT_EQ(5, std::count_if(all.begin(), all.end(), [](const auto& line) {
+              return line.second.find("name=worker") != std::string::npos;
+            }));
+  EXPECT_EQ(1, lines.Count(2, "thread create success, thread handle=0x" + handle + ", id=" + id +
+                                  ", name=worker\r\n"));
+  for (std::string stage :
+       {"thread information", "thread exit", "prepare exit thread...", "thread exit over"}) {
+    EXPECT_EQ(1, lines.Count(2, stage + ", name=worker, tid=" + id + "(0x" + hex_id + ")\r\n"));
   }
-  EXPECT_EQ(5, own_lines);
-  EXPECT_EQ(1, lines.Count(2, "thread create success, thread handle=0x" + Hex(handle) +
-                                  ", id=" + std::to_string(id) + ", name=worker\r\n"));
-  EXPECT_EQ(1, lines.Count(2, "thread information" + tail));
-  EXPECT_EQ(1, lines.Count(2, "thread exit" + tail));
-  EXPECT_EQ(1, lines.Count(2, "prepare exit thread..." + tail));
-  EXPECT_EQ(1, lines.Count(2, "thread exit over" + tail));
 }
 
-TEST(BaseThread, ASecondStartChangesNothing) {
-  Stepper first;
-  Stepper second;
+TEST(BaseThread, ASecondStartAndACopyChangeNothing) {
+  Worker first(&GoOn);
+  Worker second(&GoOn);
   CBaseThread thread;
   ASSERT_EQ(1, thread.StartThread(std::string(200, 'n').c_str(), &first, 1, 0, 0, 0));
   const unsigned long id = thread.GetThreadId();
   EXPECT_EQ(1, thread.StartThread("other", &second, 2, 0, 0, 0));
+  {
+    CBaseThread copy(thread);
+    ExpectIdle(copy);
+    EXPECT_EQ(std::string(127, 'n'), copy.GetThreadName());
+    copy = thread;
+  }
+  EXPECT_EQ(0, thread.IsThreadExit());
   EXPECT_EQ(id, thread.GetThreadId());
   EXPECT_EQ(std::string(127, 'n'), thread.GetThreadName());
-  first.Step();
+  first.AwaitCall();
   EXPECT_EQ(1u, first.Context());
-  first.End();
   thread.StopThread();
   EXPECT_EQ(0, second.Calls());
 }
@@ -163,13 +154,16 @@ TEST(BaseThread, StartsAgainAfterTheEndWithOrWithoutAStop) {
   for (int autoDetach : {0, 1}) {
     for (int round = 0; round < 3; ++round) {
       Worker worker([](int) { return 0; });
-      ASSERT_EQ(1, thread.StartThread(nullptr, &worker, 0, 0, 0, autoDetach));
+      Start(thread, nullptr, worker, autoDetach);
       EXPECT_STREQ("", thread.GetThreadName());
       AwaitExit(thread);
       if (round == 1) thread.StopThread();
       EXPECT_EQ(1, worker.Calls());
     }
   }
+  ASSERT_EQ(1, thread.StartThread("no worker", nullptr, 0, 0, 0, 0));
+  thread.StopThread();
+  ExpectIdle(thread);
 }
 
 // Its thread pauses itself in each call.
@@ -184,7 +178,7 @@ struct SelfPauser : Worker {
 
 TEST(BaseThread, ParksWhilePaused) {
   SelfPauser worker;
-  worker.thread.StartThread("pause", &worker, 0, 0, 0, 0);
+  Start(worker.thread, "pause", worker);
   worker.AwaitCall();
   EXPECT_FALSE(worker.IsCalledWithin(20));
   worker.thread.ResumeThread();
@@ -198,7 +192,7 @@ TEST(BaseThread, AnImmediateStopEndsAParkedThread) {
   const std::ptrdiff_t before = CountThreads();
   for (int i = 0; i < 50; ++i) {
     SelfPauser worker;
-    worker.thread.StartThread("parked", &worker, 0, 0, 0, 0);
+    Start(worker.thread, "parked", worker);
     worker.AwaitCall();
     worker.thread.StopThreadImmediate();
     worker.thread.PauseThread();
@@ -218,26 +212,19 @@ TEST(BaseThread, AStopLetsTheCallInProgressFinish) {
     finished = true;
     return 1;
   });
-  thread.StartThread("stop", &worker, 0, 0, 0, 0);
+  Start(thread, "stop", worker);
   entered.Wait();
   thread.StopThread();
   EXPECT_TRUE(finished);
   EXPECT_EQ(1, worker.Calls());
 }
 
-TEST(BaseThread, WithoutAWorkerTheThreadEndsButDoesNotShowIt) {
-  CBaseThread thread;
-  ASSERT_EQ(1, thread.StartThread("none", nullptr, 0, 0, 0, 0));
-  thread.StopThread();
-  ExpectIdle(thread);
-}
-
 TEST(BaseThread, DetachesItself) {
   DebugLines lines;
   CBaseThread thread;
   Worker worker([](int) { return 0; });
-  ASSERT_EQ(1, thread.StartThread("auto", &worker, 0, 0, 0, 1));
-  AwaitDetach(thread);
+  Start(thread, "auto", worker, 1);
+  while (thread.GetThreadHandle() != nullptr) std::this_thread::yield();
   ExpectIdle(thread);
   thread.StopThread();
   for (const auto& [level, line] : lines.All()) {
@@ -254,48 +241,42 @@ TEST(BaseThread, MayBeDestroyedWhileItDetaches) {
       return 0;
     });
     CBaseThread thread;
-    ASSERT_EQ(1, thread.StartThread("brief", &worker, 0, 0, 0, 1));
+    Start(thread, "brief", worker, 1);
     if (i % 2 == 0) entered.Wait();
     if (i % 3 == 0) AwaitExit(thread);
   }
 }
 
 TEST(BaseThread, AnAbandonedThreadNeverTouchesTheObjectAgain) {
-  struct State {
-    CBaseEvent entered;
-    CBaseEvent go_on;
-    CBaseEvent left;
-    std::atomic<int> need_exit{-1};
-  } state;
+  CBaseEvent entered;
+  CBaseEvent go_on;
+  std::atomic<int> need_exit{-1};
   const std::ptrdiff_t before_all = CountThreads();
   auto thread = std::make_unique<CBaseThread>();
   CBaseThread* raw = thread.get();
   Worker stuck([&](int) {
-    state.entered.Set();
-    state.go_on.Wait();
-    state.need_exit = raw->IsThreadNeedExit();
-    state.left.Set();
+    entered.Set();
+    go_on.Wait();
+    need_exit = raw->IsThreadNeedExit();
     return 1;
   });
   DebugLines lines;
-  thread->StartThread("stuck", &stuck, 0, 0, 0, 0);
-  state.entered.Wait();
+  Start(*thread, "stuck", stuck);
+  entered.Wait();
   const std::size_t before = lines.All().size();
   thread->StopThreadImmediate();
   EXPECT_EQ(before, lines.All().size());
   ExpectIdle(*thread);
 
-  Stepper next;
-  ASSERT_EQ(1, thread->StartThread("next", &next, 0, 0, 0, 0));
-  next.Step();
-  state.go_on.Set();
-  EXPECT_EQ(1, state.left.Wait(kLong));
-  EXPECT_EQ(1, state.need_exit);
+  Worker next(&GoOn);
+  Start(*thread, "next", next);
+  next.AwaitCall();
+  go_on.Set();
+  stuck.AwaitCall();
+  EXPECT_EQ(1, need_exit);
   EXPECT_EQ(0, thread->IsThreadNeedExit());
   EXPECT_EQ(0, thread->IsThreadExit());
-  next.End();
   thread.reset();
-  stuck.AwaitCall();
   AwaitThreadCount(before_all);
   EXPECT_EQ(1, stuck.Calls());
 }
@@ -306,7 +287,7 @@ TEST(BaseThread, StopsFromItsOwnThreadWithoutWaiting) {
     thread.StopThread();
     return 1;
   });
-  thread.StartThread("own", &worker, 0, 0, 0, 0);
+  Start(thread, "own", worker);
   AwaitExit(thread);
   EXPECT_EQ(1, worker.Calls());
   EXPECT_EQ(1, thread.IsThreadNeedExit());
@@ -323,7 +304,7 @@ TEST(BaseThread, MayBeDestroyedByItsOwnThread) {
     gone.Set();
     return 1;
   });
-  thread->StartThread("own", &worker, 0, 0, 0, 0);
+  Start(*thread, "own", worker);
   EXPECT_EQ(1, gone.Wait(kLong));
   worker.AwaitCall();
   AwaitThreadCount(before);
@@ -351,17 +332,19 @@ TEST(BaseThread, GoesOnAfterAFailedAllocation) {
     return 0;
   });
   CBaseThread thread;
-  thread.StartThread("memory", &worker, 0, 0, 0, 0);
+  Start(thread, "memory", worker);
   AwaitExit(thread);
   EXPECT_EQ(2, worker.Calls());
 }
 
 TEST(BaseThread, TellsTheSystemItsNameStackAndSignalMask) {
   std::size_t stack = 0;
-  bool all_blocked = true;
+  int blocked = 0;
   bool faults_pass = false;
   std::string name;
+  pid_t id = 0;
   Worker worker([&](int) {
+    id = gettid();
     name = ReadWhole("/proc/thread-self/comm");
     pthread_attr_t attributes;
     pthread_getattr_np(pthread_self(), &attributes);
@@ -370,7 +353,7 @@ TEST(BaseThread, TellsTheSystemItsNameStackAndSignalMask) {
     sigset_t mask;
     pthread_sigmask(SIG_BLOCK, nullptr, &mask);
     for (int signal : {SIGINT, SIGTERM, SIGUSR1, SIGPIPE, SIGALRM, SIGCHLD}) {
-      all_blocked = all_blocked && sigismember(&mask, signal) == 1;
+      blocked += sigismember(&mask, signal);
     }
     faults_pass = sigismember(&mask, SIGSEGV) == 0 && sigismember(&mask, SIGFPE) == 0;
     return 0;
@@ -378,33 +361,12 @@ TEST(BaseThread, TellsTheSystemItsNameStackAndSignalMask) {
   CBaseThread thread;
   thread.StartThread("a name beyond fifteen", &worker, 0, -2, 0x1000000, 0);
   AwaitExit(thread);
+  EXPECT_EQ(static_cast<unsigned long>(id), thread.GetThreadId());
   thread.StopThread();
   EXPECT_LE(0x1000000u, stack);  // beyond the default, which a stack may be reused from
-  EXPECT_TRUE(all_blocked);
+  EXPECT_EQ(6, blocked);
   EXPECT_TRUE(faults_pass);
   EXPECT_EQ("a name beyond f\n", name);
-
-  Stepper stepper;
-  thread.StartThread("a name beyond fifteen", &stepper, 0, -2, 0x400000, 0);
-  const std::string folder = "/proc/self/task/" + std::to_string(thread.GetThreadId());
-  EXPECT_TRUE(std::filesystem::exists(folder));
-  stepper.End();
-  thread.StopThread();
-}
-
-TEST(BaseThread, ACopyHasNoThread) {
-  Stepper worker;
-  CBaseThread thread;
-  thread.StartThread("first", &worker, 0, 0, 0, 0);
-  {
-    CBaseThread copy(thread);
-    ExpectIdle(copy);
-    EXPECT_STREQ("first", copy.GetThreadName());
-    copy = thread;
-  }
-  EXPECT_EQ(0, thread.IsThreadExit());
-  worker.End();
-  thread.StopThread();
 }
 
 TEST(BaseThread, HoldsUnderStress) {
@@ -413,7 +375,6 @@ TEST(BaseThread, HoldsUnderStress) {
   // Never destroyed: abandoned threads may be in their last call.
   static Worker& worker = *new Worker([](int call) { return call % 4; });
   std::vector<std::thread> users;
-  users.reserve(6);
   for (int user = 0; user < 6; ++user) {
     users.emplace_back([&, user] {
       for (int i = 0; i < 60; ++i) {

@@ -19,6 +19,10 @@
 #include "support/fault_plan.h"
 #include "support/fork_child.h"
 
+// Some formats are wrong on purpose.
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+#pragma GCC diagnostic ignored "-Wformat-security"
+
 namespace {
 
 using Lines = std::vector<std::pair<int, std::string>>;
@@ -49,16 +53,20 @@ class DebugOutput : public testing::Test {
     gDelayPostMsgEngine.Start();
   }
 
-  std::string Last() const { return lines_.empty() ? "none" : lines_.back().second; }
+  // The line that a call makes.
+  template <typename... Values>
+  std::string Line(int level, const char* format, Values... values) {
+    DbgOutputA(level, format, values...);
+    return lines_.empty() ? "none" : lines_.back().second;
+  }
+  template <typename... Values>
+  std::string Line(int level, const WCHAR* format, Values... values) {
+    DbgOutputW(level, format, values...);
+    return lines_.empty() ? "none" : lines_.back().second;
+  }
 
   Lines lines_;
 };
-
-// A number right-aligned in five columns, as the line shows it.
-std::string Column(int number) {
-  const std::string text = std::to_string(number);
-  return std::string(text.size() < 5 ? 5 - text.size() : 0, ' ') + text;
-}
 
 TEST_F(DebugOutput, WritesTheGoldenLine) {
   setenv("TZ", "UTC", 1);
@@ -68,63 +76,44 @@ TEST_F(DebugOutput, WritesTheGoldenLine) {
   DbgOutputSetTag(1, "QVXM_LOG");
   DbgOutputSetIncludePIDTID(1);
   DbgOutputSetTimeType(0);
-  DbgOutputA(2, "started");
-  const std::string ids = "(pid:" + Column(getpid()) + ", lwp:" + Column(gettid()) + ") ";
-  EXPECT_EQ(Last(), "QVXM_LOG 09:05:07.008 " + ids + "[I]=> started");
+  char ids[64];
+  snprintf(ids, sizeof(ids), "(pid:%5d, lwp:%5d) ", getpid(), gettid());
+  EXPECT_EQ(Line(2, "started"), std::string("QVXM_LOG 09:05:07.008 ") + ids + "[I]=> started");
   DbgOutputSetIncludePIDTID(0);
   DbgOutputSetTimeType(1);
-  DbgOutputW(4, u"%s %d\r\n", u"wide", 7);
-  EXPECT_EQ(Last(), "QVXM_LOG 2024/01/31 09:05:07.008 [E]=> wide 7\r\n");
+  EXPECT_EQ(Line(4, u"%s %d\r\n", u"wide", 7), "QVXM_LOG 2024/01/31 09:05:07.008 [E]=> wide 7\r\n");
   DbgOutputSetTimeType(9);
-  DbgOutputA(3, "%s", "text");
-  EXPECT_EQ(Last(), "QVXM_LOG [W]=> text");
+  EXPECT_EQ(Line(3, "%s", "text"), "QVXM_LOG [W]=> text");
   const int reads = plan.Calls(qvx::platform::Operation::kClock);
   DbgOutputSetTimeType(2);
   DbgOutputSetTag(0, nullptr);
-  DbgOutputA(3, "text");
-  EXPECT_EQ(Last(), "[W]=> text");
+  EXPECT_EQ(Line(3, "text"), "[W]=> text");
   EXPECT_EQ(plan.Calls(qvx::platform::Operation::kClock), reads) << "the clock is not read";
 }
 
 TEST_F(DebugOutput, KeepsTheTag) {
-  DbgOutputSetTag(0, std::string(200, 't').c_str());
-  DbgOutputA(1, "x");
-  EXPECT_EQ(Last(), "[D]=> x");
-  DbgOutputSetTag(1, std::string(200, 't').c_str());
-  DbgOutputA(1, "x");
-  EXPECT_EQ(Last(), std::string(127, 't') + " [D]=> x");
+  const std::string tag(200, 't');
+  DbgOutputSetTag(0, tag.c_str());
+  EXPECT_EQ(Line(1, "x"), "[D]=> x");
+  DbgOutputSetTag(1, tag.c_str());
+  EXPECT_EQ(Line(1, "x"), tag.substr(0, 127) + " [D]=> x");
   DbgOutputSetTag(1, nullptr);
-  DbgOutputA(0, "x");
-  EXPECT_EQ(Last(), " [ ]=> x");
-  DbgOutputA(7, "x");
-  DbgOutputA(-1, "x");
-  EXPECT_EQ(Last(), " [?]=> x");
+  EXPECT_EQ(Line(0, "x"), " [ ]=> x");
+  EXPECT_EQ(Line(7, "x"), " [?]=> x");
+  EXPECT_EQ(Line(-1, "x"), " [?]=> x");
 }
 
 TEST_F(DebugOutput, TakesAnyMessage) {
   const std::string message(5000, 'm');
-  DbgOutputA(2, "%s", message.c_str());
-  EXPECT_EQ(Last(), "[I]=> " + message);
-  DbgOutputW(2, u"%S", message.c_str());
-  EXPECT_EQ(Last(), "[I]=> " + message);
-  DbgOutputW(2, u"%s", u"");
-  EXPECT_EQ(Last(), "[I]=> ");
-  DbgOutputW(2, u"\u4e2d\u6587");
-  EXPECT_EQ(Last(), "[I]=> ") << "beyond two bytes a unit";
-  DbgOutputW(2, u"name: \u4e2d\u6587");
-  EXPECT_EQ(Last(), "[I]=> name: \xE4\xB8\xAD\xE6\x96\x87");
-  const char* wrong = "kept %d then %";
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral"
-  DbgOutputA(2, wrong, 12);
-  EXPECT_EQ(Last(), "[I]=> kept 12 then ");
-  DbgOutputA(2, "a%cb", '\0');
-  EXPECT_EQ(Last(), "[I]=> a") << "a line is a plain C text";
-  const char* error = "%m";
+  EXPECT_EQ(Line(2, "%s", message.c_str()), "[I]=> " + message);
+  EXPECT_EQ(Line(2, u"%S", message.c_str()), "[I]=> " + message);
+  EXPECT_EQ(Line(2, u"%s", u""), "[I]=> ");
+  EXPECT_EQ(Line(2, u"\u4e2d\u6587"), "[I]=> ") << "beyond two bytes a unit";
+  EXPECT_EQ(Line(2, u"name: \u4e2d\u6587"), "[I]=> name: \xE4\xB8\xAD\xE6\x96\x87");
+  EXPECT_EQ(Line(2, "kept %d then %", 12), "[I]=> kept 12 then ");
+  EXPECT_EQ(Line(2, "a%cb", '\0'), "[I]=> a") << "a line is a plain C text";
   errno = ENOTDIR;
-  DbgOutputA(2, error, 0);
-#pragma GCC diagnostic pop
-  EXPECT_EQ(Last(), "[I]=> Not a directory");
+  EXPECT_EQ(Line(2, "%m", 0), "[I]=> Not a directory");
   EXPECT_EQ(errno, ENOTDIR);
 }
 
@@ -146,8 +135,7 @@ TEST_F(DebugOutput, PassesAnAllocationFailureOn) {
     EXPECT_THROW(DbgOutputA(2, "%2000d", 1), std::bad_alloc);
   }
   EXPECT_TRUE(lines_.empty());
-  DbgOutputA(2, "again");
-  EXPECT_EQ(Last(), "[I]=> again");
+  EXPECT_EQ(Line(2, "again"), "[I]=> again");
 }
 
 // Callbacks that note who was called; the number makes them different functions.
@@ -229,7 +217,6 @@ TEST_F(DebugOutput, LogsFromEightThreadsThroughACallbackThatLogs) {
   NestedLog log;
   DbgOutputAddCallback(&LogAgain, &log);
   std::vector<std::thread> threads;
-  threads.reserve(8);
   for (int thread = 0; thread < 8; ++thread) {
     threads.emplace_back([thread] {
       for (int i = 0; i < 250; ++i) {

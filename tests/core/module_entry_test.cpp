@@ -1,8 +1,8 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
-#include <stdio.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -35,16 +35,23 @@ bool CountBecomes(int expected) {
   return true;
 }
 
-bool Holds(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
+// The log tells of the library's begin and, behind it, of its end, with both texts between them.
+void ExpectLifeAround(const std::string& log, const std::string& first, const std::string& last,
+                      const std::string& file) {
+  const std::size_t attach = log.find("[I]=> DLL_PROCESS_ATTACH: file=C:" + file);
+  const std::size_t detach = log.rfind("[I]=> DLL_PROCESS_DETACH: file=C:" + file);
+  ASSERT_NE(std::string::npos, attach) << log;
+  ASSERT_NE(std::string::npos, detach) << log;
+  EXPECT_LT(attach, log.find(first));
+  EXPECT_NE(std::string::npos, log.rfind(last)) << log;
+  EXPECT_GT(detach, log.rfind(last));
 }
 
 // The shared library beside the test's own copy of the code, loaded and unloaded at run time.
 TEST(ModuleEntry, AttachesAtLoadAndDetachesAtUnload) {
   TempFolder folder;
-  const std::string log = folder.Path("log");
   EXPECT_TRUE(CountBecomes(1));
-  setenv("QVX_DEBUG_OUTPUT", log.c_str(), 1);
+  setenv("QVX_DEBUG_OUTPUT", folder.Path("log").c_str(), 1);
   for (int round = 1; round <= 3; ++round) {
     void* library = dlopen(QVX_SHARED_LIBRARY, RTLD_NOW | RTLD_LOCAL);
     ASSERT_NE(nullptr, library) << dlerror();
@@ -55,32 +62,17 @@ TEST(ModuleEntry, AttachesAtLoadAndDetachesAtUnload) {
     EXPECT_EQ(nullptr, dlopen(QVX_SHARED_LIBRARY, RTLD_NOW | RTLD_NOLOAD));
   }
   unsetenv("QVX_DEBUG_OUTPUT");
-
-  const std::string lines = ReadWhole(log);
   std::string file = std::filesystem::canonical(QVX_SHARED_LIBRARY).string();
-  for (char& each : file) each = each == '/' ? '\\' : each;
-  const std::size_t attach = lines.find("[I]=> DLL_PROCESS_ATTACH: file=C:" + file + "\r\n");
-  const std::size_t detach = lines.find("[I]=> DLL_PROCESS_DETACH: file=C:" + file + "\r\n");
-  ASSERT_NE(std::string::npos, attach) << lines;
-  ASSERT_NE(std::string::npos, detach) << lines;
-  EXPECT_LT(attach, detach);
-  EXPECT_TRUE(Holds(lines, "name=DelayMsg"));
+  std::replace(file.begin(), file.end(), '/', '\\');
+  ExpectLifeAround(ReadWhole(folder.Path("log")), "name=DelayMsg", "name=DelayMsg", file + "\r\n");
 }
 
 TEST(ModuleEntry, ServesALinkedProgramFromBeforeMainToItsEnd) {
-  FILE* pipe = popen("QVX_DEBUG_OUTPUT=stderr " QVX_LINKED_PROGRAM " 2>&1", "r");
-  ASSERT_NE(nullptr, pipe);
-  std::string lines;
-  for (int each = fgetc(pipe); each != EOF; each = fgetc(pipe)) {
-    lines.push_back(static_cast<char>(each));
-  }
-  EXPECT_EQ(0, pclose(pipe)) << lines;
-  const std::size_t attach = lines.find("DLL_PROCESS_ATTACH: file=C:\\");
-  const std::size_t detach = lines.rfind("DLL_PROCESS_DETACH: file=C:\\");
-  ASSERT_NE(std::string::npos, attach) << lines;
-  ASSERT_NE(std::string::npos, detach) << lines;
-  EXPECT_LT(attach, lines.find("thread create success"));
-  EXPECT_GT(detach, lines.rfind("thread exit over, name=DelayMsg"));
+  TempFolder folder;
+  const std::string log = folder.Path("log");
+  EXPECT_EQ(0, std::system(("QVX_DEBUG_OUTPUT=stderr " QVX_LINKED_PROGRAM " 2>" + log).c_str()));
+  ExpectLifeAround(ReadWhole(log), "thread create success", "thread exit over, name=DelayMsg",
+                   "\\");
 }
 
 }  // namespace
