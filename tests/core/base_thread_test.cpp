@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "core/threads.h"
 #include "support/debug_lines.h"
 #include "support/fault_plan.h"
 #include "support/temp_folder.h"
@@ -101,29 +102,42 @@ TEST(BaseThread, FreshAndStoppedObjectsAreIdleAndSilent) {
 }
 
 TEST(BaseThread, RunsUntilTheLoopEndsAndWritesItsLines) {
-  DebugLines lines;
-  Worker worker([](int call) { return call < 3; });
-  CBaseThread thread;
-  ASSERT_EQ(1, thread.StartThread("worker", &worker, 0x1'0000'0007, 0, 0, 0));
-  const std::string id = std::to_string(thread.GetThreadId());
-  const std::string hex_id = Hex(thread.GetThreadId());
-  const std::string handle = Hex(reinterpret_cast<std::uintptr_t>(thread.GetThreadHandle()));
-  AwaitExit(thread);
-  EXPECT_EQ(3, worker.Calls());
-  EXPECT_EQ(0x1'0000'0007u, worker.Context());
-  EXPECT_NE(nullptr, thread.GetThreadHandle());
-  EXPECT_EQ(0, thread.IsThreadNeedExit());
-  thread.StopThread();
-  ExpectIdle(thread);
-  const auto all = lines.All();
-  EXPECT_EQ(5, std::count_if(all.begin(), all.end(), [](const auto& line) {
-              return line.second.find("name=worker") != std::string::npos;
-            }));
-  EXPECT_EQ(1, lines.Count(2, "thread create success, thread handle=0x" + handle + ", id=" + id +
-                                  ", name=worker\r\n"));
-  for (std::string stage :
-       {"thread information", "thread exit", "prepare exit thread...", "thread exit over"}) {
-    EXPECT_EQ(1, lines.Count(2, stage + ", name=worker, tid=" + id + "(0x" + hex_id + ")\r\n"));
+  const std::vector<std::string> stages_of[] = {
+      {"thread information", "thread exit", "prepare exit thread...", "thread exit over"},
+      {"thread information", "thread exit", "thread auto detach exit over"}};
+  for (int auto_detach : {0, 1}) {
+    DebugLines lines;
+    CBaseEvent go;
+    Worker worker([&](int call) {
+      if (call == 1) go.Wait();
+      return call < 3;
+    });
+    CBaseThread thread;
+    ASSERT_EQ(1, thread.StartThread("worker", &worker, 0x1'0000'0007, 0, 0, auto_detach));
+    const std::string id = std::to_string(thread.GetThreadId());
+    const std::string tail =
+        ", name=worker, tid=" + id + "(0x" + Hex(thread.GetThreadId()) + ")\r\n";
+    const std::string handle = Hex(reinterpret_cast<std::uintptr_t>(thread.GetThreadHandle()));
+    go.Set();
+    AwaitExit(thread);
+    EXPECT_EQ(3, worker.Calls());
+    EXPECT_EQ(0x1'0000'0007u, worker.Context());
+    EXPECT_EQ(0, thread.IsThreadNeedExit());
+    if (auto_detach == 0) {
+      EXPECT_NE(nullptr, thread.GetThreadHandle());
+      thread.StopThread();
+    }
+    const std::vector<std::string>& stages = stages_of[auto_detach];
+    while (lines.Count(2, stages.back() + tail) == 0) std::this_thread::yield();
+    ExpectIdle(thread);
+    thread.StopThread();
+    for (const std::string& stage : stages) EXPECT_EQ(1, lines.Count(2, stage + tail)) << stage;
+    EXPECT_EQ(1, lines.Count(2, "thread create success, thread handle=0x" + handle + ", id=" + id +
+                                    ", name=worker\r\n"));
+    const auto all = lines.All();
+    EXPECT_EQ(stages.size() + 1, std::count_if(all.begin(), all.end(), [](const auto& line) {
+                return line.second.find("name=worker") != std::string::npos;
+              }));
   }
 }
 
@@ -217,19 +231,6 @@ TEST(BaseThread, AStopLetsTheCallInProgressFinish) {
   thread.StopThread();
   EXPECT_TRUE(finished);
   EXPECT_EQ(1, worker.Calls());
-}
-
-TEST(BaseThread, DetachesItself) {
-  DebugLines lines;
-  CBaseThread thread;
-  Worker worker([](int) { return 0; });
-  Start(thread, "auto", worker, 1);
-  while (thread.GetThreadHandle() != nullptr) std::this_thread::yield();
-  ExpectIdle(thread);
-  thread.StopThread();
-  for (const auto& [level, line] : lines.All()) {
-    EXPECT_EQ(std::string::npos, line.find("prepare")) << line;
-  }
 }
 
 // The object and its worker go while the thread is ending.
@@ -374,20 +375,16 @@ TEST(BaseThread, HoldsUnderStress) {
   CBaseThread shared;
   // Never destroyed: abandoned threads may be in their last call.
   static Worker& worker = *new Worker([](int call) { return call % 4; });
-  std::vector<std::thread> users;
-  for (int user = 0; user < 6; ++user) {
-    users.emplace_back([&, user] {
-      for (int i = 0; i < 60; ++i) {
-        shared.StartThread("shared", &worker, 0, 0, 0, i % 2);
-        if (i % 3 == user % 3) shared.PauseThread();
-        if (i % 5 == 0) shared.ResumeThread();
-        (i % 7 == 0) ? shared.StopThreadImmediate() : shared.StopThread();
-        CBaseThread own;
-        own.StartThread("own", &worker, 0, 0, 0, i % 2);
-      }
-    });
-  }
-  for (std::thread& user : users) user.join();
+  RunOnThreads(6, [&](int user) {
+    for (int i = 0; i < 60; ++i) {
+      shared.StartThread("shared", &worker, 0, 0, 0, i % 2);
+      if (i % 3 == user % 3) shared.PauseThread();
+      if (i % 5 == 0) shared.ResumeThread();
+      (i % 7 == 0) ? shared.StopThreadImmediate() : shared.StopThread();
+      CBaseThread own;
+      own.StartThread("own", &worker, 0, 0, 0, i % 2);
+    }
+  });
   shared.StopThread();
   ExpectIdle(shared);
   AwaitThreadCount(before);

@@ -8,13 +8,11 @@
 
 #include <atomic>
 #include <cerrno>
-#include <mutex>
 #include <new>
 #include <string>
-#include <thread>
-#include <utility>
 #include <vector>
 
+#include "core/threads.h"
 #include "support/failing_new.h"
 #include "support/fault_plan.h"
 #include "support/fork_child.h"
@@ -23,12 +21,11 @@
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 #pragma GCC diagnostic ignored "-Wformat-security"
 
+namespace qvx::test {
 namespace {
 
-using Lines = std::vector<std::pair<int, std::string>>;
-
-int Collect(void* context, int level, const char* line, int length) {
-  static_cast<Lines*>(context)->emplace_back(level, std::string(line));
+int Collect(void* context, int, const char* line, int length) {
+  static_cast<std::vector<std::string>*>(context)->emplace_back(line);
   EXPECT_EQ(static_cast<int>(std::string(line).size()), length);
   return 0;
 }
@@ -57,21 +54,21 @@ class DebugOutput : public testing::Test {
   template <typename... Values>
   std::string Line(int level, const char* format, Values... values) {
     DbgOutputA(level, format, values...);
-    return lines_.empty() ? "none" : lines_.back().second;
+    return lines_.empty() ? "none" : lines_.back();
   }
   template <typename... Values>
   std::string Line(int level, const WCHAR* format, Values... values) {
     DbgOutputW(level, format, values...);
-    return lines_.empty() ? "none" : lines_.back().second;
+    return lines_.empty() ? "none" : lines_.back();
   }
 
-  Lines lines_;
+  std::vector<std::string> lines_;
 };
 
 TEST_F(DebugOutput, WritesTheGoldenLine) {
   setenv("TZ", "UTC", 1);
   tzset();
-  qvx::test::FaultPlan plan;
+  FaultPlan plan;
   plan.FakeClock(1706691907'008'000'000);
   DbgOutputSetTag(1, "QVXM_LOG");
   DbgOutputSetIncludePIDTID(1);
@@ -84,11 +81,11 @@ TEST_F(DebugOutput, WritesTheGoldenLine) {
   EXPECT_EQ(Line(4, u"%s %d\r\n", u"wide", 7), "QVXM_LOG 2024/01/31 09:05:07.008 [E]=> wide 7\r\n");
   DbgOutputSetTimeType(9);
   EXPECT_EQ(Line(3, "%s", "text"), "QVXM_LOG [W]=> text");
-  const int reads = plan.Calls(qvx::platform::Operation::kClock);
+  const int reads = plan.Calls(platform::Operation::kClock);
   DbgOutputSetTimeType(2);
   DbgOutputSetTag(0, nullptr);
   EXPECT_EQ(Line(3, "text"), "[W]=> text");
-  EXPECT_EQ(plan.Calls(qvx::platform::Operation::kClock), reads) << "the clock is not read";
+  EXPECT_EQ(plan.Calls(platform::Operation::kClock), reads) << "the clock is not read";
 }
 
 TEST_F(DebugOutput, KeepsTheTag) {
@@ -131,7 +128,7 @@ TEST_F(DebugOutput, WritesToTheChosenSink) {
 
 TEST_F(DebugOutput, PassesAnAllocationFailureOn) {
   for (int nth = 1; nth <= 2; ++nth) {
-    const qvx::test::FailingAllocations failing(nth);
+    const FailingAllocations failing(nth);
     EXPECT_THROW(DbgOutputA(2, "%2000d", 1), std::bad_alloc);
   }
   EXPECT_TRUE(lines_.empty());
@@ -150,18 +147,6 @@ int Note(void* context, int, const char*, int) {
 int DeleteSelf(void*, int, const char*, int) {
   calls += "self ";
   DbgOutputDelCallback(&DeleteSelf);
-  return 1;
-}
-
-int DeleteAll(void*, int, const char*, int) {
-  calls += "all ";
-  DbgOutputDelAllCallback();
-  return 1;
-}
-
-int AddLast(void*, int, const char*, int) {
-  calls += "add ";
-  DbgOutputAddCallback(&Note<9>, const_cast<char*>(""));
   return 1;
 }
 
@@ -188,73 +173,61 @@ TEST_F(DebugOutput, RunsCallbacksInOrder) {
   EXPECT_EQ(CallsOfOneLine(), "1b 2a self 4a ") << "the one that moved up misses the line";
   EXPECT_EQ(CallsOfOneLine(), "1b 2a 3a 4a ");
   DbgOutputDelCallback(&Note<2>);
-  DbgOutputAddCallback(&AddLast, nullptr);
+  const auto add_last = [](void*, int, const char*, int) {
+    calls += "add ";
+    DbgOutputAddCallback(&Note<9>, const_cast<char*>(""));
+    return 1;
+  };
+  DbgOutputAddCallback(add_last, nullptr);
   EXPECT_EQ(CallsOfOneLine(), "1b 3a 4a add ") << "a new one begins with the next line";
   EXPECT_EQ(CallsOfOneLine(), "1b 3a 4a add 9 ");
-  DbgOutputAddCallback(&DeleteAll, nullptr);
+  const auto delete_all = [](void*, int, const char*, int) {
+    calls += "all ";
+    DbgOutputDelAllCallback();
+    return 1;
+  };
+  DbgOutputAddCallback(delete_all, nullptr);
   EXPECT_EQ(CallsOfOneLine(), "1b 3a 4a add 9 all ");
   EXPECT_EQ(CallsOfOneLine(), "");
 }
 
-struct NestedLog {
-  int plain = 0;  // guarded by the callback lock alone
-  int nested = 0;
-};
-
-int LogAgain(void* context, int level, const char*, int) {
-  auto* log = static_cast<NestedLog*>(context);
-  if (level == 1) {
-    ++log->nested;
-    return 0;
-  }
-  ++log->plain;
-  DbgOutputA(1, "nested %d", log->plain);
-  return 0;
-}
-
 TEST_F(DebugOutput, LogsFromEightThreadsThroughACallbackThatLogs) {
   DbgOutputDelAllCallback();
-  NestedLog log;
-  DbgOutputAddCallback(&LogAgain, &log);
-  std::vector<std::thread> threads;
-  for (int thread = 0; thread < 8; ++thread) {
-    threads.emplace_back([thread] {
-      for (int i = 0; i < 250; ++i) {
-        DbgOutputA(2, "thread %d line %d", thread, i);
-        if (i % 50 == 0) DbgOutputSetTag(thread % 2, thread % 2 == 0 ? "even" : "odd");
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
+  int lines[3] = {};  // by level; guarded by the callback lock alone
+  const auto log_again = [](void* context, int level, const char*, int) {
+    ++static_cast<int*>(context)[level];
+    if (level == 2) DbgOutputA(1, "nested");
+    return 0;
+  };
+  DbgOutputAddCallback(log_again, lines);
+  RunOnThreads(8, [](int thread) {
+    for (int i = 0; i < 250; ++i) {
+      DbgOutputA(2, "thread %d line %d", thread, i);
+      if (i % 50 == 0) DbgOutputSetTag(thread % 2, thread % 2 == 0 ? "even" : "odd");
+    }
+  });
   DbgOutputDelAllCallback();
-  EXPECT_EQ(log.plain, 2000);
-  EXPECT_EQ(log.nested, 2000);
-}
-
-std::atomic<int> child_lines{0};
-
-int CountLine(void*, int, const char*, int) {
-  ++child_lines;
-  return 0;
+  EXPECT_EQ(lines[2], 2000);
+  EXPECT_EQ(lines[1], 2000);
 }
 
 TEST_F(DebugOutput, GoesOnInAForkedChild) {
   QVX_FORKS_BUSY_THREADS();
   DbgOutputDelAllCallback();
-  DbgOutputAddCallback(&CountLine, nullptr);
-  std::atomic<bool> stop{false};
-  std::thread busy([&stop] {
-    while (!stop) DbgOutputA(2, "busy");
-  });
+  std::atomic<int> lines{0};
+  const auto count = [](void* context, int, const char*, int) {
+    return ++*static_cast<std::atomic<int>*>(context);
+  };
+  DbgOutputAddCallback(count, &lines);
+  const Busy busy([] { DbgOutputA(2, "busy"); });
   for (int round = 0; round < 20; ++round) {
-    EXPECT_TRUE(qvx::test::HoldsInChild([] {
-      const int before = child_lines;
+    EXPECT_TRUE(HoldsInChild([&lines] {
+      const int before = lines;
       DbgOutputA(2, "child");
-      return child_lines == before + 1;
+      return lines == before + 1;
     }));
   }
-  stop = true;
-  busy.join();
 }
 
 }  // namespace
+}  // namespace qvx::test

@@ -7,6 +7,7 @@
 #include <memory>
 #include <thread>
 
+#include "core/threads.h"
 #include "platform/event.h"
 #include "qvx/base_thread.h"
 #include "qvx/debug_output.h"
@@ -111,20 +112,15 @@ TEST(Fork, FindsConsistentDataBehindBusyLocks) {
   const platform::ForkGuard second_guard(&second);
   volatile int one = 0;
   volatile int two = 0;
-  std::atomic<bool> stop{false};
-  std::thread writer([&] {
-    while (!stop) {
-      std::lock_guard<platform::RecursiveLock> outer(first);
-      one = one + 1;
-      std::lock_guard<platform::RecursiveLock> inner(second);
-      two = one;
-    }
+  const Busy writer([&] {
+    std::lock_guard<platform::RecursiveLock> outer(first);
+    one = one + 1;
+    std::lock_guard<platform::RecursiveLock> inner(second);
+    two = one;
   });
   for (int i = 0; i < 50; ++i) {
     EXPECT_TRUE(HoldsInChild([&] { return one == two; }));
   }
-  stop = true;
-  writer.join();
 }
 
 TEST(Fork, LeavesThreadObjectsIdleAndUsable) {
@@ -176,20 +172,18 @@ TEST(Fork, KeepsTheWindowsOfItsThreadAndItsPendingMessages) {
   });
   const int descriptor = GetMessageQueueDescriptor();
   gDelayPostMsgEngine.DelayPostMsg(500, own, own, 7, 1, 2, nullptr, 0);
+  tagWINDOWMESSAGE first{};
   EXPECT_TRUE(HoldsInChild([&] {
     const bool windows = IsMessageWindow(own) && !IsMessageWindow(foreign);
     gDelayPostMsgEngine.DelayPostMsg(0, own, own, 8, 0, 0, nullptr, 0);
-    tagWINDOWMESSAGE first{};
     tagWINDOWMESSAGE second{};
-    const bool came =
-        GetWindowMessage(&first, own, 60'000) && GetWindowMessage(&second, own, 60'000);
+    const bool came = GetWindowMessage(&first, own, kLong) && GetWindowMessage(&second, own, kLong);
     return windows && came && first.message + second.message == 15 &&
            GetMessageQueueDescriptor() == descriptor;
   }));
-  tagWINDOWMESSAGE message{};
-  EXPECT_EQ(1, GetWindowMessage(&message, own, 60'000));
-  EXPECT_EQ(7u, message.message);
-  EXPECT_EQ(0, PeekWindowMessage(&message, own, 0, 0, 1));
+  EXPECT_EQ(1, GetWindowMessage(&first, own, kLong));
+  EXPECT_EQ(7u, first.message);
+  EXPECT_EQ(0, PeekWindowMessage(&first, own, 0, 0, 1));
   DestroyMessageWindow(own);
 }
 
@@ -198,31 +192,29 @@ TEST(Fork, KeepsTheWindowsOfItsThreadAndItsPendingMessages) {
 TEST(Fork, ChildrenOfABusyProcessLeaveCleanly) {
   QVX_FORKS_BUSY_THREADS();
   QVX_STARTS_THREADS_AFTER_FORK();
-  std::atomic<bool> stop{false};
-  std::thread logger([&] {
-    while (!stop) DbgOutputA(1, "busy\r\n");
-  });
-  std::thread starter([&] {
+  const auto nothing = [](void*, int, const char*, int) { return 0; };
+  DbgOutputAddCallback(nothing, nullptr);  // where nobody sees a line, none is built
+  const auto post = [] {
+    gDelayPostMsgEngine.DelayPostMsg(1, nullptr, nullptr, 1, 0, 0, nullptr, 0);
+  };
+  const Busy logger([] { DbgOutputA(1, "busy\r\n"); });
+  const Busy starter([&] {
     struct Once : IThreadFuncInterface {
       int ThreadLoop(std::uint64_t) override { return 0; }
     } once;
-    while (!stop) {
-      CBaseThread thread;
-      thread.StartThread("once", &once, 0, 0, 0, 0);
-      gDelayPostMsgEngine.DelayPostMsg(1, nullptr, nullptr, 1, 0, 0, nullptr, 0);
-    }
+    CBaseThread thread;
+    thread.StartThread("once", &once, 0, 0, 0, 0);
+    post();
   });
   for (int i = 0; i < 30; ++i) {
     EXPECT_TRUE(HoldsInChild([&] {
       DbgOutputA(1, "child\r\n");
-      if (i % 2 == 0) gDelayPostMsgEngine.DelayPostMsg(1, nullptr, nullptr, 1, 0, 0, nullptr, 0);
+      if (i % 2 == 0) post();
       exit(0);
       return false;
     }));
   }
-  stop = true;
-  logger.join();
-  starter.join();
+  DbgOutputDelCallback(nothing);
 }
 
 }  // namespace

@@ -3,11 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <functional>
+#include <deque>
 #include <optional>
 #include <thread>
 #include <vector>
 
+#include "core/threads.h"
 #include "platform/clock.h"
 #include "platform/event.h"
 #include "support/debug_lines.h"
@@ -21,12 +22,6 @@ constexpr std::uint64_t kForever = ~std::uint64_t{0};
 constexpr unsigned long kLong = 60'000;
 constexpr unsigned long kTimedOut = 258;
 constexpr unsigned long kFailed = 0xFFFFFFFF;
-
-void RunOnThreads(int count, const std::function<void(int thread)>& body) {
-  std::vector<std::thread> threads;
-  for (int i = 0; i < count; ++i) threads.emplace_back([&body, i] { body(i); });
-  for (std::thread& thread : threads) thread.join();
-}
 
 TEST(BaseLock, BelongsToOneThreadAsOftenAsItLocks) {
   CBaseLock lock;
@@ -284,22 +279,17 @@ TEST(WaitMultiEvent, TakesAllOrNoneUnderStress) {
   std::array<CBaseEvent, 3> events;
   CBaseEvent* all[] = {&events[0], &events[1], &events[2]};
   CBaseEvent round_done;
-  std::atomic<bool> stop{false};
   std::atomic<int> rounds{0};
-  std::vector<std::thread> threads;
+  std::deque<Busy> busy;
   for (unsigned long limit : {500ul, 1ul, 20ul}) {
-    threads.emplace_back([&, limit] {
-      while (!stop) {
-        if (WaitMultiEvent(3, all, 1, limit) != 0) continue;
-        ++rounds;
-        round_done.Set();
-      }
+    busy.emplace_back([&, limit] {
+      if (WaitMultiEvent(3, all, 1, limit) != 0) return;
+      ++rounds;
+      round_done.Set();
     });
   }
-  threads.emplace_back([&] {
-    while (!stop) {
-      if (events[1].Wait(1)) events[1].Set();
-    }
+  busy.emplace_back([&] {
+    if (events[1].Wait(1)) events[1].Set();
   });
   for (int i = 0; i < kRounds; ++i) {
     std::thread other([&] { events[0].Set(); });
@@ -309,8 +299,6 @@ TEST(WaitMultiEvent, TakesAllOrNoneUnderStress) {
     ASSERT_EQ(1, round_done.Wait(kLong));
   }
   EXPECT_EQ(kRounds, rounds);
-  stop = true;
-  for (std::thread& thread : threads) thread.join();
 }
 
 TEST(Clock, TickWrapsAndSleepsPassTheSeam) {
