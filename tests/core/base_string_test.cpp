@@ -247,15 +247,13 @@ TYPED_TEST(BaseStringOf, AgreesWithAPlainStringOverRandomEdits) {
   std::basic_string<TypeParam> model;
   CBaseStringT<TypeParam> text;
   for (int i = 0; i < 3000; ++i) {
-    const auto count = random() % 20;
-    std::basic_string<TypeParam> piece(count, static_cast<TypeParam>('a' + random() % 3));
     if (random() % 4 == 0) {
-      const std::size_t kept = model.empty() ? 0 : random() % model.size();
-      model.resize(kept);
-      text.Trunk(static_cast<int>(kept));
+      model.resize(random() % (model.size() + 1));
+      text.Trunk(static_cast<int>(model.size()));
     } else {
+      const std::basic_string<TypeParam> piece(random() % 20, static_cast<TypeParam>('a' + i % 3));
       model += piece;
-      text.Append(piece.c_str(), static_cast<int>(count));
+      text.Append(piece.c_str(), static_cast<int>(piece.size()));
     }
     ASSERT_EQ(text.GetString(), model);
     ASSERT_LT(text.GetLength(), std::max(CapabilityOf(text), 1));
