@@ -236,7 +236,7 @@ TYPED_TEST(BaseStringOf, StaysAsItWasWithoutMemory) {
   fails([&] { text.Trunk(2); });
   fails([&] { text.Format("%2000d", 1); });
   fails([&] { text.AppendFormat("%d", 12345); });
-  fails([&] { CBaseStringT<TypeParam> copy(text); });
+  fails([&] { CBaseStringT<TypeParam>(text).Free(); });
   EXPECT_EQ(text.GetString(), block);
   EXPECT_EQ(text.Equal("0123456", -1, 0), 1);
   EXPECT_EQ(CapabilityOf(text), 8);

@@ -255,9 +255,8 @@ TEST(WaitMultiEvent, LosesNoSignalUnderStress) {
   CBaseEvent taken;
   RunOnThreads(5, [&](int thread) {
     if (thread < 4) {
-      std::vector<CBaseEvent*> mine;
-      for (int i = 0; i < kEvents; ++i) mine.push_back(&events[(i * 5 + thread) % kEvents]);
-      mine.push_back(&quit);
+      std::vector<CBaseEvent*> mine(kEvents + 1, &quit);
+      for (int i = 0; i < kEvents; ++i) mine[i] = &events[(i * 5 + thread) % kEvents];
       while (WaitMultiEvent(mine.size(), mine.data(), 0, kLong) < kEvents) taken.Set();
       return;
     }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <functional>
 #include <thread>
 #include <utility>
@@ -12,6 +13,7 @@ namespace qvx::test {
 // Runs body on count threads at once, each with its number.
 inline void RunOnThreads(int count, const std::function<void(int thread)>& body) {
   std::vector<std::thread> threads;
+  threads.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i) threads.emplace_back([&body, i] { body(i); });
   for (std::thread& thread : threads) thread.join();
 }
