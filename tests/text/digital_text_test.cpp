@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <numeric>
@@ -26,116 +27,92 @@ template <typename T>
 class DigitalText : public testing::Test {};
 TYPED_TEST_SUITE(DigitalText, Widths);
 
-// The bytes of a value, at an odd address, with what lies behind them untouched.
-template <typename T>
-std::string Read(std::basic_string_view<T> text, int length, int type) {
-  char room[12];
-  std::memset(room, '#', sizeof(room));
-  DigtalStringToValue<T>(text.data(), length, room + 1, type);
-  const int size = type >= 0 && type < 11 ? gDigitalTypeSize[type] : 0;
-  EXPECT_EQ(std::string(room + 1 + size, room + 12), std::string(11 - size, '#'));
-  return {room + 1, room + 1 + size};
-}
-
 template <typename Value>
 std::string BytesOf(Value value) {
   return {reinterpret_cast<const char*>(&value), sizeof(value)};
 }
 
-TYPED_TEST(DigitalText, ReadsValues) {
-  using T = TypeParam;
-  struct Case {
-    const char* text;
-    int type;
-    std::string bytes;
-  };
-  const std::int64_t all_ones = -1;
-  const Case cases[] = {{"0x10", 4, BytesOf<std::uint16_t>(16)},
-                        {"0x10", 0, BytesOf<std::uint8_t>(16)},
-                        {"300", 0, BytesOf<std::uint8_t>(44)},
-                        {"-1", 8, BytesOf(all_ones)},
-                        {"-1", 3, BytesOf<std::int16_t>(-1)},
-                        {"4294967297", 8, BytesOf<std::int64_t>(1)},
-                        {"4294967295", 6, BytesOf<std::uint32_t>(4294967295u)},
-                        {"0x100000000", 8, BytesOf(std::int64_t{1} << 32)},
-                        {"0x100000000", 2, BytesOf<std::int32_t>(0)},
-                        {"0XfFg", 5, BytesOf<std::int32_t>(255)},
-                        {"0x", 5, BytesOf<std::int32_t>(0)},
-                        {"0x0x12", 5, BytesOf<std::int32_t>(0x12)},
-                        {"1200xAB", 1, BytesOf<std::int8_t>(0)},
-                        {" 12 0x", 2, BytesOf<std::int32_t>(2)},
-                        {"12x", 2, BytesOf<std::int32_t>(12)},
-                        {"\t +7 ", 7, BytesOf<std::int64_t>(7)},
-                        {"none", 2, BytesOf<std::int32_t>(0)},
-                        {"", 2, BytesOf<std::int32_t>(0)},
-                        {"", 10, BytesOf(0.0)},
-                        {"-2.5e3x", 10, BytesOf(-2500.0)},
-                        {"1,5", 9, BytesOf(1.0f)},
-                        {"1e999", 10, BytesOf(std::numeric_limits<double>::infinity())},
-                        {"1", 11, ""},
-                        {"1", -1, ""}};
-  for (const Case& one : cases) {
-    const std::basic_string<T> text = Widen<T>(one.text);
-    EXPECT_EQ(Read<T>(text, -1, one.type), one.bytes) << one.text << " type " << one.type;
-    const std::basic_string<T> longer = text + Widen<T>("9");
-    EXPECT_EQ(Read<T>(longer, static_cast<int>(text.size()), one.type), one.bytes) << one.text;
+// Reads to an odd address; what lies behind the value's bytes stays as it is.
+template <typename T>
+void ExpectRead(const std::string& text, int type, std::string bytes) {
+  bytes.resize(11, '#');
+  const int length = static_cast<int>(text.size());
+  for (const bool counted : {false, true}) {
+    const std::basic_string<T> given = Widen<T>(counted ? text + "9" : text);
+    std::string room(12, '#');
+    DigtalStringToValue<T>(given.c_str(), counted ? length : -1, &room[1], type);
+    EXPECT_EQ(room.substr(1), bytes) << text << " type " << type;
   }
 }
 
+TYPED_TEST(DigitalText, ReadsValues) {
+  using T = TypeParam;
+  const struct {
+    const char* text;
+    int type;
+    std::int64_t value;
+  } cases[] = {{"300", 0, 44},      {"-1", 8, -1},     {"0XfFg", 5, 255}, {"0x", 5, 0},
+               {"0x0x12", 5, 0x12}, {"1200xAB", 1, 0}, {" 12 0x", 2, 2},  {"12x", 2, 12},
+               {"\t +7 ", 7, 7},    {"none", 2, 0},    {"", 2, 0},        {"4294967297", 8, 1}};
+  for (const auto& [text, type, value] : cases) {
+    const auto size = static_cast<std::size_t>(gDigitalTypeSize[type]);
+    ExpectRead<T>(text, type, BytesOf(value).substr(0, size));
+  }
+  ExpectRead<T>("", 10, BytesOf(0.0));
+  ExpectRead<T>("-2.5e3x", 10, BytesOf(-2500.0));
+  ExpectRead<T>("1,5", 9, BytesOf(1.0f));
+  ExpectRead<T>("1e999", 10, BytesOf(std::numeric_limits<double>::infinity()));
+  ExpectRead<T>("1", 11, "");
+  ExpectRead<T>("1", -1, "");
+}
+
+// Of what lies above a value's bytes nothing is read.
 TYPED_TEST(DigitalText, WritesValues) {
   using T = TypeParam;
-  struct Case {
-    int type;
-    std::string bytes;
-    const char *format, *text;
-  };
-  const Case cases[] = {{0, BytesOf<std::uint8_t>(200), "%d", "200"},
-                        {1, BytesOf<std::int8_t>(-56), "%d", "-56"},
-                        {3, BytesOf<std::int16_t>(-2), "%d", "-2"},
-                        {4, BytesOf<std::uint16_t>(65535), "%d", "65535"},
-                        {6, BytesOf<std::uint32_t>(4294967295u), "%u", "4294967295"},
-                        {5, BytesOf<std::int32_t>(-7), "<%4d>", "<  -7>"},
-                        {8, BytesOf(std::int64_t{1} << 40), "%lld", "1099511627776"},
-                        {9, BytesOf(1.5f), "%.2f", "1.50"},
-                        {10, BytesOf(-0.25), "%g", "-0.25"},
-                        {11, "x", "%d", ""},
-                        {99, "x", "%d", ""}};
-  for (const Case& one : cases) {
+  const auto expect = [](int type, auto memory, const char* format, const std::string& text) {
     CBaseStringT<T> out(Widen<T>("=").c_str());
-    DigtalValueToString<T>(&out, Widen<T>(one.format).c_str(), one.type, one.bytes.data());
-    EXPECT_EQ(Content(out), Widen<T>(std::string("=") + one.text)) << one.type;
-  }
+    DigtalValueToString<T>(&out, Widen<T>(format).c_str(), type, &memory);
+    EXPECT_EQ(Content(out), Widen<T>("=" + text)) << type;
+  };
+  expect(0, 0x7CC8, "%d", "200");
+  expect(1, 0x7CC8, "%d", "-56");
+  expect(3, 0x7CFFFE, "%d", "-2");
+  expect(4, 0x7CFFFF, "%d", "65535");
+  expect(6, 0x7CFFFFFFFF, "%u", "4294967295");
+  expect(5, 0x7CFFFFFFF9, "<%4d>", "<  -7>");
+  expect(8, std::int64_t{1} << 40, "%lld", "1099511627776");
+  expect(9, 1.5f, "%.2f", "1.50");
+  expect(10, -0.25, "%g", "-0.25");
+  expect(11, 1, "%d", "");
+  expect(99, 1, "%d", "");
 }
 
 TYPED_TEST(DigitalText, ParsesArrays) {
   using T = TypeParam;
-  struct Case {
+  const auto parse = [](const std::basic_string<T>& text, int length, int type, void* values,
+                        int most, int skip) {
+    return ParseDigitalArrayValue<T>(text.c_str(), length, type, values, most,
+                                     Widen<T>(",;").c_str(), length < 0 ? -1 : 2, skip);
+  };
+  const struct {
     const char* text;
     int most, skip;
     std::vector<int> values;
-  };
-  const Case cases[] = {{"1,2,3", 0, 0, {1, 2, 3}}, {"1,2,3", 2, 0, {1, 2}},
-                        {"1,,3", 0, 1, {1, 3}},     {"1,,3", 0, 0, {1, 0, 3}},
-                        {"1;0x2,", 0, 0, {1, 2}},   {"", 0, 0, {}}};
-  for (const Case& one : cases) {
+  } cases[] = {{"1,2,3", 0, 0, {1, 2, 3}}, {"1,2,3", 2, 0, {1, 2}},  {"1,,3", 0, 1, {1, 3}},
+               {"1,,3", 0, 0, {1, 0, 3}},  {"1;0x2,", 0, 0, {1, 2}}, {"", 0, 0, {}}};
+  for (const auto& [one, most, skip, expected] : cases) {
+    const std::basic_string<T> text = Widen<T>(one);
     std::vector<int> values(5, 77);
-    const std::basic_string<T> text = Widen<T>(one.text);
-    const std::basic_string<T> set = Widen<T>(",;");
-    const int count = ParseDigitalArrayValue<T>(text.c_str(), -1, 2, values.data(), one.most,
-                                                set.c_str(), -1, one.skip);
-    EXPECT_EQ(ParseDigitalArrayValue<T>(text.c_str(), static_cast<int>(text.size()), 2, nullptr,
-                                        one.most, set.c_str(), 2, one.skip),
-              count);
-    ASSERT_EQ(count, static_cast<int>(one.values.size())) << one.text;
-    EXPECT_EQ(values[one.values.size()], 77);
-    values.resize(one.values.size());
-    EXPECT_EQ(values, one.values) << one.text;
+    const int count = parse(text, -1, 2, values.data(), most, skip);
+    EXPECT_EQ(parse(text, static_cast<int>(text.size()), 2, nullptr, most, skip), count);
+    ASSERT_EQ(count, static_cast<int>(expected.size())) << one;
+    EXPECT_EQ(values[expected.size()], 77);
+    values.resize(expected.size());
+    EXPECT_EQ(values, expected) << one;
   }
   EXPECT_EQ(ParseDigitalArrayValue<T>(nullptr, 5, 2, nullptr, 0, nullptr, 0, 0), 0);
   char untouched = '#';
-  EXPECT_EQ(ParseDigitalArrayValue<T>(Widen<T>("1 2").c_str(), -1, 11, &untouched, 0,
-                                      Widen<T>(" ").c_str(), 1, 0),
-            2);
+  EXPECT_EQ(parse(Widen<T>("1,2"), -1, 11, &untouched, 0, 0), 2);
   EXPECT_EQ(untouched, '#');
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "support/processor_turn.h"
+#include "text/widths.h"
 
 namespace qvx::test {
 namespace {
@@ -16,8 +17,6 @@ using Bytes = std::vector<std::uint8_t>;
 
 template <typename T>
 class HexCodec : public testing::Test {};
-
-using Widths = testing::Types<char, WCHAR>;
 TYPED_TEST_SUITE(HexCodec, Widths);
 
 Bytes RandomBytes(std::mt19937& random, std::size_t size) {
@@ -48,9 +47,8 @@ TYPED_TEST(HexCodec, EncodesAsThePlainFormDoes) {
 TYPED_TEST(HexCodec, DecodesAsThePlainFormDoes) {
   using T = TypeParam;
   std::mt19937 random(28);
-  const std::basic_string<T> odd = {T('g'), T('G'), T('x'),  T('X'),        T('/'),
-                                    T(':'), T('@'), T('`'),  T(' '),        T('-'),
-                                    T('~'), T(0),   T(0xFF), T(0x130 + '1')};
+  std::basic_string<T> odd = Widen<T>("gGxX/:@` -~");
+  odd += {T(0), T(0xFF), T(0x130 + '1')};
   const char* digits = "0123456789abcdefABCDEF";
   for (std::size_t pairs = 0; pairs < 300; ++pairs) {
     std::basic_string<T> text(2 * pairs + 1, T('0'));
@@ -72,16 +70,16 @@ TYPED_TEST(HexCodec, DecodesAsThePlainFormDoes) {
 
 TYPED_TEST(HexCodec, KnowsEveryCharacter) {
   using T = TypeParam;
-  const std::string digits = "0123456789abcdefABCDEF";
+  const std::u16string digits = u"0123456789abcdefABCDEF";
   const int end = sizeof(T) == 1 ? 256 : 65536;
   for (int i = 0; i < end; ++i) {
-    const bool expected = i < 128 && i > 0 && digits.find(static_cast<char>(i)) != digits.npos;
-    ASSERT_EQ(text::HexDigit(static_cast<T>(i)) >= 0, expected) << i;
+    const std::size_t place = digits.find(static_cast<char16_t>(i));
+    const int digit = place == digits.npos ? -1 : static_cast<int>(place < 16 ? place : place - 6);
+    ASSERT_EQ(text::HexDigit(static_cast<T>(i)), digit) << i;
     const std::basic_string<T> text(256, static_cast<T>(i));
     Bytes bytes(128);
     text::DecodeHex(text.data(), bytes.size(), bytes.data());
-    const int digit = expected ? text::HexDigit(static_cast<T>(i)) : 0;
-    ASSERT_EQ(bytes, Bytes(128, static_cast<std::uint8_t>(digit * 17))) << i;
+    ASSERT_EQ(bytes, Bytes(128, static_cast<std::uint8_t>(std::max(digit, 0) * 17))) << i;
   }
 }
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <random>
 #include <string>
@@ -13,21 +14,17 @@ namespace qvx::test {
 namespace {
 
 TEST(NumberWords, Radix36) {
-  struct Case {
-    std::uint64_t value;
-    const char* text;
-  };
-  const Case cases[] = {
-      {0, "0"}, {35, "Z"}, {36, "10"}, {1295, "ZZ"}, {UINT64_MAX, "3W5E11264SGSF"}};
-  for (const Case& one : cases) {
+  std::mt19937_64 random(36);
+  for (int i = 0; i < 5000; ++i) {
+    const std::uint64_t value = random() >> (random() % 64);
     CBaseStringA narrow;
     CBaseStringW wide;
-    ConvertNumberToRadix36StringA(one.value, &narrow);
-    ConvertNumberToRadix36StringW(one.value, &wide);
-    EXPECT_EQ(Content(narrow), one.text);
-    EXPECT_EQ(Content(wide), Widen<WCHAR>(one.text));
-    EXPECT_EQ(ConvertRadix36StringToNumberA(one.text, -1), one.value);
-    EXPECT_EQ(ConvertRadix36StringToNumberW(wide.GetString(), wide.GetLength()), one.value);
+    ConvertNumberToRadix36StringA(value, &narrow);
+    ConvertNumberToRadix36StringW(value, &wide);
+    ASSERT_EQ(std::stoull(narrow.GetString(), nullptr, 36), value);
+    ASSERT_EQ(Content(wide), Widen<WCHAR>(Content(narrow)));
+    ASSERT_EQ(ConvertRadix36StringToNumberA(narrow.GetString(), -1), value);
+    ASSERT_EQ(ConvertRadix36StringToNumberW(wide.GetString(), wide.GetLength()), value);
   }
   EXPECT_EQ(ConvertRadix36StringToNumberA("zZ", -1), 1295u);
   EXPECT_EQ(ConvertRadix36StringToNumberA("1-0", 3), 36u * 36);
@@ -35,15 +32,11 @@ TEST(NumberWords, Radix36) {
             0x70F29E2E40000000u);
   EXPECT_EQ(ConvertRadix36StringToNumberA("", -1), 0u);
   CBaseStringA held("ab");
-  ConvertNumberToRadix36StringA(36 * 36 + 2, &held);
-  EXPECT_EQ(Content(held), "102ba");
-  std::mt19937_64 random(36);
-  for (int i = 0; i < 5000; ++i) {
-    const std::uint64_t value = random() >> (random() % 64);
-    CBaseStringA text;
-    ConvertNumberToRadix36StringA(value, &text);
-    ASSERT_EQ(std::stoull(text.GetString(), nullptr, 36), value);
-  }
+  ConvertNumberToRadix36StringA(UINT64_MAX, &held);
+  EXPECT_EQ(Content(held), "3W5E11264SGSFba");
+  CBaseStringA zero;
+  ConvertNumberToRadix36StringA(0, &zero);
+  EXPECT_EQ(Content(zero), "0");
 }
 
 using Words = std::u16string;
@@ -92,57 +85,47 @@ struct ChineseCodePage {
   ~ChineseCodePage() { platform::SetAnsiCodePage(65001); }
 };
 
-::testing::AssertionResult SpellsWell(int value) {
+bool SpellsWell(int value) {
   WCHAR wide[40];
   char narrow[80];
   ConvertNumberToChineseNumberW(value, wide, 40);
   ConvertNumberToChineseNumberA(value, narrow, 80);
-  if (Spelled(value) == wide && SpelledShort(value) == CBaseStringW(narrow).GetString()) {
-    return ::testing::AssertionSuccess();
-  }
-  return ::testing::AssertionFailure() << value;
+  return Spelled(value) == wide && SpelledShort(value) == CBaseStringW(narrow).GetString();
 }
 
-TEST(NumberWords, ChineseWordsThatAreKnown) {
+TEST(NumberWords, ChineseWords) {
   const ChineseCodePage scope;
-  struct Case {
+  const struct {
     int value;
     const char16_t *wide, *narrow;
-  };
-  const Case cases[] = {
-      {0, u"零", u"零"},
-      {15, u"十五", u"十五"},
-      {20, u"二十", u"二十"},
-      {105, u"一百零五", u"一百五"},
-      {110, u"一百一十", u"一百十"},
-      {115, u"一百一十五", u"一百十五"},
-      {1001, u"一千零一", u"一千一"},
-      {100000, u"一十万", u"一十万"},
-      {201000, u"二十万零一千", u"二十万一千"},
-      {123456789, u"一亿二千三百四十五万六千七百八十九", u"一亿二千三百四十五万六千七百八十九"},
-      {1000000000, u"十亿", u"十亿"},
-      {-2147483647 - 1, u"负二十一亿四千七百四十八万三千六百四十八",
-       u"负二十一亿四千七百四十八万三千六百四十八"}};
-  for (const Case& one : cases) {
-    EXPECT_EQ(Spelled(one.value), one.wide) << one.value;
-    EXPECT_EQ(SpelledShort(one.value), one.narrow) << one.value;
-    EXPECT_TRUE(SpellsWell(one.value));
+  } known[] = {{0, u"零", u"零"},
+               {15, u"十五", u"十五"},
+               {20, u"二十", u"二十"},
+               {105, u"一百零五", u"一百五"},
+               {110, u"一百一十", u"一百十"},
+               {1001, u"一千零一", u"一千一"},
+               {100000, u"一十万", u"一十万"},
+               {201000, u"二十万零一千", u"二十万一千"},
+               {1000000000, u"十亿", u"十亿"}};
+  for (const auto& [value, wide, narrow] : known) {
+    EXPECT_EQ(Spelled(value), wide) << value;
+    EXPECT_EQ(SpelledShort(value), narrow) << value;
+    EXPECT_TRUE(SpellsWell(value)) << value;
   }
-}
-
-TEST(NumberWords, ChineseWordsOfManyNumbers) {
-  const ChineseCodePage scope;
-  for (int value = -1000; value <= 200000; ++value) ASSERT_TRUE(SpellsWell(value));
+  EXPECT_EQ(Spelled(INT_MIN), u"负二十一亿四千七百四十八万三千六百四十八");
+  EXPECT_TRUE(SpellsWell(INT_MIN));
+  for (int value = -1000; value <= 200000; ++value) ASSERT_TRUE(SpellsWell(value)) << value;
   for (int power = 1; power < 1000000000; power *= 10) {
     for (int near = -1100; near <= 1100; ++near) {
-      ASSERT_TRUE(SpellsWell(power * 10 + near));
-      ASSERT_TRUE(SpellsWell(-2 * power + near));
+      ASSERT_TRUE(SpellsWell(power * 10 + near)) << power * 10 + near;
+      ASSERT_TRUE(SpellsWell(-2 * power + near)) << -2 * power + near;
     }
   }
   std::mt19937 random(9);
   for (int i = 0; i < 200000; ++i) {
-    const auto value = static_cast<int>(random());
-    ASSERT_TRUE(SpellsWell(i % 2 == 0 ? value : value / 100000 * 100000));
+    const int step = i % 2 == 0 ? 1 : 100000;
+    const int value = static_cast<int>(random()) / step * step;
+    ASSERT_TRUE(SpellsWell(value)) << value;
   }
 }
 

@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cctype>
-#include <cstdlib>
 #include <random>
 #include <string>
+#include <string_view>
+#include <tuple>
 #include <vector>
 
 #include "support/processor_turn.h"
@@ -29,18 +29,15 @@ TEST(TextSearch, FindsCharacters) {
 
 TEST(TextSearch, FindsBytes) {
   const std::string text("ab\0abc", 6);
-  struct Case {
-    int length;
-    std::string pattern;
-    int pattern_length, place;
-  };
-  const Case cases[] = {{6, "abc", 3, 3},   {6, "abc", -1, 3}, {5, "abc", 3, -1},
-                        {-1, "abc", 3, -1}, {-1, "b", 1, 1},   {6, std::string("\0a", 2), 2, 2},
-                        {6, "", 0, 0},      {0, "", 0, 0},     {0, "a", 1, -1}};
-  for (const Case& one : cases) {
-    const char* hit = MemFindBufA(text.data(), one.length, one.pattern.c_str(), one.pattern_length);
-    EXPECT_EQ(hit == nullptr ? -1 : hit - text.data(), one.place) << one.pattern;
+  const std::tuple<int, const char*, int, int> cases[] = {{6, "abc", -1, 3},  {5, "abc", 3, -1},
+                                                          {-1, "abc", 3, -1}, {-1, "b", 1, 1},
+
+                                                          {0, "", 0, 0},      {0, "a", 1, -1}};
+  for (const auto& [length, pattern, pattern_length, place] : cases) {
+    const char* hit = MemFindBufA(text.data(), length, pattern, pattern_length);
+    EXPECT_EQ(hit == nullptr ? -1 : hit - text.data(), place) << pattern;
   }
+  EXPECT_EQ(MemFindBufA(text.data(), 6, "\0a", 2), text.data() + 2);
   EXPECT_EQ(MemFindBufA(nullptr, 1, "a", 1), nullptr);
   EXPECT_EQ(MemFindBufA("a", 1, nullptr, 1), nullptr);
 }
@@ -56,6 +53,11 @@ TEST(TextSearch, FindsWideTextAtAnyByte) {
   EXPECT_EQ(MemFindBufW(text, 1, u"b", -1), nullptr);
 }
 
+template <typename T>
+std::string_view BytesOf(const std::basic_string<T>& text) {
+  return {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(T)};
+}
+
 QVX_TWIN(MemFindBuf);
 QVX_TWIN(CreateKMPPattern);
 QVX_TWIN(CreateKMPPatternNoCase);
@@ -68,30 +70,47 @@ class TextSearchTwin : public testing::Test {
  protected:
   using Text = std::basic_string<T>;
 
-  static std::vector<int> Table(const Text& pattern, int kind) {
+  static std::vector<int> Table(const Text& pattern, bool fold) {
     std::vector<int> next(std::max<std::size_t>(pattern.size(), 1), 7);
-    const auto create = kind == 1 ? CreateKMPPatternNoCase<T> : CreateKMPPattern<T>;
+    const auto create = fold ? CreateKMPPatternNoCase<T> : CreateKMPPattern<T>;
     create(next.data(), pattern.data(), static_cast<int>(pattern.size()));
     return next;
   }
 
-  // Where the pattern stands in the text, or -1, with case ignored for kind 1.
-  static std::ptrdiff_t Find(const Text& text, const Text& pattern, int kind) {
-    const auto find = kind == 1 ? BufFindPatternNoCase<T> : BufFindPattern<T>;
+  // Where the pattern stands in the text, or -1.
+  static std::ptrdiff_t Find(const Text& text, const Text& pattern, bool fold) {
+    const auto find = fold ? BufFindPatternNoCase<T> : BufFindPattern<T>;
     const T* hit = find(text.data(), static_cast<int>(text.size()), pattern.data(),
-                        static_cast<int>(pattern.size()), Table(pattern, kind).data());
+                        static_cast<int>(pattern.size()), Table(pattern, fold).data());
     return hit == nullptr ? -1 : hit - text.data();
   }
 
-  static bool Same(T left, T right, int kind) {
+  static bool Same(T left, T right, bool fold) {
     const auto upper = [](T c) { return c >= T('a') && c <= T('z') ? static_cast<T>(c - 32) : c; };
-    return left == right || (kind == 1 && upper(left) == upper(right));
+    return left == right || (fold && upper(left) == upper(right));
   }
 
-  static std::ptrdiff_t Expected(const Text& text, const Text& pattern, int kind) {
+  static std::ptrdiff_t Expected(const Text& text, const Text& pattern, bool fold) {
     const auto hit = std::search(text.begin(), text.end(), pattern.begin(), pattern.end(),
-                                 [&](T left, T right) { return Same(left, right, kind); });
+                                 [&](T left, T right) { return Same(left, right, fold); });
     return hit == text.end() && !pattern.empty() ? -1 : hit - text.begin();
+  }
+
+  // The rule word for word: every start in both, and every pair behind it.
+  static int MostAgreeing(const Text& first, const Text& second, bool fold) {
+    int most = 0;
+    for (std::size_t i = 0; i < first.size(); ++i) {
+      for (std::size_t j = 0; j < second.size(); ++j) {
+        int count = 0;
+        for (std::size_t k = 0; i + k < first.size() && j + k < second.size(); ++k) {
+          const bool same = Same(first[i + k], second[j + k], fold);
+          if (!same && !fold) break;
+          count += same ? 1 : 0;
+        }
+        most = std::max(most, count);
+      }
+    }
+    return most;
   }
 };
 
@@ -99,28 +118,15 @@ TYPED_TEST_SUITE(TextSearchTwin, Widths);
 
 TYPED_TEST(TextSearchTwin, BuildsTheTable) {
   using T = TypeParam;
-  const auto table = [](const char* pattern, int kind) {
-    return TestFixture::Table(Widen<T>(pattern), kind);
-  };
-  using Table = std::vector<int>;
-  EXPECT_EQ(table("abcabd", 0), (Table{-1, 0, 0, -1, 0, 2}));
-  EXPECT_EQ(table("aaaa", 0), (Table{-1, -1, -1, -1}));
-  EXPECT_EQ(table("AbA", 0), (Table{-1, 0, -1}));
-  EXPECT_EQ(table("aBAbaC", 0), (Table{-1, 0, 0, 0, -1, 1}));
-  EXPECT_EQ(table("aBAbaC", 1), (Table{-1, 0, -1, 0, -1, 3}));
-  EXPECT_EQ(table("", 0), (Table{-1}));
-}
-
-TYPED_TEST(TextSearchTwin, FindsPatterns) {
-  using T = TypeParam;
-  const auto find = [](const char* text, const char* pattern, int kind) {
-    return TestFixture::Find(Widen<T>(text), Widen<T>(pattern), kind);
-  };
-  EXPECT_EQ(find("abcabcabd", "abcabd", 0), 3);
-  EXPECT_EQ(find("aBa", "AbA", 1), 0);
-  EXPECT_EQ(find("aBa", "AbA", 0), -1);
-  EXPECT_EQ(find("@`[{", "`{", 1), -1);  // 32 apart, but no letters
-  EXPECT_EQ(find("abc", "", 0), 0);
+  const std::tuple<const char*, bool, std::vector<int>> cases[] = {
+      {"abcabd", false, {-1, 0, 0, -1, 0, 2}},
+      {"aaaa", false, {-1, -1, -1, -1}},
+      {"aBAbaC", false, {-1, 0, 0, 0, -1, 1}},
+      {"aBAbaC", true, {-1, 0, -1, 0, -1, 3}},
+      {"", false, {-1}}};
+  for (const auto& [pattern, fold, table] : cases) {
+    EXPECT_EQ(TestFixture::Table(Widen<T>(pattern), fold), table) << pattern;
+  }
   const std::basic_string<T> text = Widen<T>("ab");
   EXPECT_EQ(BufFindPattern<T>(text.data(), 2, text.data(), 3, nullptr), nullptr);
   EXPECT_EQ(BufFindPattern<T>(nullptr, 2, text.data(), 1, nullptr), nullptr);
@@ -145,21 +151,15 @@ TYPED_TEST(TextSearchTwin, FindsWhatAPlainSearchFinds) {
       const std::size_t from = random() % (text.size() + 1);
       pattern = text.substr(from, random() % 150);
     }
-    for (int kind : {0, 1}) {
-      ASSERT_EQ(TestFixture::Find(text, pattern, kind), TestFixture::Expected(text, pattern, kind))
-          << round << " kind " << kind;
+    for (const bool fold : {false, true}) {
+      ASSERT_EQ(TestFixture::Find(text, pattern, fold), TestFixture::Expected(text, pattern, fold))
+          << round << " fold " << fold;
     }
-    const std::string_view bytes(reinterpret_cast<const char*>(text.data()),
-                                 text.size() * sizeof(T));
-    const std::size_t place =
-        bytes.find({reinterpret_cast<const char*>(pattern.data()), pattern.size() * sizeof(T)});
+    const std::size_t place = BytesOf(text).find(BytesOf(pattern));
     const T* hit = MemFindBuf<T>(text.data(), static_cast<int>(text.size()), pattern.data(),
                                  static_cast<int>(pattern.size()));
-    ASSERT_EQ(hit == nullptr
-                  ? bytes.npos
-                  : static_cast<std::size_t>(reinterpret_cast<const char*>(hit) - bytes.data()),
-              place)
-        << round;
+    const char* expected = place == std::string::npos ? nullptr : BytesOf(text).data() + place;
+    ASSERT_EQ(reinterpret_cast<const char*>(hit), expected) << round;
   }
 }
 
@@ -171,58 +171,34 @@ TYPED_TEST(TextSearchTwin, StaysLinear) {
   std::basic_string<T> pattern(kSize / 2, T('a'));
   for (std::size_t odd : {std::size_t{0}, kSize / 4, kSize / 2 - 1}) {
     pattern[odd] = T('b');
-    for (int kind : {0, 1}) EXPECT_EQ(TestFixture::Find(text, pattern, kind), -1) << odd;
+    for (const bool fold : {false, true})
+      EXPECT_EQ(TestFixture::Find(text, pattern, fold), -1) << odd;
     text[kSize - kSize / 2 + odd] = T('b');
     const auto place = static_cast<std::ptrdiff_t>(kSize / 2);
-    for (int kind : {0, 1}) EXPECT_EQ(TestFixture::Find(text, pattern, kind), place) << odd;
+    for (const bool fold : {false, true})
+      EXPECT_EQ(TestFixture::Find(text, pattern, fold), place) << odd;
     pattern[odd] = text[kSize - kSize / 2 + odd] = T('a');
   }
 }
 
-// The rule word for word: every start in both, and every pair behind it.
-template <typename T>
-int MostAgreeing(const std::basic_string<T>& first, const std::basic_string<T>& second, bool fold) {
-  int most = 0;
-  for (std::size_t i = 0; i < first.size(); ++i) {
-    for (std::size_t j = 0; j < second.size(); ++j) {
-      int count = 0;
-      for (std::size_t k = 0; i + k < first.size() && j + k < second.size(); ++k) {
-        const int left = static_cast<std::make_unsigned_t<T>>(first[i + k]);
-        const int right = static_cast<std::make_unsigned_t<T>>(second[j + k]);
-        const bool letters = left < 128 && right < 128 && isalpha(left) && isalpha(right);
-        const bool same = left == right || (fold && letters && std::abs(left - right) == 32);
-        if (!same && !fold) break;
-        count += same ? 1 : 0;
-      }
-      most = std::max(most, count);
-    }
-  }
-  return most;
-}
-
 TYPED_TEST(TextSearchTwin, MeasuresWhatAgrees) {
   using T = TypeParam;
-  const auto measure = [](const char* first, const char* second, int ignoreCase) {
-    return StrMaxSameLength<T>(Widen<T>(first).c_str(), Widen<T>(second).c_str(), ignoreCase);
-  };
-  EXPECT_EQ(measure("abcdef", "xxcdey", 0), 3);
-  EXPECT_EQ(measure("aXc", "aYc", 0), 1);
-  EXPECT_EQ(measure("aXc", "aYc", 1), 2);
-  EXPECT_EQ(measure("", "a", 0), 0);
-  EXPECT_EQ(StrMaxSameLength<T>(nullptr, Widen<T>("a").c_str(), 0), 0);
   std::mt19937 random(18);
+  const auto draw = [&] {
+    std::basic_string<T> text(random() % 12, T());
+    for (T& c : text) c = static_cast<T>("abAB[{"[random() % 6]);
+    return text;
+  };
   for (int round = 0; round < 2000; ++round) {
-    std::basic_string<T> texts[2];
-    for (auto& text : texts) {
-      text.resize(random() % 12);
-      for (T& c : text) c = static_cast<T>("abAB[{"[random() % 6]);
-    }
-    for (bool fold : {false, true}) {
-      ASSERT_EQ(StrMaxSameLength<T>(texts[0].c_str(), texts[1].c_str(), fold ? 1 : 0),
-                MostAgreeing(texts[0], texts[1], fold))
+    const std::basic_string<T> first = draw();
+    const std::basic_string<T> second = draw();
+    for (const bool fold : {false, true}) {
+      ASSERT_EQ(StrMaxSameLength<T>(first.c_str(), second.c_str(), fold ? 1 : 0),
+                TestFixture::MostAgreeing(first, second, fold))
           << round;
     }
   }
+  EXPECT_EQ(StrMaxSameLength<T>(nullptr, Widen<T>("a").c_str(), 0), 0);
 }
 
 }  // namespace
