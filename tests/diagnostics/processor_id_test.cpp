@@ -4,6 +4,7 @@
 
 #include <fstream>
 #include <string>
+#include <tuple>
 
 #include "support/debug_lines.h"
 
@@ -21,12 +22,6 @@ std::string SystemsAnswer(const std::string& name) {
   return "";
 }
 
-std::string WithoutBlanksAround(const std::string& text) {
-  const std::size_t first = text.find_first_not_of(' ');
-  return first == std::string::npos ? ""
-                                    : text.substr(first, text.find_last_not_of(' ') - first + 1);
-}
-
 TEST(ProcessorId, AgreesWithTheSystemsList) {
   if (SystemsAnswer("flags").empty()) GTEST_SKIP() << "no list of an x86 processor";
   CPUID id;
@@ -39,32 +34,31 @@ TEST(ProcessorId, AgreesWithTheSystemsList) {
   // A virtual machine may show programs one name and its system another.
   const bool is_virtual = SystemsAnswer("flags").find(" hypervisor") != std::string::npos;
   EXPECT_GT(text.GetLength(), 0);
-  EXPECT_TRUE(is_virtual || SystemsAnswer("model name") == WithoutBlanksAround(text.GetString()))
-      << text.GetString();
   EXPECT_EQ(1, lines.Count(2, "CPU_Brand:" + std::string(text.GetString()) + "\r\n"));
+  std::string model = text.GetString();
+  model.erase(0, model.find_first_not_of(' '));
+  model.erase(model.find_last_not_of(' ') + 1);
+  EXPECT_TRUE(is_virtual || SystemsAnswer("model name") == model) << model;
 
-  const struct {
-    bool (CPUID::*ask)();
-    const char* name;
-    const char* flag;
-  } features[] = {{&CPUID::IsHyperThreading, "HyperThreading", "ht"},
-                  {&CPUID::IsEST, "EST", "est"},
-                  {&CPUID::IsMMX, "MMX", "mmx"},
-                  {&CPUID::IsSSE, "SSE", "sse"},
-                  {&CPUID::IsSSE2, "SSE2", "sse2"},
-                  {&CPUID::IsSSE3, "SSE3", "pni"},
-                  {&CPUID::IsSSE4_1, "SSE4.1", "sse4_1"},
-                  {&CPUID::IsSSE4_2, "SSE4.2", "sse4_2"},
-                  {&CPUID::IsAVX2, "AVX2", "avx2"},
-                  {&CPUID::IsAVX512, "AVX512", "avx512f"}};
+  const std::tuple<bool (CPUID::*)(), const char*, const char*> features[] = {
+      {&CPUID::IsHyperThreading, "HyperThreading", "ht"},
+      {&CPUID::IsEST, "EST", "est"},
+      {&CPUID::IsMMX, "MMX", "mmx"},
+      {&CPUID::IsSSE, "SSE", "sse"},
+      {&CPUID::IsSSE2, "SSE2", "sse2"},
+      {&CPUID::IsSSE3, "SSE3", "pni"},
+      {&CPUID::IsSSE4_1, "SSE4.1", "sse4_1"},
+      {&CPUID::IsSSE4_2, "SSE4.2", "sse4_2"},
+      {&CPUID::IsAVX2, "AVX2", "avx2"},
+      {&CPUID::IsAVX512, "AVX512", "avx512f"}};
   const std::string flags = " " + SystemsAnswer("flags") + " ";
-  for (const auto& feature : features) {
-    const bool listed = flags.find(" " + std::string(feature.flag) + " ") != std::string::npos;
+  for (const auto& [ask, name, flag] : features) {
+    const bool listed = flags.find(" " + std::string(flag) + " ") != std::string::npos;
     const std::size_t before = lines.All().size();
-    EXPECT_EQ(listed, (id.*feature.ask)()) << feature.name;
+    EXPECT_EQ(listed, (id.*ask)()) << name;
     EXPECT_EQ(before + 1, lines.All().size());
-    const std::string line = (listed ? "support " : "don't support ") + std::string(feature.name);
-    EXPECT_EQ(1, lines.Count(2, line + "\r\n"));
+    EXPECT_EQ(
+        1, lines.Count(2, (listed ? "support " : "don't support ") + std::string(name) + "\r\n"));
   }
 }
 
