@@ -2,18 +2,25 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <new>
+#include <random>
 #include <string>
 #include <tuple>
+#include <vector>
 
 #include "support/debug_lines.h"
 #include "support/failing_new.h"
 #include "support/fault_plan.h"
+#include "support/processor_turn.h"
+#include "text/hex_codec.h"
 #include "text/widths.h"
 
 namespace qvx::test {
 namespace {
+
+using std::string_literals::operator""s;
 
 QVX_TWIN(BufferToHexString);
 QVX_TWIN(ByteToHex);
@@ -119,15 +126,9 @@ TYPED_TEST(HexText, ReadsNumbers) {
 TYPED_TEST(HexText, ReadsPairs) {
   using T = TypeParam;
   const std::tuple<const char*, int, std::string> cases[] = {
-      {"0x4142", -1, "AB"},
-      {"410x42", -1, std::string("A\0B", 3)},
-      {"0X0x0X41", -1, std::string("\0\0A", 3)},
-      {"4G", -1, "\4"},
-      {"G4", -1, std::string("\0", 1)},
-      {"414", -1, "A"},
-      {"414243", 5, "AB"},
-      {"0x", -1, ""},
-      {"4", -1, ""}};
+      {"0x4142", -1, "AB"}, {"410x42", -1, "A\0B"s}, {"0X0x0X41", -1, "\0\0A"s},
+      {"4G", -1, "\4"},     {"G4", -1, "\0"s},       {"414", -1, "A"},
+      {"414243", 5, "AB"},  {"0x", -1, ""},          {"4", -1, ""}};
   for (const auto& [narrow, length, result] : cases) {
     const std::basic_string<T> text = Widen<T>(narrow);
     CBaseBuffer bytes;
@@ -196,6 +197,67 @@ TEST(HexBuffer, MovesBitFields) {
   EXPECT_EQ(GetBufferValueByBit(buffer, 2, 5, 4), 0u);
   EXPECT_EQ(GetBufferValueByBit(buffer, 2, 0x7FFFFFF0, 0x7FFFFFFF), 0u);
   EXPECT_EQ(buffer[0], 0x90);
+}
+
+// Every length around the vectors' sizes, at odd addresses, with what lies behind untouched.
+TYPED_TEST(HexText, EncodesAsThePlainFormDoes) {
+  using T = TypeParam;
+  std::mt19937 random(82);
+  for (std::size_t size = 0; size < 300; ++size) {
+    const ProcessorTurn turn(size);
+    std::vector<std::uint8_t> bytes(size + 1);
+    for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random());
+    for (int style = 0; style < 4; ++style) {
+      const text::HexStyle how{(style & 1) != 0, (style & 2) != 0};
+      std::vector<T> plain(size * how.Width() + 8, T('#'));
+      std::vector<T> wide = plain;
+      text::EncodeHexPlain(bytes.data() + 1, size, how, plain.data() + 1);
+      text::EncodeHex(bytes.data() + 1, size, how, wide.data() + 1);
+      ASSERT_EQ(wide, plain) << size << " style " << style;
+    }
+  }
+}
+
+// Clean digits with one odd character at every place, and texts full of them.
+TYPED_TEST(HexText, DecodesAsThePlainFormDoes) {
+  using T = TypeParam;
+  std::mt19937 random(28);
+  std::basic_string<T> odd = Widen<T>("gGxX/:@` -~");
+  odd += {T(0), T(0xFF), T(0x130 + '1')};
+  const char* digits = "0123456789abcdefABCDEF";
+  for (std::size_t pairs = 0; pairs < 300; ++pairs) {
+    std::basic_string<T> text(2 * pairs + 1, T('0'));
+    for (T& c : text) c = static_cast<T>(digits[random() % 22]);
+    for (unsigned round = 0; round < 6; ++round) {
+      const ProcessorTurn turn(pairs + round);
+      std::vector<std::uint8_t> plain(pairs + 8, 0xEE);
+      std::vector<std::uint8_t> wide = plain;
+      text::DecodeHexPlain(text.data() + 1, pairs, plain.data());
+      text::DecodeHex(text.data() + 1, pairs, wide.data());
+      ASSERT_EQ(wide, plain) << pairs << " round " << round;
+      const std::size_t changes = round < 4 ? 1 : text.size() / 3;
+      for (std::size_t i = 0; i < changes; ++i) {
+        text[random() % text.size()] = odd[random() % odd.size()];
+      }
+    }
+  }
+}
+
+TYPED_TEST(HexText, KnowsEveryCharacter) {
+  using T = TypeParam;
+  const std::u16string digits = u"0123456789abcdefABCDEF";
+  const int end = sizeof(T) == 1 ? 256 : 65536;
+  for (int i = 0; i < end; ++i) {
+    const std::size_t place = digits.find(static_cast<char16_t>(i));
+    const int digit = place == digits.npos ? -1 : static_cast<int>(place < 16 ? place : place - 6);
+    ASSERT_EQ(text::HexDigit(static_cast<T>(i)), digit) << i;
+    const std::basic_string<T> text(256, static_cast<T>(i));
+    std::vector<std::uint8_t> bytes(128);
+    const std::vector<std::uint8_t> expected(128,
+                                             static_cast<std::uint8_t>(std::max(digit, 0) * 17));
+    text::DecodeHex(text.data(), bytes.size(), bytes.data());
+    ASSERT_EQ(bytes, expected) << i;
+  }
 }
 
 }  // namespace

@@ -19,6 +19,8 @@
 namespace qvx::test {
 namespace {
 
+using std::string_literals::operator""s;
+
 std::string Encoded(const std::string& text) {
   CBaseStringA out;
   EncodeURL(text.data(), static_cast<int>(text.size()), &out);
@@ -125,15 +127,11 @@ TEST(UrlMarkup, KeepsTheStringWithoutMemory) {
 
 TEST(UrlMarkup, ResolvesReferences) {
   const std::pair<std::string, std::u16string> cases[] = {
-      {"A&#66;C", u"ABC"},
-      {"&#x43;", u"C"},
-      {"ab&#66", u"ab"},
-      {"&#X43;-&#;", std::u16string(u"\0-\0", 3)},
-      {"&amp;&#x4E2d;&#20013;", u"&amp;中中"},
-      {"&#65601;&#x1F600;", u"A\xF600"},
-      {"&#-1; &#x0x41;", u"\xFFFF A"},
-      {"\xE4\xB8\xAD&&#35;#", u"中&##"},
-      {"&#66;&", u"B&"}};
+      {"A&#66;C", u"ABC"},       {"&#x43;", u"C"},       {"ab&#66", u"ab"},
+      {"&#X43;-&#;", u"\0-\0"s}, {"&#66;&", u"B&"},      {"&amp;", u"&amp;"},
+      {"&#x4E2d;", u"中"},       {"&#20013;", u"中"},    {"&#65601;", u"A"},
+      {"&#x1F600;", u"\xF600"},  {"&#-1; ", u"\xFFFF "}, {"&#x0x41;", u"A"},
+      {"\xE4\xB8\xAD", u"中"},   {"&&#35;#", u"&##"}};
   for (const auto& [text, result] : cases) {
     CBaseStringW out(u"=");
     HtmlCodeToString(text.data(), static_cast<int>(text.size()), &out);
@@ -169,16 +167,11 @@ TEST(UrlMarkup, ReadsTimes) {
 
 TEST(UrlMarkup, ReadsMilliseconds) {
   const std::tuple<const char*, unsigned int, unsigned int> cases[] = {
-      {"01:02:03,5", 3723500, 62500},
-      {"01:02:03.05", 3723050, 62050},
-      {"01:02:03,5000", 0, 0},
-      {"01:02:03", 3723000, 62000},
-      {"01", 0, 0},
-      {"02:03,123", 0, 123123},
-      {"02:03.", 0, 0},
-      {"1,5:2:3.5", 3723500, 62500},
-      {"0:1:2,250.5", 0, 1500},
-      {"", 0, 0}};
+      {"1:2:03,5", 3723500, 62500}, {"01:2:3.05", 3723050, 62050},
+      {"1:2:3,5000", 0, 0},         {"1:02:03", 3723000, 62000},
+      {"01020304", 0, 0},           {"02:03,123", 0, 123123},
+      {"0002:03.", 0, 0},           {"1,5:2:3.5", 3723500, 62500},
+      {"0:1:2,250.5", 0, 1500}};
   for (const auto& [text, hours, minutes] : cases) {
     EXPECT_EQ(TimeStringToInt_HMS(text, -1), hours) << text;
     EXPECT_EQ(TimeStringToInt_MS(text, -1), minutes) << text;
