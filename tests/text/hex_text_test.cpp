@@ -20,7 +20,7 @@
 namespace qvx::test {
 namespace {
 
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 QVX_TWIN(BufferToHexString);
 QVX_TWIN(ByteToHex);

@@ -21,8 +21,9 @@ TEST(NumberWords, Radix36) {
     CBaseStringW wide;
     ConvertNumberToRadix36StringA(value, &narrow);
     ConvertNumberToRadix36StringW(value, &wide);
-    ASSERT_EQ(std::stoull(narrow.GetString(), nullptr, 36), value);
-    ASSERT_EQ(Content(wide), Widen<WCHAR>(Content(narrow)));
+    const std::string digits = Content(narrow);
+    ASSERT_EQ(std::stoull(digits, nullptr, 36), value);
+    ASSERT_EQ(Content(wide), Widen<WCHAR>(digits));
     ASSERT_EQ(ConvertRadix36StringToNumberA(narrow.GetString(), -1), value);
     ASSERT_EQ(ConvertRadix36StringToNumberW(wide.GetString(), wide.GetLength()), value);
   }

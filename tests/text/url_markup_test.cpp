@@ -19,7 +19,7 @@
 namespace qvx::test {
 namespace {
 
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 std::string Encoded(const std::string& text) {
   CBaseStringA out;
