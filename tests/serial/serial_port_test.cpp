@@ -330,7 +330,8 @@ TEST_F(SerialPort, ServesACompletionPort) {
   };
   ASSERT_EQ(1, post(&reading));
   ASSERT_EQ(1, post(&writing));
-  { const std::jthread workers[] = {std::jthread(work), std::jthread(work), std::jthread(work)}; }
+  std::jthread workers[] = {std::jthread(work), std::jthread(work), std::jthread(work)};
+  for (std::jthread& worker : workers) worker.join();
   EXPECT_TRUE(received == bytes);
   EXPECT_EQ(1, CloseCompletionPort(queue));
   EXPECT_EQ(0, CloseCompletionPort(queue));

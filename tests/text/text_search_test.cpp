@@ -31,7 +31,6 @@ TEST(TextSearch, FindsBytes) {
   const std::string text("ab\0abc", 6);
   const std::tuple<int, const char*, int, int> cases[] = {{6, "abc", -1, 3},  {5, "abc", 3, -1},
                                                           {-1, "abc", 3, -1}, {-1, "b", 1, 1},
-
                                                           {0, "", 0, 0},      {0, "a", 1, -1}};
   for (const auto& [length, pattern, pattern_length, place] : cases) {
     const char* hit = MemFindBufA(text.data(), length, pattern, pattern_length);
