@@ -1,6 +1,6 @@
-// The whole Bluetooth path of the client. BlueZ's library is loaded by its real name, so these
-// run in a process of their own whose library path leads to a stub; a TCP connection stands in
-// for the kernel's RFCOMM.
+// The whole Bluetooth path. BlueZ's library is loaded by its real name, so the client's tests run
+// in a process of their own whose library path leads to a stub; TCP stands in for the kernel's
+// RFCOMM.
 #include <arpa/inet.h>
 #include <dlfcn.h>
 #include <errno.h>
@@ -8,15 +8,11 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include <string>
-
+#include "net/net_fixture.h"
 #include "platform/bluetooth.h"
-#include "qvx/socket_client.h"
 #include "support/debug_lines.h"
 #include "support/fault_plan.h"
 #include "support/own_process.h"
-#include "support/packet_bytes.h"
-#include "support/raw_peer.h"
 #include "support/temp_folder.h"
 
 namespace {
@@ -27,33 +23,38 @@ using namespace qvx::test;
 
 std::uint16_t stand_in_port = 0;
 BluetoothAddress connected_to{};
-int connected_channel = 0;
+int used_channel = 0;
 
-int MakeStandIn() {
+sockaddr_in Loopback(std::uint16_t port) {
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(port);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  return address;
+}
+
+int Make() {
   return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
 }
 
-int ConnectStandIn(int descriptor, const BluetoothAddress& peer, std::uint8_t channel) {
+int Bind(int descriptor, std::uint8_t channel) {
+  used_channel = channel;
+  const sockaddr_in address = Loopback(0);
+  return bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+}
+
+int Connect(int descriptor, const BluetoothAddress& peer, std::uint8_t channel) {
   connected_to = peer;
-  connected_channel = channel;
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(stand_in_port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  used_channel = channel;
+  const sockaddr_in address = Loopback(stand_in_port);
   return connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
 }
 
-constexpr qvx::platform::RfcommCalls kStandIn = {&MakeStandIn, nullptr, &ConnectStandIn};
-
-class StandIn {
- public:
-  StandIn() {
-    stand_in_port = server.Port();
-    qvx::platform::SetRfcommCalls(&kStandIn);
-  }
+struct StandIn {
+  StandIn() { qvx::platform::SetRfcommCalls(&calls); }
   ~StandIn() { qvx::platform::SetRfcommCalls(nullptr); }
 
-  RawListener server;
+  qvx::platform::RfcommCalls calls = {&Make, &Bind, &Connect};
 };
 
 int AskStub(const char* question) {
@@ -90,20 +91,56 @@ TEST(Bluetooth, SocketThatTheMachineCannotMakeIsRefused) {
   EXPECT_EQ(log.Count(4, "tcp client socket create fail, errno=97\r\n"), 1);
 }
 
-TEST(Bluetooth, DISABLED_ConnectsByName) {
+TEST(Bluetooth, ServerServesClientsOfChannelOne) {
+  Recorder recorder;
+  CBTHSocketServer server;
+  {
+    const StandIn stand_in;
+    ASSERT_EQ(server.Create(77, 0, 1, &recorder, 0, "bth"), 1);
+  }
+  EXPECT_EQ(used_channel, 1);
+  const Peer peer(server.GetServerPort());
+  peer.SendPacket("over the air", SOCKET_CODE_ALL_CLIENTS);
+  EXPECT_EQ(peer.Receive(), "over the air");
+  server.Close();
+  EXPECT_EQ(recorder.closed.load(), 1);
+}
+
+TEST(Bluetooth, ServerTellsWhatFailed) {
+  const DebugLines log;
   StandIn stand_in;
+  CBTHSocketServer server;
+  stand_in.calls.bind = [](int, std::uint8_t) {
+    errno = EADDRINUSE;
+    return -1;
+  };
+  EXPECT_EQ(server.Create(0, 0, 1, nullptr, 0, "bth"), 0);
+  EXPECT_EQ(log.Count(4, "Server Bind BTH Failed, error=98\r\n"), 1);
+  EXPECT_EQ(log.Count(4, "Create MsgServer Socket Failed, error=98!\r\n"), 1);
+  stand_in.calls.make = [] {
+    errno = EAFNOSUPPORT;
+    return -1;
+  };
+  EXPECT_EQ(server.Create(0, 0, 1, nullptr, 0, "bth"), 0);
+  EXPECT_EQ(log.Count(4, "Create MsgServer Socket Failed, error=97!\r\n"), 2);
+}
+
+TEST(Bluetooth, DISABLED_ConnectsByName) {
+  const StandIn stand_in;
+  const RawListener server;
+  stand_in_port = server.Port();
   CBTHSocketClient client;
   ASSERT_EQ(client.Create("SERIAL box", 0, 0, 1, nullptr, 0, "bth"), 1);
   EXPECT_EQ(connected_to, (BluetoothAddress{1, 0x11, 0x22, 0x33, 0x44, 0x55}));
-  EXPECT_EQ(connected_channel, 7);
-  const RawPeer peer = stand_in.server.Accept();
+  EXPECT_EQ(used_channel, 7);
+  const RawPeer peer = server.Accept();
   EXPECT_EQ(peer.Read(36).size(), 36u);
   EXPECT_EQ(client.SendData(1, "over the air", 12), 1);
   EXPECT_EQ(peer.Read(32), PacketBytes("over the air", 1));
 
   ASSERT_EQ(client.Create("Plain Box", 0, 1, 0, nullptr, 0, "bth"), 1);
   EXPECT_EQ(connected_to[0], 2);
-  EXPECT_EQ(connected_channel, 1);
+  EXPECT_EQ(used_channel, 1);
 
   DebugLines log;
   EXPECT_EQ(client.Create("Nobody", 0, 0, 1, nullptr, 0, "bth"), 0);

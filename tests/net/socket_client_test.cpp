@@ -5,23 +5,15 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <condition_variable>
-#include <functional>
-#include <memory>
-#include <mutex>
 #include <new>
-#include <string>
 #include <thread>
-#include <vector>
 
+#include "net/net_fixture.h"
 #include "platform/socket.h"
 #include "support/debug_lines.h"
 #include "support/failing_new.h"
 #include "support/fault_plan.h"
 #include "support/fork_child.h"
-#include "support/packet_bytes.h"
-#include "support/raw_peer.h"
 #include "support/temp_folder.h"
 
 namespace {
@@ -31,105 +23,68 @@ using qvx::platform::SocketDescriptor;
 using namespace qvx::test;
 
 constexpr std::size_t kHelloSize = 36;
-constexpr auto kLong = std::chrono::seconds(20);
 
-// Keeps what a client tells and lets a test wait for it.
-class Listener : public IClientSocketListener {
+class Client : public CTCPSocketClient {
  public:
-  void OnClientSocketCreate(std::uint64_t user, std::uint64_t socket) override {
-    Note("create", user, socket);
-  }
-  int OnClientReceiveData(std::uint64_t user, std::uint64_t socket, const unsigned char* data,
-                          int size) override {
-    const std::string text(reinterpret_cast<const char*>(data), static_cast<std::size_t>(size));
-    if (on_data && on_data(text) == 0) return 0;
-    Note(text, user, socket);
-    return 1;
-  }
-  void OnClientDisconnectFromServer(std::uint64_t user, std::uint64_t socket) override {
-    Note("disconnect", user, socket);
-  }
-
-  // Waits until so many events have come.
-  bool Wait(std::size_t count) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, kLong, [&] { return events_.size() >= count; });
-  }
-  std::vector<std::string> Events() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return events_;
-  }
-  std::uint64_t Socket() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return socket_;
-  }
-
-  std::function<int(const std::string&)> on_data;
-  std::uint64_t user_data = 42;
-
- private:
-  void Note(const std::string& event, std::uint64_t user, std::uint64_t socket) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    EXPECT_EQ(user, user_data);
-    EXPECT_TRUE(event == "create" || socket == socket_);
-    socket_ = socket;
-    events_.push_back(event);
-    changed_.notify_all();
-  }
-
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::vector<std::string> events_;
-  std::uint64_t socket_ = 0;
+  ~Client() override { Close(); }
+  using CTCPSocketClient::SendDataFile;
+  using CTCPSocketClient::SendDataParts;
 };
 
-using Events = std::vector<std::string>;
-
-template <typename Client = CTCPSocketClient>
+template <typename ClientType = Client>
 struct Connection {
+  int Create(bool raw = false) {
+    return client.Create("127.0.0.1", server.Port(), raw ? 1 : 0, 1, &listener, 42, "test");
+  }
   // Connects and takes the hello.
   bool Open(bool raw = false) {
-    if (client.Create("127.0.0.1", server.Port(), raw ? 1 : 0, 1, &listener, 42, "test") == 0) {
-      return false;
-    }
+    if (Create(raw) == 0) return false;
     peer = server.Accept();
     return raw || peer.Read(kHelloSize).size() == kHelloSize;
   }
 
   RawListener server;
-  Listener listener;
-  Client client;
+  ClientRecorder listener;
+  ClientType client;
   RawPeer peer;
 };
+
+// The descriptor that the next socket will have.
+int NextDescriptor() {
+  const std::uint64_t probe = qvx::platform::MakeTcpSocket();
+  qvx::platform::CloseSocket(probe);
+  return SocketDescriptor(probe);
+}
+
+bool IsOpen(int descriptor) {
+  return fcntl(descriptor, F_GETFD) >= 0;
+}
 
 TEST(SocketClient, IntroducesItselfAndPassesPacketsOn) {
   Connection<> c;
   DebugLines log;
   SetSocketMatchCode(7);
-  ASSERT_EQ(c.client.Create("127.0.0.1", c.server.Port(), 0, 1, &c.listener, 42, "test"), 1);
+  ASSERT_EQ(c.Create(), 1);
   c.peer = c.server.Accept();
   const std::uint64_t socket = c.client.GetSocketFd();
+  const std::string descriptor = std::to_string(SocketDescriptor(socket));
   EXPECT_EQ(c.client.IsConnect(), 1);
   EXPECT_EQ(c.listener.Socket(), socket);
-  EXPECT_EQ(log.Count(2, "client connect to(127.0.0.1), mSocketFD=" +
-                             std::to_string(SocketDescriptor(socket)) + ", packet socket\r\n"),
-            1);
-  const std::string hello = LittleEndian(std::uint32_t{0xABCDDCBA}) +
-                            LittleEndian(std::uint32_t{1}) + LittleEndian(socket);
-  EXPECT_EQ(c.peer.Read(kHelloSize), PacketBytes(hello, -4, 7));
+  EXPECT_EQ(
+      log.Count(2, "client connect to(127.0.0.1), mSocketFD=" + descriptor + ", packet socket\r\n"),
+      1);
+  EXPECT_EQ(c.peer.Read(kHelloSize), PacketBytes(HelloBytes(socket), -4, 7));
 
   EXPECT_EQ(c.client.SendData(SOCKET_CODE_ALL_CLIENTS, "abc", 3), 1);
   EXPECT_EQ(c.peer.Read(23), PacketBytes("abc", -1, 7));
   c.peer.Send(PacketBytes("one", 99, 7) + PacketBytes(Pattern(200'000), 1, 7));
-  ASSERT_TRUE(c.listener.Wait(3));
+  ASSERT_TRUE(c.listener.WaitForEvents(3));
   c.client.Close();
   EXPECT_EQ(c.client.IsConnect(), 0);
   EXPECT_EQ(c.client.GetSocketFd(), QVX_INVALID_SOCKET);
-  EXPECT_EQ(c.listener.Events(), (Events{"create", "one", Pattern(200'000), "disconnect"}));
+  EXPECT_EQ(c.listener.All(), (Events{"create", "one", Pattern(200'000), "disconnect"}));
   EXPECT_EQ(c.client.SendData(1, "x", 1), 0);
-  EXPECT_EQ(
-      log.Count(2, "client Close mSocketFD=" + std::to_string(SocketDescriptor(socket)) + "\r\n"),
-      1);
+  EXPECT_EQ(log.Count(2, "client Close mSocketFD=" + descriptor + "\r\n"), 1);
   SetSocketMatchCode(0);
 }
 
@@ -147,7 +102,7 @@ TEST(SocketClient, RawModeIsBytesAlone) {
   c.peer.Send("second");
   EXPECT_TRUE(c.peer.SeesEnd());
   c.client.Close();
-  EXPECT_EQ(c.listener.Events().back(), "disconnect");
+  EXPECT_EQ(c.listener.All().back(), "disconnect");
   EXPECT_EQ(all, "first second");
 }
 
@@ -161,15 +116,20 @@ TEST(SocketClient, DisconnectIsToldOnceHoweverItComes) {
       [](Connection<>& c) {
         c.listener.on_data = [](const std::string&) { return 0; };
         c.peer.Send(PacketBytes("stop") + PacketBytes("never seen"));
+      },
+      [](Connection<>& c) {
+        FaultPlan plan;
+        plan.Fail(Operation::kSend, 1, EAGAIN);
+        EXPECT_EQ(c.client.SendData(1, "x", 1), 0);
       }};
   for (const auto& way : ways) {
     Connection<> c;
     ASSERT_TRUE(c.Open());
     way(c);
-    EXPECT_TRUE(c.listener.Wait(2));
+    EXPECT_TRUE(c.listener.WaitForEvents(2));
     c.client.Close();
     c.client.Close();
-    EXPECT_EQ(c.listener.Events(), (Events{"create", "disconnect"}));
+    EXPECT_EQ(c.listener.All(), (Events{"create", "disconnect"}));
   }
 }
 
@@ -185,18 +145,13 @@ TEST(SocketClient, WhatWasSentBeforeTheCloseIsDelivered) {
   expected.push_back("disconnect");
   c.peer.Send(wire);
   c.peer.Close();
-  EXPECT_TRUE(c.listener.Wait(expected.size()));
+  EXPECT_TRUE(c.listener.WaitForEvents(expected.size()));
   c.client.Close();
-  EXPECT_EQ(c.listener.Events(), expected);
+  EXPECT_EQ(c.listener.All(), expected);
 }
 
 TEST(SocketClient, PacketsOfSeveralThreadsGoOutWhole) {
-  class Sender : public CTCPSocketClient {
-   public:
-    ~Sender() override { Close(); }
-    using CTCPSocketClient::SendDataParts;
-  };
-  Connection<Sender> c;
+  Connection<> c;
   ASSERT_TRUE(c.Open());
   constexpr int kPackets = 40;
   constexpr std::size_t kSize = 100'000;
@@ -221,53 +176,50 @@ TEST(SocketClient, CreateStartsOver) {
   Connection<> c;
   ASSERT_TRUE(c.Open());
   const std::uint64_t first = c.client.GetSocketFd();
-  Listener second;
+  ClientRecorder second;
   second.user_data = 43;
   ASSERT_EQ(c.client.Create("127.0.0.1", c.server.Port(), 1, 0, &second, 43, nullptr), 1);
-  EXPECT_EQ(c.listener.Events(), (Events{"create", "disconnect"}));
-  EXPECT_EQ(second.Events(), Events{"create"});
+  EXPECT_EQ(c.listener.All(), (Events{"create", "disconnect"}));
+  EXPECT_EQ(second.All(), Events{"create"});
   EXPECT_NE(c.client.GetSocketFd(), first);
   EXPECT_TRUE(c.peer.SeesEnd());
   EXPECT_EQ(c.client.Create(nullptr, 1, 0, 0, nullptr, 0, ""), 0);
-  EXPECT_EQ(second.Events(), (Events{"create", "disconnect"}));
+  EXPECT_EQ(second.All(), (Events{"create", "disconnect"}));
   EXPECT_EQ(c.client.Create("", 1, 0, 0, nullptr, 0, ""), 0);
 }
 
-TEST(SocketClient, FailuresOfCreateLeaveNothingBehind) {
+TEST(SocketClient, FailuresAreToldAndLeaveNothingBehind) {
   Connection<> c;
   DebugLines log;
   FaultPlan plan;
-  const std::uint64_t next = qvx::platform::MakeTcpSocket();
-  const int probe = SocketDescriptor(next);
-  qvx::platform::CloseSocket(next);
-  const auto create = [&] {
-    return c.client.Create("127.0.0.1", c.server.Port(), 0, 1, &c.listener, 42, "test");
-  };
+  const int next = NextDescriptor();
   plan.Fail(Operation::kSocket, 1, EMFILE);
-  EXPECT_EQ(create(), 0);
+  EXPECT_EQ(c.Create(), 0);
   EXPECT_EQ(log.Count(4, "tcp client socket create fail, errno=24\r\n"), 1);
   plan.Fail(Operation::kConnect, 1, ECONNREFUSED);
-  EXPECT_EQ(create(), 0);
+  EXPECT_EQ(c.Create(), 0);
   EXPECT_EQ(log.Count(4, "AsyncConnect 127.0.0.1 failed, errno=111\r\n"), 1);
   plan.Fail(Operation::kThreadCreate, 1, EAGAIN);
-  EXPECT_EQ(create(), 0);
+  EXPECT_EQ(c.Create(), 0);
   EXPECT_EQ(c.client.IsConnect(), 0);
-  EXPECT_EQ(c.listener.Events(), (Events{"create", "create"}));
-  EXPECT_EQ(fcntl(probe, F_GETFD), -1);
+  EXPECT_EQ(c.listener.All(), (Events{"create", "create"}));
+  EXPECT_FALSE(IsOpen(next));
 
   plan.Fail(Operation::kSend, 1, ENOBUFS);
-  EXPECT_EQ(create(), 1);
-  EXPECT_TRUE(c.listener.Wait(4));
-  EXPECT_EQ(c.listener.Events().back(), "disconnect");
+  EXPECT_EQ(c.Create(), 1);
+  EXPECT_TRUE(c.listener.WaitForEvents(4));
+  EXPECT_EQ(c.listener.All().back(), "disconnect");
   EXPECT_EQ(log.Count(2, "CSocketClient::SendData: Failed, sock=" +
                              std::to_string(SocketDescriptor(c.listener.Socket())) + "!!\r\n"),
             1);
+  EXPECT_EQ(c.client.SendData(1, nullptr, 3), 0);
+  EXPECT_EQ(c.client.SendData(1, "x", 0), 0);
+  EXPECT_EQ(log.Count(2, "CSocketClient::SendData: parameter invalid!\r\n"), 2);
 }
 
 TEST(SocketClient, MissingMemoryInCreateLeavesTheClientClosed) {
   Connection<> c;
-  const std::uint64_t probe = qvx::platform::MakeTcpSocket();
-  qvx::platform::CloseSocket(probe);
+  const int next = NextDescriptor();
   for (int nth = 1, seen = 0; seen >= nth - 1; ++nth) {
     ASSERT_LT(nth, 1000);
     FailingAllocations no_memory(nth);
@@ -280,7 +232,7 @@ TEST(SocketClient, MissingMemoryInCreateLeavesTheClientClosed) {
     seen = no_memory.Seen();
     if (!thrown) continue;
     EXPECT_EQ(c.client.IsConnect(), 0);
-    EXPECT_EQ(fcntl(SocketDescriptor(probe), F_GETFD), -1);
+    EXPECT_FALSE(IsOpen(next));
   }
   EXPECT_EQ(c.client.IsConnect(), 1);
 }
@@ -299,20 +251,6 @@ TEST(SocketClient, CloseEndsAConnectOfAnotherThread) {
   EXPECT_EQ(log.Count(3, "AsyncConnect: cancel connect\r\n"), 1);
 }
 
-TEST(SocketClient, FailedSendEndsTheConnection) {
-  Connection<> c;
-  DebugLines log;
-  ASSERT_TRUE(c.Open());
-  EXPECT_EQ(c.client.SendData(1, nullptr, 3), 0);
-  EXPECT_EQ(c.client.SendData(1, "x", 0), 0);
-  EXPECT_EQ(log.Count(2, "CSocketClient::SendData: parameter invalid!\r\n"), 2);
-  FaultPlan plan;
-  plan.Fail(Operation::kSend, 1, EAGAIN);
-  EXPECT_EQ(c.client.SendData(1, "x", 1), 0);
-  EXPECT_TRUE(c.listener.Wait(2));
-  EXPECT_EQ(c.listener.Events().back(), "disconnect");
-}
-
 TEST(SocketClient, CloseWakesASenderThatWaitsForRoom) {
   Connection<> c;
   ASSERT_TRUE(c.Open());
@@ -329,26 +267,26 @@ TEST(SocketClient, MissingMemoryEndsTheConnectionAlone) {
   Connection<> c;
   ASSERT_TRUE(c.Open());
   c.peer.Send(PacketBytes("the thread is up"));
-  ASSERT_TRUE(c.listener.Wait(2));
+  ASSERT_TRUE(c.listener.WaitForEvents(2));
   const std::string wire = PacketBytes(Pattern(100));
   FaultPlan plan;
   plan.Fail(Operation::kAllocate, 1, ENOMEM);
   c.peer.Send(wire);
-  EXPECT_TRUE(c.listener.Wait(3));
-  EXPECT_EQ(c.listener.Events(), (Events{"create", "the thread is up", "disconnect"}));
+  EXPECT_TRUE(c.listener.WaitForEvents(3));
+  EXPECT_EQ(c.listener.All(), (Events{"create", "the thread is up", "disconnect"}));
 }
 
 TEST(SocketClient, ListenerThatClosesEndsTheConnectionWithoutWaitingForItself) {
   Connection<> c;
   ASSERT_TRUE(c.Open());
   c.listener.on_data = [&](const std::string&) {
-    EXPECT_EQ(c.client.Create("127.0.0.1", c.server.Port(), 0, 1, nullptr, 0, ""), 0);
+    EXPECT_EQ(c.Create(), 0);
     c.client.Close();
     return 1;
   };
   c.peer.Send(PacketBytes("end"));
-  EXPECT_TRUE(c.listener.Wait(3));
-  EXPECT_EQ(c.listener.Events(), (Events{"create", "end", "disconnect"}));
+  EXPECT_TRUE(c.listener.WaitForEvents(3));
+  EXPECT_EQ(c.listener.All(), (Events{"create", "end", "disconnect"}));
 }
 
 TEST(SocketClient, DerivedClassChoosesThePlaceOfPayloads) {
@@ -371,7 +309,7 @@ TEST(SocketClient, DerivedClassChoosesThePlaceOfPayloads) {
     }
     void OnPayloadPlaced(std::uint32_t, std::uint32_t) override { mutex.unlock(); }
     int OnPlacedPacket(const unsigned char* head, std::uint32_t length) override {
-      done = std::string(reinterpret_cast<const char*>(head), 4) + std::to_string(length);
+      done = Text(head, 4) + std::to_string(length);
       return 1;
     }
   };
@@ -379,23 +317,18 @@ TEST(SocketClient, DerivedClassChoosesThePlaceOfPayloads) {
   ASSERT_TRUE(c.Open());
   const std::string body = Pattern(100'000);
   c.peer.Send(PacketBytes("Phea" + body) + PacketBytes("ordinary"));
-  ASSERT_TRUE(c.listener.Wait(2));
+  ASSERT_TRUE(c.listener.WaitForEvents(2));
   c.client.Close();
-  EXPECT_EQ(c.listener.Events()[1], "ordinary");
+  EXPECT_EQ(c.listener.All()[1], "ordinary");
   EXPECT_EQ(c.client.place, body);
   EXPECT_EQ(c.client.done, "Phea100004");
 }
 
 TEST(SocketClient, FileRangesGoOutAsOnePacket) {
-  class FileSender : public CTCPSocketClient {
-   public:
-    ~FileSender() override { Close(); }
-    using CTCPSocketClient::SendDataFile;
-  };
   TempFolder folder;
   const std::string content = Pattern(300'000);
   const int file = open(folder.Write("f", content).c_str(), O_RDONLY | O_CLOEXEC);
-  Connection<FileSender> c;
+  Connection<> c;
   ASSERT_TRUE(c.Open());
   EXPECT_EQ(c.client.SendDataFile(3, "head", 4, file, 100, 200'000), 1);
   EXPECT_EQ(c.peer.Read(200'024), PacketBytes("head" + content.substr(100, 200'000), 3));
@@ -413,30 +346,25 @@ TEST(SocketClient, ForkedChildLeavesTheConnectionToTheParent) {
   EXPECT_TRUE(HoldsInChild([&c] {
     const bool idle = c.client.IsConnect() == 0 && c.client.SendData(1, "x", 1) == 0;
     c.client.Close();
-    const bool again = !kThreadsStartAfterFork || (c.client.Create("127.0.0.1", c.server.Port(), 0,
-                                                                   1, nullptr, 0, "child") == 1 &&
-                                                   c.client.SendData(1, "x", 1) == 1);
+    const bool again =
+        !kThreadsStartAfterFork || (c.Create() == 1 && c.client.SendData(1, "x", 1) == 1);
     c.client.Close();
     return idle && again;
   }));
   EXPECT_EQ(c.client.SendData(1, "y", 1), 1);
   EXPECT_EQ(c.peer.Read(21), PacketBytes("y", 1));
   c.peer.Send(PacketBytes("still here"));
-  EXPECT_TRUE(c.listener.Wait(2));
-  EXPECT_EQ(c.listener.Events(), (Events{"create", "still here"}));
+  EXPECT_TRUE(c.listener.WaitForEvents(2));
+  EXPECT_EQ(c.listener.All(), (Events{"create", "still here"}));
 }
 
 TEST(SocketClient, ManyConnectionsLeaveNoDescriptorBehind) {
-  RawListener server;
-  CTCPSocketClient client;
-  int first = -1;
+  Connection<> c;
+  const int next = NextDescriptor();
   for (int i = 0; i < 300; ++i) {
-    ASSERT_EQ(client.Create("127.0.0.1", server.Port(), i % 2, 1, nullptr, 0, "again"), 1);
-    const int descriptor = SocketDescriptor(client.GetSocketFd());
-    if (first < 0) first = descriptor;
-    ASSERT_LE(descriptor, first + 1);
-    const RawPeer peer = server.Accept();
-    if (i % 3 == 0) client.Close();
+    ASSERT_TRUE(c.Open(i % 2 == 1));
+    ASSERT_LE(SocketDescriptor(c.client.GetSocketFd()), next + 1);
+    if (i % 3 == 0) c.client.Close();
   }
 }
 
