@@ -1,18 +1,17 @@
 #include "qvx/udp_socket.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
+#include <sys/time.h>
 
 #include <cerrno>
-#include <chrono>
-#include <condition_variable>
-#include <mutex>
-#include <string>
-#include <vector>
+#include <memory>
 
+#include "net/net_fixture.h"
+#include "platform/socket.h"
 #include "support/debug_lines.h"
 #include "support/fault_plan.h"
 #include "support/network_lab.h"
@@ -20,63 +19,111 @@
 namespace qvx::test {
 namespace {
 
+using platform::Ipv4Endpoint;
+using Texts = std::vector<std::string>;
+
 constexpr unsigned short kPort = 5000;
 
-class Ear : public IUDPSocketListener {
+class Ear : public IUDPSocketListener, public Notes {
  public:
   void OnUDPDataReceived(std::uint64_t user, const unsigned char* data, int size) override {
-    const std::lock_guard<std::mutex> guard(mutex);
-    heard.emplace_back(reinterpret_cast<const char*>(data), static_cast<std::size_t>(size));
-    last_user = user;
-    changed.notify_all();
+    Note([&] {
+      heard_.push_back(Text(data, static_cast<std::size_t>(size)));
+      last_user = user;
+    });
   }
 
   // Waits for this text, and gives all that was heard up to now.
-  std::vector<std::string> WaitFor(const std::string& text) {
-    std::unique_lock<std::mutex> guard(mutex);
-    EXPECT_TRUE(changed.wait_for(guard, std::chrono::seconds(60), [&] {
-      return !heard.empty() && heard.back() == text;
+  Texts WaitFor(const std::string& text) {
+    Texts all;
+    EXPECT_TRUE(WaitUntil([&] {
+      all = heard_;
+      return !all.empty() && all.back() == text;
     })) << text;
-    return heard;
+    return all;
   }
 
-  std::mutex mutex;
-  std::condition_variable changed;
-  std::vector<std::string> heard;
   std::uint64_t last_user = 0;
+
+ private:
+  Texts heard_;
 };
 
-// A datagram from source to target; sends nothing where that is not possible.
+std::uint64_t SocketAt(const Ipv4Endpoint& local) {
+  const std::uint64_t socket = platform::MakeUdpSocket();
+  EXPECT_TRUE(platform::SetBroadcast(socket) && platform::BindIpv4(socket, local));
+  return socket;
+}
+
+// A datagram from source to target, if there is a way.
 bool SendFrom(const char* source, const char* target, unsigned short port,
               const std::string& text) {
-  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  const int on = 1;
-  setsockopt(fd, SOL_SOCKET, SO_BROADCAST, &on, sizeof(on));
-  sockaddr_in from{};
-  from.sin_family = AF_INET;
-  inet_pton(AF_INET, source, &from.sin_addr);
-  sockaddr_in to = from;
-  to.sin_port = htons(port);
-  inet_pton(AF_INET, target, &to.sin_addr);
-  const bool sent = bind(fd, reinterpret_cast<sockaddr*>(&from), sizeof(from)) == 0 &&
-                    sendto(fd, text.data(), text.size(), 0, reinterpret_cast<sockaddr*>(&to),
-                           sizeof(to)) == static_cast<ssize_t>(text.size());
-  close(fd);
-  return sent;
+  Ipv4Endpoint from{0, 0}, to{0, port};
+  EXPECT_TRUE(platform::ParseIpv4(source, &from.address) &&
+              platform::ParseIpv4(target, &to.address));
+  const std::uint64_t socket = SocketAt(from);
+  const int error = platform::SendDatagram(socket, text.data(), text.size(), {to, 0, 0}).error;
+  platform::CloseSocket(socket);
+  return error == 0;
 }
 
 unsigned short FreePort() {
-  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  socklen_t size = sizeof(address);
-  bind(fd, reinterpret_cast<sockaddr*>(&address), size);
-  getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
-  close(fd);
-  return ntohs(address.sin_port);
+  const std::uint64_t socket = SocketAt({0, 0});
+  Ipv4Endpoint local{};
+  EXPECT_TRUE(platform::GetLocalIpv4(socket, &local));
+  platform::CloseSocket(socket);
+  return local.port;
 }
 
-using Texts = std::vector<std::string>;
+TEST(Datagrams, ComeWithTheirSenderAndWithoutEmptyOnes) {
+  const Ipv4Endpoint loopback{INADDR_LOOPBACK, 0};
+  const std::uint64_t receiver = SocketAt(loopback);
+  const std::uint64_t sender = SocketAt(loopback);
+  Ipv4Endpoint at, source;
+  ASSERT_TRUE(platform::GetLocalIpv4(receiver, &at) && platform::GetLocalIpv4(sender, &source));
+  platform::SendDatagram(sender, "", 0, {at, 0, 0});
+  platform::SendDatagram(sender, "datagram", 8, {at, 0, 0});
+
+  sockaddr_in from{};
+  unsigned char* data = nullptr;
+  std::uint32_t size = 0;
+  for (int i = 0; i < 3 && data == nullptr; ++i) {
+    ASSERT_GT(platform::PollSocket(receiver, platform::kPollRead, 20000), 0);
+    ASSERT_EQ(RecvUDPRaw(receiver, &from, sizeof(from), &data, &size), 1);
+  }
+  const std::unique_ptr<unsigned char[]> owner(data);
+  EXPECT_EQ(Text(data, size), "datagram");
+  EXPECT_EQ(from.sin_addr.s_addr, htonl(INADDR_LOOPBACK));
+  EXPECT_EQ(ntohs(from.sin_port), source.port);
+  EXPECT_EQ(RecvUDPRaw(receiver, &from, sizeof(from), &data, &size), 1);
+  EXPECT_EQ(data, nullptr);
+  platform::CloseSocket(receiver);
+  platform::CloseSocket(sender);
+}
+
+TEST(Datagrams, FailedBroadcastIsLoggedAndLeavesNothingBehind) {
+  const DebugLines log;
+  FaultPlan plan;
+  const std::uint64_t socket = platform::MakeUdpSocket();
+  const int descriptor = platform::SocketDescriptor(socket);
+  plan.Fail(platform::Operation::kSend, 1, ENETUNREACH, 10);
+  EXPECT_EQ(SendUDPRaw(socket, 9, "x", 1), 0);
+  EXPECT_EQ(SendUDPRaw(socket, 9, "x", 0), 0);
+  BoradcastRaw(socket, 9, "x", 1, 1500);
+  timeval limit{};
+  socklen_t size = sizeof(limit);
+  getsockopt(descriptor, SOL_SOCKET, SO_SNDTIMEO, &limit, &size);
+  EXPECT_EQ(limit.tv_sec, 1);
+  EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
+  BoradcastRaw(QVX_INVALID_SOCKET, 9, "x", 1, 0);
+  EXPECT_EQ(log.Count(2, "send failed, error(101) ----\r\n"), 3);
+  plan.Fail(platform::Operation::kSocket, 1, EMFILE);
+  BoradcastRaw(QVX_INVALID_SOCKET, 9, "x", 1, 0);
+  const std::uint64_t next = platform::MakeUdpSocket();
+  EXPECT_EQ(platform::SocketDescriptor(next), descriptor + 1);
+  platform::CloseSocket(next);
+  platform::CloseSocket(socket);
+}
 
 TEST(UdpSocket, HearsItsAddressAndDropsItsOwn) {
   const unsigned short port = FreePort();
@@ -105,30 +152,30 @@ TEST(UdpSocket, HearsItsAddressAndDropsItsOwn) {
 
 TEST(UdpSocket, TellsFailuresAndLogs) {
   const DebugLines log;
-  const auto says = [&log](int level, const std::string& text) {
-    return log.Count(level, text) > 0;
-  };
   CUDPSocket socket;
-  const unsigned short port = FreePort();
-  const std::string text = std::to_string(port);
-  EXPECT_EQ(socket.Create("203.0.113.77", port, nullptr, 0, "x"), 0);
-  EXPECT_TRUE(says(2, "CUDPSocket::Bind bind error(addr=203.0.113.77, port=" + text +
-                          "), code = " + std::to_string(EADDRNOTAVAIL) + "\r\n"));
-  EXPECT_EQ(socket.Create("nonsense", port, nullptr, 0, "x"), 0);
-  ASSERT_EQ(socket.Create(nullptr, port, nullptr, 0, "x"), 1);
-  EXPECT_TRUE(says(2, "CUDPSocket::Bind BindPort(addr=0.0.0.0, port=" + text + ") Success!\r\n"));
   CUDPSocket second;
-  EXPECT_EQ(second.Create(nullptr, port, nullptr, 0, "x"), 0);
-  EXPECT_EQ(second.SendData(port, "x", 1), 0);
-  EXPECT_TRUE(says(2, "CUDPSocket::SendData: mSocketFD is closed!!\r\n"));
-  EXPECT_EQ(socket.SendData(port, "x", 0), 0);
-  EXPECT_TRUE(says(2, "CUDPSocket::SendData: parameter invalid!\r\n"));
+  const unsigned short number = FreePort();
+  const std::string port = std::to_string(number);
+  EXPECT_EQ(socket.Create("203.0.113.77", number, nullptr, 0, "x"), 0);
+  EXPECT_EQ(socket.Create("nonsense", number, nullptr, 0, "x"), 0);
+  ASSERT_EQ(socket.Create(nullptr, number, nullptr, 0, "x"), 1);
+  EXPECT_EQ(second.Create(nullptr, number, nullptr, 0, "x"), 0);
+  EXPECT_EQ(second.SendData(number, "x", 1), 0);
+  EXPECT_EQ(socket.SendData(number, "x", 0), 0);
   EXPECT_EQ(socket.IsCreated(), 1);
   FaultPlan plan;
   plan.Fail(platform::Operation::kSend, 1, EPERM);
-  EXPECT_EQ(socket.SendData(port, "x", 1), 0);
+  EXPECT_EQ(socket.SendData(number, "x", 1), 0);
   EXPECT_EQ(socket.IsCreated(), 0);
-  EXPECT_TRUE(says(2, "send failed, error(" + std::to_string(EPERM) + ") ----\r\n"));
+  for (const std::string& line :
+       {"CUDPSocket::Bind bind error(addr=203.0.113.77, port=" + port +
+            "), code = " + std::to_string(EADDRNOTAVAIL),
+        "CUDPSocket::Bind BindPort(addr=0.0.0.0, port=" + port + ") Success!",
+        std::string("CUDPSocket::SendData: mSocketFD is closed!!"),
+        std::string("CUDPSocket::SendData: parameter invalid!"),
+        "send failed, error(" + std::to_string(EPERM) + ") ----"}) {
+    EXPECT_GT(log.Count(2, line + "\r\n"), 0) << line;
+  }
 }
 
 TEST(UdpSocket, BroadcastReachesTheOtherHostAndNotTheSender) {
@@ -166,6 +213,8 @@ TEST(UdpSocket, BroadcastReachesTheOtherHostAndNotTheSender) {
   EXPECT_EQ(sockets[0].SendData(kPort, "to all", 6), 1);
   ears[0].WaitFor("to all");
   ears[1].WaitFor("to all");
+  lab.In(0, [] { BoradcastRaw(QVX_INVALID_SOCKET, kPort, "by a socket of its own", 22, 0); });
+  ears[1].WaitFor("by a socket of its own");
 }
 
 }  // namespace
