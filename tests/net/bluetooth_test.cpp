@@ -1,15 +1,14 @@
 // The whole Bluetooth path. BlueZ's library is loaded by its real name, so the client's tests run
 // in a process of their own whose library path leads to a stub; TCP stands in for the kernel's
 // RFCOMM.
-#include <arpa/inet.h>
 #include <dlfcn.h>
 #include <errno.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 
 #include "net/net_fixture.h"
 #include "platform/bluetooth.h"
+#include "platform/socket.h"
 #include "support/debug_lines.h"
 #include "support/fault_plan.h"
 #include "support/own_process.h"
@@ -17,21 +16,14 @@
 
 namespace {
 
-using qvx::platform::BluetoothAddress;
-using qvx::platform::Operation;
+using namespace qvx::platform;
 using namespace qvx::test;
 
 std::uint16_t stand_in_port = 0;
 BluetoothAddress connected_to{};
 int used_channel = 0;
 
-sockaddr_in Loopback(std::uint16_t port) {
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(port);
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  return address;
-}
+constexpr std::uint32_t kLoopback = 0x7F000001;
 
 int Make() {
   return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -39,22 +31,22 @@ int Make() {
 
 int Bind(int descriptor, std::uint8_t channel) {
   used_channel = channel;
-  const sockaddr_in address = Loopback(0);
-  return bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+  return BindIpv4(static_cast<SocketValue>(descriptor), {kLoopback, 0}) ? 0 : -1;
 }
 
 int Connect(int descriptor, const BluetoothAddress& peer, std::uint8_t channel) {
   connected_to = peer;
   used_channel = channel;
-  const sockaddr_in address = Loopback(stand_in_port);
-  return connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+  const auto outcome =
+      StartConnectIpv4(static_cast<SocketValue>(descriptor), {kLoopback, stand_in_port});
+  return outcome == ConnectOutcome::kConnected ? 0 : -1;
 }
 
 struct StandIn {
-  StandIn() { qvx::platform::SetRfcommCalls(&calls); }
-  ~StandIn() { qvx::platform::SetRfcommCalls(nullptr); }
+  StandIn() { SetRfcommCalls(&calls); }
+  ~StandIn() { SetRfcommCalls(nullptr); }
 
-  qvx::platform::RfcommCalls calls = {&Make, &Bind, &Connect};
+  RfcommCalls calls = {&Make, &Bind, &Connect};
 };
 
 int AskStub(const char* question) {
@@ -155,7 +147,7 @@ TEST(Bluetooth, DISABLED_ConnectsByName) {
 
 TEST(Bluetooth, DISABLED_FindsNothing) {
   BluetoothAddress address{};
-  EXPECT_FALSE(qvx::platform::FindBluetoothDevice("Serial Box", &address));
+  EXPECT_FALSE(FindBluetoothDevice("Serial Box", &address));
 }
 
 }  // namespace

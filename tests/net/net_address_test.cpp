@@ -69,9 +69,7 @@ Adapter MakeAdapter(const std::string& name, int index, AdapterKind kind, std::u
   return adapter;
 }
 
-struct FreeList {
-  void operator()(IP_ADAPTER_INFO* list) const { MyFreeAdaptersInfo(list); }
-};
+using AdapterList = std::shared_ptr<const IP_ADAPTER_INFO>;
 
 TEST(NetAddress, FirstAdapterIsOneWithADeviceBehindIt) {
   const TempFolder sysfs;
@@ -86,7 +84,7 @@ TEST(NetAddress, FirstAdapterIsOneWithADeviceBehindIt) {
                                 MakeAdapter("tun0", 6, AdapterKind::kTunnel, 0)};
   found[4].addresses.push_back({0xC0A80002, 0xFFFF0000});
   const std::vector<Adapter> arranged = platform::ArrangeAdapters(found, sysfs.Path());
-  const std::unique_ptr<IP_ADAPTER_INFO, FreeList> list(net::MakeAdapterBlock(arranged));
+  const AdapterList list(net::MakeAdapterBlock(arranged), &MyFreeAdaptersInfo);
 
   std::string order;
   for (const IP_ADAPTER_INFO* item = list.get(); item != nullptr; item = item->Next) {
@@ -111,7 +109,7 @@ TEST(NetAddress, FirstAdapterIsOneWithADeviceBehindIt) {
 
 // What the functions say of this machine, whatever it has, is what its list says.
 TEST(NetAddress, AnswersForThisMachine) {
-  const std::unique_ptr<IP_ADAPTER_INFO, FreeList> list(MyGetAdaptersInfo());
+  const AdapterList list(MyGetAdaptersInfo(), &MyFreeAdaptersInfo);
   const IP_ADAPTER_INFO* wired = net::FindAdapter(list.get(), net::kEthernetType, true);
   const IP_ADAPTER_INFO* radio = net::FindAdapter(list.get(), net::kWirelessType, true);
   CBaseStringA mac("none"), name("none"), radio_name("none");

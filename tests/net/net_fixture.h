@@ -59,11 +59,12 @@ using Events = std::vector<std::string>;
 class ClientRecorder : public IClientSocketListener, public Notes {
  public:
   std::uint64_t user_data = 42;
+  std::atomic<std::uint64_t> current_socket{0};
   // Data for which this gives 0 ends the connection and is not kept.
   std::function<int(const std::string&)> on_data;
 
   void OnClientSocketCreate(std::uint64_t user, std::uint64_t socket) override {
-    Note([&] { socket_ = socket; });
+    current_socket = socket;
     Add("create", user, socket);
   }
   int OnClientReceiveData(std::uint64_t user, std::uint64_t socket, const unsigned char* data,
@@ -84,22 +85,17 @@ class ClientRecorder : public IClientSocketListener, public Notes {
     const std::lock_guard<std::mutex> guard(mutex_);
     return events_;
   }
-  std::uint64_t Socket() {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    return socket_;
-  }
 
  private:
   void Add(const std::string& event, std::uint64_t user, std::uint64_t socket) {
     Note([&] {
       EXPECT_EQ(user, user_data);
-      EXPECT_EQ(socket, socket_);
+      EXPECT_EQ(socket, current_socket);
       events_.push_back(event);
     });
   }
 
   Events events_;
-  std::uint64_t socket_ = 0;
 };
 
 // Counts and keeps what a server tells; answers as the fields say.

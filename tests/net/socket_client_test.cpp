@@ -24,14 +24,11 @@ using namespace qvx::test;
 
 constexpr std::size_t kHelloSize = 36;
 
-class Client : public CTCPSocketClient {
- public:
-  ~Client() override { Close(); }
+struct Client : CTCPSocketClient {
   using CTCPSocketClient::SendDataFile;
   using CTCPSocketClient::SendDataParts;
 };
 
-template <typename ClientType = Client>
 struct Connection {
   int Create(bool raw = false) {
     return client.Create("127.0.0.1", server.Port(), raw ? 1 : 0, 1, &listener, 42, "test");
@@ -45,7 +42,7 @@ struct Connection {
 
   RawListener server;
   ClientRecorder listener;
-  ClientType client;
+  Client client;
   RawPeer peer;
 };
 
@@ -61,7 +58,7 @@ bool IsOpen(int descriptor) {
 }
 
 TEST(SocketClient, IntroducesItselfAndPassesPacketsOn) {
-  Connection<> c;
+  Connection c;
   DebugLines log;
   SetSocketMatchCode(7);
   ASSERT_EQ(c.Create(), 1);
@@ -69,7 +66,7 @@ TEST(SocketClient, IntroducesItselfAndPassesPacketsOn) {
   const std::uint64_t socket = c.client.GetSocketFd();
   const std::string descriptor = std::to_string(SocketDescriptor(socket));
   EXPECT_EQ(c.client.IsConnect(), 1);
-  EXPECT_EQ(c.listener.Socket(), socket);
+  EXPECT_EQ(c.listener.current_socket, socket);
   EXPECT_EQ(
       log.Count(2, "client connect to(127.0.0.1), mSocketFD=" + descriptor + ", packet socket\r\n"),
       1);
@@ -89,7 +86,7 @@ TEST(SocketClient, IntroducesItselfAndPassesPacketsOn) {
 }
 
 TEST(SocketClient, RawModeIsBytesAlone) {
-  Connection<> c;
+  Connection c;
   ASSERT_TRUE(c.Open(true));
   EXPECT_EQ(c.client.SendData(5, "abc", 3), 1);
   EXPECT_EQ(c.peer.Read(3), "abc");
@@ -107,23 +104,23 @@ TEST(SocketClient, RawModeIsBytesAlone) {
 }
 
 TEST(SocketClient, DisconnectIsToldOnceHoweverItComes) {
-  const std::function<void(Connection<>&)> ways[] = {
-      [](Connection<>& c) { c.peer.Close(); },
-      [](Connection<>& c) { c.peer.Reset(); },
-      [](Connection<>& c) { c.peer.Send("this is no packet at all"); },
-      [](Connection<>& c) { c.peer.Send(HeaderBytes(0xABCDBBBB, 0, 1, 0) + "x"); },
-      [](Connection<>& c) { c.client.Close(); },
-      [](Connection<>& c) {
+  const std::function<void(Connection&)> ways[] = {
+      [](Connection& c) { c.peer.Close(); },
+      [](Connection& c) { c.peer.Reset(); },
+      [](Connection& c) { c.peer.Send("this is no packet at all"); },
+      [](Connection& c) { c.peer.Send(HeaderBytes(0xABCDBBBB, 0, 1, 0) + "x"); },
+      [](Connection& c) { c.client.Close(); },
+      [](Connection& c) {
         c.listener.on_data = [](const std::string&) { return 0; };
         c.peer.Send(PacketBytes("stop") + PacketBytes("never seen"));
       },
-      [](Connection<>& c) {
+      [](Connection& c) {
         FaultPlan plan;
         plan.Fail(Operation::kSend, 1, EAGAIN);
         EXPECT_EQ(c.client.SendData(1, "x", 1), 0);
       }};
   for (const auto& way : ways) {
-    Connection<> c;
+    Connection c;
     ASSERT_TRUE(c.Open());
     way(c);
     EXPECT_TRUE(c.listener.WaitForEvents(2));
@@ -134,7 +131,7 @@ TEST(SocketClient, DisconnectIsToldOnceHoweverItComes) {
 }
 
 TEST(SocketClient, WhatWasSentBeforeTheCloseIsDelivered) {
-  Connection<> c;
+  Connection c;
   ASSERT_TRUE(c.Open());
   Events expected{"create"};
   std::string wire;
@@ -151,7 +148,7 @@ TEST(SocketClient, WhatWasSentBeforeTheCloseIsDelivered) {
 }
 
 TEST(SocketClient, PacketsOfSeveralThreadsGoOutWhole) {
-  Connection<> c;
+  Connection c;
   ASSERT_TRUE(c.Open());
   constexpr int kPackets = 40;
   constexpr std::size_t kSize = 100'000;
@@ -173,7 +170,7 @@ TEST(SocketClient, PacketsOfSeveralThreadsGoOutWhole) {
 }
 
 TEST(SocketClient, CreateStartsOver) {
-  Connection<> c;
+  Connection c;
   ASSERT_TRUE(c.Open());
   const std::uint64_t first = c.client.GetSocketFd();
   ClientRecorder second;
@@ -189,7 +186,7 @@ TEST(SocketClient, CreateStartsOver) {
 }
 
 TEST(SocketClient, FailuresAreToldAndLeaveNothingBehind) {
-  Connection<> c;
+  Connection c;
   DebugLines log;
   FaultPlan plan;
   const int next = NextDescriptor();
@@ -209,16 +206,17 @@ TEST(SocketClient, FailuresAreToldAndLeaveNothingBehind) {
   EXPECT_EQ(c.Create(), 1);
   EXPECT_TRUE(c.listener.WaitForEvents(4));
   EXPECT_EQ(c.listener.All().back(), "disconnect");
-  EXPECT_EQ(log.Count(2, "CSocketClient::SendData: Failed, sock=" +
-                             std::to_string(SocketDescriptor(c.listener.Socket())) + "!!\r\n"),
-            1);
+  EXPECT_EQ(
+      log.Count(2, "CSocketClient::SendData: Failed, sock=" +
+                       std::to_string(SocketDescriptor(c.listener.current_socket)) + "!!\r\n"),
+      1);
   EXPECT_EQ(c.client.SendData(1, nullptr, 3), 0);
   EXPECT_EQ(c.client.SendData(1, "x", 0), 0);
   EXPECT_EQ(log.Count(2, "CSocketClient::SendData: parameter invalid!\r\n"), 2);
 }
 
 TEST(SocketClient, MissingMemoryInCreateLeavesTheClientClosed) {
-  Connection<> c;
+  Connection c;
   const int next = NextDescriptor();
   for (int nth = 1, seen = 0; seen >= nth - 1; ++nth) {
     ASSERT_LT(nth, 1000);
@@ -252,7 +250,7 @@ TEST(SocketClient, CloseEndsAConnectOfAnotherThread) {
 }
 
 TEST(SocketClient, CloseWakesASenderThatWaitsForRoom) {
-  Connection<> c;
+  Connection c;
   ASSERT_TRUE(c.Open());
   const std::string big = Pattern(64 << 20);
   FaultPlan plan;
@@ -264,7 +262,7 @@ TEST(SocketClient, CloseWakesASenderThatWaitsForRoom) {
 }
 
 TEST(SocketClient, MissingMemoryEndsTheConnectionAlone) {
-  Connection<> c;
+  Connection c;
   ASSERT_TRUE(c.Open());
   c.peer.Send(PacketBytes("the thread is up"));
   ASSERT_TRUE(c.listener.WaitForEvents(2));
@@ -277,7 +275,7 @@ TEST(SocketClient, MissingMemoryEndsTheConnectionAlone) {
 }
 
 TEST(SocketClient, ListenerThatClosesEndsTheConnectionWithoutWaitingForItself) {
-  Connection<> c;
+  Connection c;
   ASSERT_TRUE(c.Open());
   c.listener.on_data = [&](const std::string&) {
     EXPECT_EQ(c.Create(), 0);
@@ -289,46 +287,11 @@ TEST(SocketClient, ListenerThatClosesEndsTheConnectionWithoutWaitingForItself) {
   EXPECT_EQ(c.listener.All(), (Events{"create", "end", "disconnect"}));
 }
 
-TEST(SocketClient, DerivedClassChoosesThePlaceOfPayloads) {
-  class Placer : public CTCPSocketClient {
-   public:
-    Placer() { SetPlacedHead(4); }
-    ~Placer() override { Close(); }
-
-    std::string place = std::string(100'000, '?');
-    std::mutex mutex;
-    std::string done;
-
-   protected:
-    unsigned char* OnPlacePayload(const unsigned char* head, std::uint32_t length,
-                                  std::uint32_t offset, std::uint32_t* room) override {
-      if (head[0] != 'P') return nullptr;
-      mutex.lock();
-      EXPECT_EQ(*room, length - offset);
-      return reinterpret_cast<unsigned char*>(place.data()) + offset - 4;
-    }
-    void OnPayloadPlaced(std::uint32_t, std::uint32_t) override { mutex.unlock(); }
-    int OnPlacedPacket(const unsigned char* head, std::uint32_t length) override {
-      done = Text(head, 4) + std::to_string(length);
-      return 1;
-    }
-  };
-  Connection<Placer> c;
-  ASSERT_TRUE(c.Open());
-  const std::string body = Pattern(100'000);
-  c.peer.Send(PacketBytes("Phea" + body) + PacketBytes("ordinary"));
-  ASSERT_TRUE(c.listener.WaitForEvents(2));
-  c.client.Close();
-  EXPECT_EQ(c.listener.All()[1], "ordinary");
-  EXPECT_EQ(c.client.place, body);
-  EXPECT_EQ(c.client.done, "Phea100004");
-}
-
 TEST(SocketClient, FileRangesGoOutAsOnePacket) {
   TempFolder folder;
   const std::string content = Pattern(300'000);
   const int file = open(folder.Write("f", content).c_str(), O_RDONLY | O_CLOEXEC);
-  Connection<> c;
+  Connection c;
   ASSERT_TRUE(c.Open());
   EXPECT_EQ(c.client.SendDataFile(3, "head", 4, file, 100, 200'000), 1);
   EXPECT_EQ(c.peer.Read(200'024), PacketBytes("head" + content.substr(100, 200'000), 3));
@@ -341,7 +304,7 @@ TEST(SocketClient, FileRangesGoOutAsOnePacket) {
 }
 
 TEST(SocketClient, ForkedChildLeavesTheConnectionToTheParent) {
-  Connection<> c;
+  Connection c;
   ASSERT_TRUE(c.Open());
   EXPECT_TRUE(HoldsInChild([&c] {
     const bool idle = c.client.IsConnect() == 0 && c.client.SendData(1, "x", 1) == 0;
@@ -359,7 +322,7 @@ TEST(SocketClient, ForkedChildLeavesTheConnectionToTheParent) {
 }
 
 TEST(SocketClient, ManyConnectionsLeaveNoDescriptorBehind) {
-  Connection<> c;
+  Connection c;
   const int next = NextDescriptor();
   for (int i = 0; i < 300; ++i) {
     ASSERT_TRUE(c.Open(i % 2 == 1));

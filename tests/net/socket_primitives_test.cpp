@@ -296,15 +296,6 @@ TEST_F(Connecting, EndsWithItsTimeOrByTheFlag) {
   EXPECT_EQ(To("127.0.0.1", deaf.Port(), &cancel), 0);
   EXPECT_EQ(plan.Calls(Operation::kPoll), 1);
   EXPECT_EQ(log.Count(3, "AsyncConnect: cancel connect\r\n"), 1);
-
-  cancel = 0;
-  std::thread canceller([&] {
-    while (plan.Calls(Operation::kPoll) < 2) std::this_thread::yield();
-    std::atomic_ref<int>(cancel).store(1);
-  });
-  EXPECT_EQ(To("127.0.0.1", deaf.Port(), &cancel, 3'600'000), 0);
-  canceller.join();
-  EXPECT_EQ(log.Count(3, "AsyncConnect: cancel connect\r\n"), 2);
 }
 
 TEST(LengthData, IsWrittenAndRead) {
