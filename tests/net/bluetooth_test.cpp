@@ -49,13 +49,13 @@ struct StandIn {
   RfcommCalls calls = {&Make, &Bind, &Connect};
 };
 
-int AskStub(const char* question) {
+bool IsStubContent() {
   void* library = dlopen("libbluetooth.so.3", RTLD_NOW | RTLD_NOLOAD);
-  if (library == nullptr) return -1;
-  const auto ask = reinterpret_cast<int (*)()>(dlsym(library, question));
-  const int answer = ask != nullptr ? ask() : -1;
+  if (library == nullptr) return false;
+  const auto ask = reinterpret_cast<int (*)()>(dlsym(library, "stub_is_content"));
+  const bool content = ask != nullptr && ask() == 1;
   dlclose(library);
-  return answer;
+  return content;
 }
 
 TEST(Bluetooth, ClientFindsDeviceAndServiceThroughTheLibrary) {
@@ -141,8 +141,7 @@ TEST(Bluetooth, DISABLED_ConnectsByName) {
   plan.Fail(Operation::kConnect, 1, EHOSTDOWN);
   EXPECT_EQ(client.Create("Plain Box", 0, 0, 1, nullptr, 0, "bth"), 0);
   EXPECT_EQ(log.Count(4, "AsyncConnect Plain Box failed, errno=112\r\n"), 1);
-  EXPECT_EQ(AskStub("stub_outstanding"), 0);
-  EXPECT_EQ(AskStub("stub_faults"), 0);
+  EXPECT_TRUE(IsStubContent());
 }
 
 TEST(Bluetooth, DISABLED_FindsNothing) {

@@ -24,7 +24,9 @@ using namespace qvx::test;
 
 constexpr std::size_t kHelloSize = 36;
 
-struct Client : CTCPSocketClient {
+class Client : public CTCPSocketClient {
+ public:
+  ~Client() override { Close(); }
   using CTCPSocketClient::SendDataFile;
   using CTCPSocketClient::SendDataParts;
 };

@@ -49,11 +49,20 @@ class Ear : public IUDPSocketListener, public Notes {
   Texts heard_;
 };
 
-std::uint64_t SocketAt(const Ipv4Endpoint& local) {
-  const std::uint64_t socket = platform::MakeUdpSocket();
-  EXPECT_TRUE(platform::SetBroadcast(socket) && platform::BindIpv4(socket, local));
-  return socket;
-}
+struct Socket {
+  explicit Socket(const Ipv4Endpoint& local) {
+    EXPECT_TRUE(platform::SetBroadcast(value) && platform::BindIpv4(value, local));
+    EXPECT_TRUE(platform::GetLocalIpv4(value, &at));
+  }
+  ~Socket() { platform::CloseSocket(value); }
+
+  bool Send(const Ipv4Endpoint& to, const std::string& text) const {
+    return platform::SendDatagram(value, text.data(), text.size(), {to, 0, 0}).error == 0;
+  }
+
+  const std::uint64_t value = platform::MakeUdpSocket();
+  Ipv4Endpoint at;
+};
 
 // A datagram from source to target, if there is a way.
 bool SendFrom(const char* source, const char* target, unsigned short port,
@@ -61,44 +70,32 @@ bool SendFrom(const char* source, const char* target, unsigned short port,
   Ipv4Endpoint from{0, 0}, to{0, port};
   EXPECT_TRUE(platform::ParseIpv4(source, &from.address) &&
               platform::ParseIpv4(target, &to.address));
-  const std::uint64_t socket = SocketAt(from);
-  const int error = platform::SendDatagram(socket, text.data(), text.size(), {to, 0, 0}).error;
-  platform::CloseSocket(socket);
-  return error == 0;
+  return Socket(from).Send(to, text);
 }
 
 unsigned short FreePort() {
-  const std::uint64_t socket = SocketAt({0, 0});
-  Ipv4Endpoint local{};
-  EXPECT_TRUE(platform::GetLocalIpv4(socket, &local));
-  platform::CloseSocket(socket);
-  return local.port;
+  return Socket({0, 0}).at.port;
 }
 
 TEST(Datagrams, ComeWithTheirSenderAndWithoutEmptyOnes) {
   const Ipv4Endpoint loopback{INADDR_LOOPBACK, 0};
-  const std::uint64_t receiver = SocketAt(loopback);
-  const std::uint64_t sender = SocketAt(loopback);
-  Ipv4Endpoint at, source;
-  ASSERT_TRUE(platform::GetLocalIpv4(receiver, &at) && platform::GetLocalIpv4(sender, &source));
-  platform::SendDatagram(sender, "", 0, {at, 0, 0});
-  platform::SendDatagram(sender, "datagram", 8, {at, 0, 0});
+  const Socket receiver(loopback);
+  const Socket sender(loopback);
+  EXPECT_TRUE(sender.Send(receiver.at, "") && sender.Send(receiver.at, "datagram"));
 
   sockaddr_in from{};
   unsigned char* data = nullptr;
   std::uint32_t size = 0;
   for (int i = 0; i < 3 && data == nullptr; ++i) {
-    ASSERT_GT(platform::PollSocket(receiver, platform::kPollRead, 20000), 0);
-    ASSERT_EQ(RecvUDPRaw(receiver, &from, sizeof(from), &data, &size), 1);
+    ASSERT_GT(platform::PollSocket(receiver.value, platform::kPollRead, 20000), 0);
+    ASSERT_EQ(RecvUDPRaw(receiver.value, &from, sizeof(from), &data, &size), 1);
   }
   const std::unique_ptr<unsigned char[]> owner(data);
   EXPECT_EQ(Text(data, size), "datagram");
   EXPECT_EQ(from.sin_addr.s_addr, htonl(INADDR_LOOPBACK));
-  EXPECT_EQ(ntohs(from.sin_port), source.port);
-  EXPECT_EQ(RecvUDPRaw(receiver, &from, sizeof(from), &data, &size), 1);
+  EXPECT_EQ(ntohs(from.sin_port), sender.at.port);
+  EXPECT_EQ(RecvUDPRaw(receiver.value, &from, sizeof(from), &data, &size), 1);
   EXPECT_EQ(data, nullptr);
-  platform::CloseSocket(receiver);
-  platform::CloseSocket(sender);
 }
 
 TEST(Datagrams, FailedBroadcastIsLoggedAndLeavesNothingBehind) {
