@@ -203,11 +203,6 @@ TEST_F(SocketServer, DeliversWhatWasSentBeforeAnOrderlyClose) {
   }
   ASSERT_TRUE(recorder.WaitForClosed(20));
   EXPECT_EQ(recorder.data, expected);
-
-  Peer reset(server.GetServerPort());
-  ASSERT_TRUE(recorder.WaitForAccepted(21));
-  reset.Reset();
-  EXPECT_TRUE(recorder.WaitForClosed(21));
 }
 
 TEST_F(SocketServer, ListenerEndsAConnectionAfterItsAnswer) {

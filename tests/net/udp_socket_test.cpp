@@ -73,10 +73,6 @@ bool SendFrom(const char* source, const char* target, unsigned short port,
   return Socket(from).Send(to, text);
 }
 
-unsigned short FreePort() {
-  return Socket({0, 0}).at.port;
-}
-
 TEST(Datagrams, ComeWithTheirSenderAndWithoutEmptyOnes) {
   const Ipv4Endpoint loopback{INADDR_LOOPBACK, 0};
   const Socket receiver(loopback);
@@ -123,7 +119,7 @@ TEST(Datagrams, FailedBroadcastIsLoggedAndLeavesNothingBehind) {
 }
 
 TEST(UdpSocket, HearsItsAddressAndDropsItsOwn) {
-  const unsigned short port = FreePort();
+  const unsigned short port = Socket({0, 0}).at.port;
   Ear ear;
   CUDPSocket socket;
   ASSERT_EQ(socket.Create("127.0.0.1", port, &ear, 9, "ear"), 1);
@@ -151,7 +147,7 @@ TEST(UdpSocket, TellsFailuresAndLogs) {
   const DebugLines log;
   CUDPSocket socket;
   CUDPSocket second;
-  const unsigned short number = FreePort();
+  const unsigned short number = Socket({0, 0}).at.port;
   const std::string port = std::to_string(number);
   EXPECT_EQ(socket.Create("203.0.113.77", number, nullptr, 0, "x"), 0);
   EXPECT_EQ(socket.Create("nonsense", number, nullptr, 0, "x"), 0);
