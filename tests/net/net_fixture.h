@@ -41,7 +41,8 @@ class Notes {
 
  protected:
   ~Notes() = default;
-  void Note(const std::function<void()>& change) {
+  template <typename Change>
+  void Note(const Change& change) {
     const std::lock_guard<std::mutex> guard(mutex_);
     change();
     changed_.notify_all();

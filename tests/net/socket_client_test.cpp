@@ -287,6 +287,44 @@ TEST(SocketClient, ListenerThatClosesEndsTheConnectionWithoutWaitingForItself) {
   EXPECT_EQ(c.listener.All(), (Events{"create", "end", "disconnect"}));
 }
 
+TEST(SocketClient, DerivedClassChoosesThePlaceOfPayloads) {
+  class Placer : public CTCPSocketClient {
+   public:
+    Placer() { SetPlacedHead(4); }
+    ~Placer() override { Close(); }
+
+    std::string place = std::string(100'000, '?');
+    std::mutex mutex;
+    std::string done;
+
+   protected:
+    unsigned char* OnPlacePayload(const unsigned char* head, std::uint32_t length,
+                                  std::uint32_t offset, std::uint32_t* room) override {
+      if (head[0] != 'P') return nullptr;
+      mutex.lock();
+      EXPECT_EQ(*room, length - offset);
+      return reinterpret_cast<unsigned char*>(place.data()) + offset - 4;
+    }
+    void OnPayloadPlaced(std::uint32_t, std::uint32_t) override { mutex.unlock(); }
+    int OnPlacedPacket(const unsigned char* head, std::uint32_t length) override {
+      done = Text(head, 4) + std::to_string(length);
+      return 1;
+    }
+  };
+  const RawListener server;
+  ClientRecorder listener;
+  Placer client;
+  ASSERT_EQ(client.Create("127.0.0.1", server.Port(), 0, 1, &listener, 42, "place"), 1);
+  const RawPeer peer = server.Accept();
+  const std::string body = Pattern(100'000);
+  peer.Send(PacketBytes("Phea" + body) + PacketBytes("ordinary"));
+  ASSERT_TRUE(listener.WaitForEvents(2));
+  client.Close();
+  EXPECT_EQ(listener.All()[1], "ordinary");
+  EXPECT_EQ(client.place, body);
+  EXPECT_EQ(client.done, "Phea100004");
+}
+
 TEST(SocketClient, FileRangesGoOutAsOnePacket) {
   TempFolder folder;
   const std::string content = Pattern(300'000);
