@@ -11,12 +11,10 @@ struct Address {
   std::uint8_t bytes[6];
 };
 
-#pragma pack(push, 1)
 struct Inquiry {
   Address address;
   std::uint8_t rest[8];
 };
-#pragma pack(pop)
 static_assert(sizeof(Inquiry) == 14);
 
 struct List {
