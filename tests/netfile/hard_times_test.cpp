@@ -1,107 +1,81 @@
-// Copies while the disk is full, the server dies, or the line is slow.
+// Copies while the disk is full, the server dies, the line is slow, or there is much to copy.
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <spawn.h>
-#include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdlib>
+#include <filesystem>
 #include <fstream>
-#include <thread>
 
-#include "netfile/copy_fixture.h"
 #include "netfile/netfile_fixture.h"
 #include "support/fork_child.h"
 #include "support/network_lab.h"
 #include "support/slow_relay.h"
-#include "support/temp_folder.h"
-
-extern char** environ;
+#include "support/small_disk.h"
 
 namespace qvx::test {
 namespace {
 
-// Runs body on a thread whose mounts are its own, with a file system of 1 MiB at a folder.
-// Threads that body starts see it as well. False where that can't be had.
-bool WithSmallDisk(const std::string& folder, const std::function<void()>& body) {
-  bool ready = false;
-  std::thread([&] {
-    ready = unshare(CLONE_NEWNS) == 0 &&
-            mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-            mount("small", folder.c_str(), "tmpfs", 0, "size=1m") == 0;
-    if (ready) body();
-  }).join();
-  return ready;
-}
-
 TEST(HardTimes, AFullDiskLeavesNothing) {
-  TempFolder source, target;
-  source.Write("fits", Pattern(100000));
-  source.Write("big", Pattern(3000000));
-  bool ready = WithSmallDisk(target.Path(), [&] {
+  QVX_STARTS_THREADS_AFTER_FORK();
+  TempFolder source;
+  auto big = Library(source.Write("big", Pattern(3000000)));
+  auto fits = Library(source.Write("fits", Pattern(100000)));
+  const std::string told = OnSmallDisk(1024, [&](const std::string& disk) -> std::string {
     LoopbackServer server;
-    LoopbackClient client(server.Port());
-    auto big = Library(source.Path("big")), fits = Library(source.Path("fits"));
-    auto at = [&](const char* name) { return Library(target.Path(name)); };
-    EXPECT_EQ(SocketFileCopyFromServerEx(&client, big.c_str(), at("big").c_str(), 0, 0, nullptr, 0),
+    LoopbackClient client(server.GetServerPort());
+    auto target = Library(disk + "/target");
+    EXPECT_EQ(SocketFileCopyFromServerEx(&client, big.c_str(), target.c_str(), 0, 0, nullptr, 0),
               SOCKET_FILE_COPY_LOCAL_IO);
-    EXPECT_EQ(SocketFileCopyToServerEx(&client, big.c_str(), at("big").c_str(), 0, 0, nullptr, 0),
+    EXPECT_EQ(SocketFileCopyToServerEx(&client, big.c_str(), target.c_str(), 0, 0, nullptr, 0),
               SOCKET_FILE_COPY_REMOTE_IO);
-    EXPECT_TRUE(NamesIn(target.Path()).empty());
-    EXPECT_EQ(SocketFileCopyToServer(&client, fits.c_str(), at("fits").c_str(), 0, nullptr, 0), 1);
-    EXPECT_EQ(NamesIn(target.Path()), std::vector<std::string>{"fits"});
+    EXPECT_TRUE(NamesIn(disk).empty());
+    EXPECT_EQ(SocketFileCopyToServer(&client, fits.c_str(), target.c_str(), 0, nullptr, 0), 1);
+    EXPECT_EQ(NamesIn(disk), Names{"target"});
+    return testing::Test::HasFailure() ? "failed in the child" : "";
   });
-  if (!ready) GTEST_SKIP() << "no mounts of our own here";
+  if (told == kNoSmallDisk) GTEST_SKIP() << told;
+  EXPECT_EQ(told, "");
 }
 
-// What ServerProcess runs: a server that tells its port and waits to be killed.
-TEST(HardTimes, DISABLED_ServeInAChild) {
-  const char* port_file = getenv("QVX_TEST_PORT_FILE");
-  ASSERT_NE(port_file, nullptr);
-  LoopbackServer server;
-  std::ofstream(port_file) << server.Port() << std::endl;
-  for (;;) pause();
-}
-
+// A server in a process of its own, to be killed.
 class ServerProcess {
  public:
   ServerProcess() {
-    std::string port_file = "QVX_TEST_PORT_FILE=" + folder_.Path("port");
-    mkfifo(folder_.Path("port").c_str(), 0600);
-    const char* arguments[] = {"server", "--gtest_also_run_disabled_tests",
-                               "--gtest_filter=HardTimes.DISABLED_ServeInAChild", nullptr};
-    std::vector<char*> environment;
-    for (char** it = environ; *it; ++it) environment.push_back(*it);
-    environment.push_back(port_file.data());
-    environment.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    EXPECT_EQ(posix_spawn(&pid_, "/proc/self/exe", &actions, nullptr, const_cast<char**>(arguments),
-                          environment.data()),
-              0);
-    posix_spawn_file_actions_destroy(&actions);
-    std::ifstream(folder_.Path("port")) >> port_;
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    child_ = Fork();
+    if (child_ == 0) Serve(ends[1]);
+    close(ends[1]);
+    EXPECT_EQ(read(ends[0], &port_, sizeof(port_)), ssize_t{sizeof(port_)});
+    close(ends[0]);
   }
   ~ServerProcess() { Kill(); }
 
   unsigned short Port() const { return port_; }
   void Kill() {
-    if (pid_ <= 0) return;
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
-    pid_ = -1;
+    if (child_ <= 0) return;
+    kill(child_, SIGKILL);
+    waitpid(child_, nullptr, 0);
+    child_ = -1;
   }
 
  private:
-  TempFolder folder_;
-  pid_t pid_ = -1;
+  [[noreturn]] static void Serve(int out) {
+    alarm(60);
+    LoopbackServer server;
+    const unsigned short port = server.GetServerPort();
+    if (write(out, &port, sizeof(port)) != sizeof(port)) _exit(1);
+    for (;;) pause();
+  }
+
+  pid_t child_ = -1;
   unsigned short port_ = 0;
 };
 
 TEST(HardTimes, AKilledServerLeavesNoHalfFile) {
+  QVX_STARTS_THREADS_AFTER_FORK();
   TempFolder source, target;
   source.Write("file", Pattern(20000000));
   for (bool down : {true, false}) {
@@ -114,7 +88,7 @@ TEST(HardTimes, AKilledServerLeavesNoHalfFile) {
     };
     auto copy = down ? SocketFileCopyFromServer : SocketFileCopyToServer;
     EXPECT_EQ(copy(&client, Library(source.Path("file")).c_str(),
-                   Library(target.Path("file")).c_str(), 0, &progress, 0xABCDEF0123456789),
+                   Library(target.Path("file")).c_str(), 0, &progress, kUserData),
               0);
     EXPECT_EQ(access(target.Path("file").c_str(), F_OK), -1);
     EXPECT_EQ(NamesIn(target.Path()).size(), down ? 0u : 1u);
@@ -125,7 +99,7 @@ TEST(HardTimes, AKilledServerLeavesNoHalfFile) {
 TEST(HardTimes, AForkedChildLeavesTheConnectionAlone) {
   TempFolder folder;
   LoopbackServer server;
-  LoopbackClient client(server.Port());
+  LoopbackClient client(server.GetServerPort());
   ASSERT_EQ(client.OpenFile(Library(folder.Write("file", "content")).c_str(), u"rb"), 1);
   char buffer[8] = {};
   EXPECT_TRUE(HoldsInChild([&] {
@@ -138,33 +112,19 @@ TEST(HardTimes, AForkedChildLeavesTheConnectionAlone) {
   EXPECT_STREQ(buffer, "content");
 }
 
-void FillWithFiles(const TempFolder& folder, int count) {
-  for (int i = 0; i < count; ++i) folder.Write("file" + std::to_string(i), Pattern(3000));
-}
-
-// Both ways for one file and for a folder of small ones, all compared.
-void CopyBothWays(CSocketFileClient& client, std::size_t size, int count) {
-  TempFolder source, target;
-  std::string content = Pattern(size);
-  auto big = Library(source.Write("big", content));
-  auto down = target.Path("down"), up = target.Path("up");
-  EXPECT_EQ(SocketFileCopyFromServer(&client, big.c_str(), Library(down).c_str(), 0, nullptr, 0),
+// A folder with one big file and many small ones goes there and back.
+void CopyBothWays(CSocketFileClient& client, std::size_t size, unsigned int count) {
+  TempFolder source, down, up;
+  source.Write("big", Pattern(size));
+  for (unsigned int i = 0; i < count; ++i)
+    source.Write("file" + std::to_string(i), Pattern(3000, i * 1000));
+  EXPECT_EQ(SocketFolderCopyFromServerEx(&client, Library(source.Path()).c_str(),
+                                         Library(down.Path()).c_str(), 0, 0, nullptr, nullptr, 0),
             1);
-  EXPECT_TRUE(ReadWhole(down) == content);
-  EXPECT_EQ(SocketFileCopyToServer(&client, big.c_str(), Library(up).c_str(), 0, nullptr, 0), 1);
-  EXPECT_TRUE(ReadWhole(up) == content);
-  TempFolder files, files_down, files_up;
-  FillWithFiles(files, count);
-  EXPECT_EQ(
-      SocketFolderCopyFromServerEx(&client, Library(files.Path()).c_str(),
-                                   Library(files_down.Path()).c_str(), 0, 0, nullptr, nullptr, 0),
-      1);
-  EXPECT_EQ(SocketFolderCopyToServerEx(&client, Library(files_down.Path()).c_str(),
-                                       Library(files_up.Path()).c_str(), 0, 0, nullptr, nullptr, 0),
+  EXPECT_EQ(SocketFolderCopyToServerEx(&client, Library(down.Path()).c_str(),
+                                       Library(up.Path()).c_str(), 0, 0, nullptr, nullptr, 0),
             1);
-  EXPECT_EQ(NamesIn(files_up.Path()), NamesIn(files.Path()));
-  for (const auto& name : NamesIn(files.Path()))
-    EXPECT_TRUE(ReadWhole(files_up.Path(name)) == Pattern(3000)) << name;
+  EXPECT_TRUE(SameTrees(source.Path(), up.Path()));
 }
 
 TEST(HardTimes, ALongLineInPieces) {
@@ -172,21 +132,16 @@ TEST(HardTimes, ALongLineInPieces) {
   RelayOptions options;
   options.delay = std::chrono::milliseconds(20);
   options.piece = 1000;
-  SlowRelay relay(server.Port(), options);
+  SlowRelay relay(server.GetServerPort(), options);
   LoopbackClient client(relay.Port());
   CopyBothWays(client, 1 << 20, 50);
 }
-
-class LabServer : public CSocketFileServer {
- public:
-  ~LabServer() override { Close(); }
-};
 
 TEST(LargeRealLink, FilesCrossASlowShallowLink) {
   NetworkLab lab;
   QVX_NEEDS_LAB(lab);
   ASSERT_TRUE(lab.SlowDown());
-  LabServer server;
+  CSocketFileServer server;
   CSocketFileClient client;
   lab.In(0, [&] { ASSERT_EQ(server.Create(0, "lab"), 1); });
   lab.In(1, [&] {
@@ -201,6 +156,38 @@ TEST(LargeRealLink, FilesCrossASlowShallowLink) {
   EXPECT_EQ(client.ReadFile(0, read.data(), SOCKET_FILE_MAX_READ, 0), SOCKET_FILE_MAX_READ);
   EXPECT_TRUE(read == content);
   client.Close();
+}
+
+using LargeCopies = Copies;
+
+INSTANTIATE_TEST_SUITE_P(Large, LargeCopies, testing::Values(true, false), WayName);
+
+TEST_P(LargeCopies, OneGibibyte) {
+  std::ofstream out(source_.Path("big"), std::ios::binary);
+  for (unsigned int i = 0; i < 1024; ++i) out << Pattern(1 << 20, i * 1000);
+  ASSERT_TRUE(out.flush().good());
+  out.close();
+  Progress progress;
+  ASSERT_EQ(CopyFile("big", &progress), 1);
+  EXPECT_EQ(progress.copied.size(), 2048u);
+  ExpectWhole();
+}
+
+TEST_P(LargeCopies, TenThousandFiles) {
+  const std::string names[] = {"plain", "\xE4\xB8\xAD\xE6\x96\x87 \xE5\x90\x8D\xE5\xAD\x97",
+                               "back\\slash", "two  words ", "no text \xFF\xC3"};
+  for (int folder = 0; folder < 20; ++folder) {
+    std::string path = std::to_string(folder) + names[folder % 5];
+    mkdir(source_.Path(path).c_str(), 0777);
+    for (int file = 0; file < 500; ++file)
+      source_.Write(path + "/" + names[file % 5] + std::to_string(file),
+                    path + std::string(static_cast<std::size_t>(file * 17 % 9000), 'x'));
+    symlink((names[0] + "0").c_str(), source_.Path(path + "/link").c_str());
+  }
+  CopyReport report;
+  EXPECT_EQ(CopyFolderEx(source_.Path(), target_.Path(), &report), 1);
+  EXPECT_EQ(report.done, 10020);
+  ExpectWhole();
 }
 
 }  // namespace

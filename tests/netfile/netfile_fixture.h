@@ -1,29 +1,40 @@
-// What the tests of the file service share: a server on a free port of 127.0.0.1, a peer that
-// speaks the wire by hand, and a server that answers by script.
+// What the tests of the file service share: a server on a free port of 127.0.0.1, the wire by
+// hand, a server that answers by script, and copies between two folders.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
-#include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "qvx/socket_file_client.h"
+#include "qvx/socket_file_copy.h"
 #include "qvx/socket_file_protocol.h"
 #include "qvx/socket_file_server.h"
 #include "support/packet_bytes.h"
 #include "support/raw_peer.h"
+#include "support/temp_folder.h"
 
 namespace qvx::test {
 
 using Bytes = std::string;
+using Names = std::vector<std::string>;
 
-// The library's form of a native path.
+// The library's form of a native path, and back.
 std::u16string Library(const std::string& native);
+std::string Native(const WCHAR* path);
+// The names in a folder, sorted.
+Names NamesIn(const std::string& folder);
+// Whether diff sees the same names and contents in two folders; it follows links.
+bool SameTrees(const std::string& one, const std::string& two);
 // How many descriptors of this process lead below a folder.
 int DescriptorsBelow(const std::string& folder);
 // Waits until there are so many; false if that does not come.
@@ -39,61 +50,36 @@ T ValueAt(const Bytes& bytes, std::size_t offset) {
 // A text field of so many units, filled up with zeros.
 Bytes Field(const std::u16string& text, std::size_t units = SOCKET_FILE_PATH_UNITS);
 Bytes Record(std::uint32_t serial, std::uint32_t command, std::uint64_t cookie, const Bytes& body);
+std::uint32_t CommandOf(const Bytes& record);
+
+// The payload of the next packet, which has this routing code; nothing if the connection ended.
+std::optional<Bytes> Receive(const RawPeer& peer, std::optional<std::uint64_t> code = {});
+
+// Both are false if the client is gone. The usual answers: handle 9 for an open, 3 bytes "abc"
+// for a read, and so on; 1 where there is only a result.
+bool AnswerWith(const RawPeer& peer, const Bytes& request, const Bytes& body);
+bool AnswerAsUsual(const RawPeer& peer, const Bytes& request);
 
 class LoopbackServer : public CSocketFileServer {
  public:
-  LoopbackServer();
+  LoopbackServer() { EXPECT_EQ(Create(0, "file"), 1); }
   ~LoopbackServer() override { Close(); }
-  unsigned short Port() { return GetServerPort(); }
-
-  void OnServerCloseClient(std::uint64_t user_data, tagCLIENTSOCKETINFO* client) override;
-  int OnServerReceiveData(std::uint64_t user_data, tagCLIENTSOCKETINFO* client,
-                          const unsigned char* data, int size) override;
-  // Waits until so many clients were closed, files and all.
-  void WaitClosed(int count);
-  // Called before each request is answered, on the dispatch thread.
-  std::function<void(std::uint32_t command)> on_request;
 
  protected:
-  std::uint64_t SocketCreate(unsigned short port) override;
-
- private:
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  int closed_ = 0;
+  std::uint64_t SocketCreate(unsigned short port) override { return ListenOn("127.0.0.1", port); }
 };
 
 class LoopbackClient : public CSocketFileClient {
  public:
-  explicit LoopbackClient(unsigned short port);
+  explicit LoopbackClient(unsigned short port) { EXPECT_EQ(Create("127.0.0.1", port, "file"), 1); }
   ~LoopbackClient() override { Close(); }
-};
-
-// A plain connection that speaks in packets.
-class WirePeer {
- public:
-  explicit WirePeer(unsigned short port) : peer_(RawPeer::To(port)) {}
-  explicit WirePeer(RawPeer peer) : peer_(std::move(peer)) {}
-
-  void SendPacket(std::uint64_t code, const Bytes& payload);
-  void SendBytes(const Bytes& bytes) { peer_.Send(bytes); }
-  // The payload of the next packet; nothing if the connection ended.
-  std::optional<Bytes> ReceivePacket(std::uint64_t* code = nullptr);
-  // One request and its answer.
-  Bytes Ask(const Bytes& record);
-  bool AtEnd() { return peer_.SeesEnd(); }
-  // Ends the connection at once, without the usual goodbye.
-  void Reset() { peer_.Reset(); }
-
- private:
-  RawPeer peer_;
 };
 
 // Takes connections one after the other, reads the hello, and hands each request to a script.
 class ScriptedServer {
  public:
   // The script answers through the peer; false ends the connection.
-  using Script = std::function<bool(WirePeer& peer, const Bytes& request)>;
+  using Script = std::function<bool(const RawPeer& peer, const Bytes& request)>;
   explicit ScriptedServer(Script script);
   ~ScriptedServer();
   ScriptedServer(const ScriptedServer&) = delete;
@@ -108,7 +94,93 @@ class ScriptedServer {
   std::thread thread_;
 };
 
-// The answer to a request with this body.
-Bytes Answer(const Bytes& request, const Bytes& body);
+// What the listeners below expect with each call.
+inline constexpr std::uint64_t kUserData = 0xABCDEF0123456789;
+
+struct Progress : INetFolderCopyProgressListener {
+  std::vector<std::uint64_t> copied;
+  Names events;  // folders made and files begun, with both paths
+  std::function<int(std::uint64_t* limit)> on_block;
+
+  std::int32_t OnNetFileCopyProgress(std::uint64_t user_data, std::uint64_t bytes,
+                                     std::uint64_t total, double speed,
+                                     std::uint64_t* limit) override {
+    EXPECT_EQ(user_data, kUserData);
+    EXPECT_LE(bytes, total);
+    EXPECT_GE(speed, 0.0);
+    EXPECT_EQ(*limit, 0u);
+    copied.push_back(bytes);
+    return on_block ? on_block(limit) : 1;
+  }
+  void OnNetFolderCreate(std::uint64_t, const WCHAR* folder) override {
+    events.push_back("folder " + Native(folder));
+  }
+  void OnNetFileCopyBegin(std::uint64_t, const WCHAR* remote, const WCHAR* local) override {
+    events.push_back("file " + Native(remote) + " " + Native(local));
+  }
+};
+
+struct CopyReport : ISocketFileCopyReport {
+  int done = 0;
+  std::multiset<std::pair<int, std::string>> failed;  // the result and the last name
+
+  void OnSocketFileCopyEnd(std::uint64_t user_data, const WCHAR* remote, const WCHAR* local,
+                           std::int32_t result, std::uint64_t) override {
+    EXPECT_EQ(user_data, kUserData);
+    std::string name = std::filesystem::path(Native(local)).filename();
+    if (result != SOCKET_FILE_COPY_DONE) {
+      failed.emplace(result, name);
+      return;
+    }
+    EXPECT_EQ(std::filesystem::path(Native(remote)).filename(), name);
+    ++done;
+  }
+};
+
+// A server, a client and a folder for each. Both directions go by the same names: Copy copies
+// from the source folder to the target folder, whichever is the server's.
+class Copies : public testing::TestWithParam<bool> {
+ protected:
+  bool Down() const { return GetParam(); }
+  std::u16string Source(const std::string& name) { return Library(source_.Path(name)); }
+  std::u16string Target(const std::string& name) { return Library(target_.Path(name)); }
+  int CopyFile(const std::string& name, INetFileCopyProgressListener* listener = nullptr) {
+    auto copy = Down() ? SocketFileCopyFromServer : SocketFileCopyToServer;
+    return copy(&client_, Source(name).c_str(), Target(name).c_str(), 0, listener, kUserData);
+  }
+  int CopyFileEx(const std::string& name, std::uint32_t flags = 0,
+                 INetFileCopyProgressListener* listener = nullptr, std::uint64_t timeout = 0) {
+    auto copy = Down() ? SocketFileCopyFromServerEx : SocketFileCopyToServerEx;
+    return copy(&client_, Source(name).c_str(), Target(name).c_str(), timeout, flags, listener,
+                kUserData);
+  }
+  int CopyFolderEx(const std::string& source, const std::string& target, CopyReport* report,
+                   INetFolderCopyProgressListener* listener = nullptr) {
+    auto copy = Down() ? SocketFolderCopyFromServerEx : SocketFolderCopyToServerEx;
+    return copy(&client_, Library(source).c_str(), Library(target).c_str(), 0, 0, listener, report,
+                kUserData);
+  }
+  // The target folder holds these names and no file is open anywhere.
+  void ExpectTarget(const Names& names) {
+    EXPECT_EQ(NamesIn(target_.Path()), names);
+    EXPECT_TRUE(WaitForDescriptorsBelow(source_.Path(), 0));
+    EXPECT_TRUE(WaitForDescriptorsBelow(target_.Path(), 0));
+  }
+  // The target folder is as the source folder and no file is open anywhere.
+  void ExpectWhole() {
+    ExpectTarget(NamesIn(source_.Path()));
+    EXPECT_TRUE(SameTrees(source_.Path(), target_.Path()));
+  }
+
+  TempFolder source_;
+  TempFolder target_;
+  LoopbackServer server_;
+  LoopbackClient client_{server_.GetServerPort()};
+};
+
+// For INSTANTIATE_TEST_SUITE_P.
+inline std::string WayName(const testing::TestParamInfo<bool>& way) {
+  return way.param ? "Down" : "Up";
+}
 
 }  // namespace qvx::test
