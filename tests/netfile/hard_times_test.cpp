@@ -90,7 +90,7 @@ TEST(HardTimes, AKilledServerLeavesNoHalfFile) {
     EXPECT_EQ(copy(&client, Library(source.Path("file")).c_str(),
                    Library(target.Path("file")).c_str(), 0, &progress, kUserData),
               0);
-    EXPECT_EQ(access(target.Path("file").c_str(), F_OK), -1);
+    EXPECT_FALSE(std::filesystem::exists(target.Path("file")));
     EXPECT_EQ(NamesIn(target.Path()).size(), down ? 0u : 1u);
     EXPECT_EQ(client.GetFileSize(), 0u);
   }

@@ -57,8 +57,7 @@ Bytes Field(const std::u16string& text, std::size_t units) {
 }
 
 Bytes Record(std::uint32_t serial, std::uint32_t command, std::uint64_t cookie, const Bytes& body) {
-  return LittleEndian(SOCKET_FILE_VERSION) + LittleEndian(serial) + LittleEndian(command) +
-         LittleEndian(cookie) + body;
+  return U32(SOCKET_FILE_VERSION) + U32(serial) + U32(command) + U64(cookie) + body;
 }
 
 std::uint32_t CommandOf(const Bytes& record) {
@@ -84,16 +83,15 @@ bool AnswerWith(const RawPeer& peer, const Bytes& request, const Bytes& body) {
 bool AnswerAsUsual(const RawPeer& peer, const Bytes& request) {
   const std::map<std::uint32_t, Bytes> bodies = {
       {1, Field(u"C:\\data")},
-      {3, LittleEndian(std::uint64_t{9})},
-      {11, LittleEndian(std::uint64_t{0x123456789})},
-      {13, LittleEndian(std::uint32_t{3}) + "abc"},
-      {15, LittleEndian(std::uint32_t{5})},
+      {3, U64(9)},
+      {11, U64(0x123456789)},
+      {13, U32(3) + "abc"},
+      {15, U32(5)},
       {17, "0123456789abcdef"},
-      {19, LittleEndian(std::uint32_t{6}) + LittleEndian(std::uint32_t{2}) + Field(u"a;bc", 4)},
+      {19, U32(6) + U32(2) + Field(u"a;bc", 4)},
   };
   auto found = bodies.find(CommandOf(request));
-  return AnswerWith(peer, request,
-                    found == bodies.end() ? LittleEndian(std::uint32_t{1}) : found->second);
+  return AnswerWith(peer, request, found == bodies.end() ? U32(1) : found->second);
 }
 
 ScriptedServer::ScriptedServer(Script script) : script_(std::move(script)) {

@@ -47,6 +47,12 @@ T ValueAt(const Bytes& bytes, std::size_t offset) {
     bytes.copy(reinterpret_cast<char*>(&value), sizeof(value), offset);
   return value;
 }
+inline Bytes U32(std::uint32_t value) {
+  return LittleEndian(value);
+}
+inline Bytes U64(std::uint64_t value) {
+  return LittleEndian(value);
+}
 // A text field of so many units, filled up with zeros.
 Bytes Field(const std::u16string& text, std::size_t units = SOCKET_FILE_PATH_UNITS);
 Bytes Record(std::uint32_t serial, std::uint32_t command, std::uint64_t cookie, const Bytes& body);
@@ -120,9 +126,12 @@ struct Progress : INetFolderCopyProgressListener {
   }
 };
 
+// Results and the last names of the paths.
+using Failures = std::multiset<std::pair<int, std::string>>;
+
 struct CopyReport : ISocketFileCopyReport {
   int done = 0;
-  std::multiset<std::pair<int, std::string>> failed;  // the result and the last name
+  Failures failed;
 
   void OnSocketFileCopyEnd(std::uint64_t user_data, const WCHAR* remote, const WCHAR* local,
                            std::int32_t result, std::uint64_t) override {

@@ -45,13 +45,13 @@ TEST(FileClient, SendsEachRequestAsTheWireSays) {
   EXPECT_EQ(std::string(digest, digest + 16), "0123456789abcdef");
   EXPECT_EQ(std::u16string(folders.GetString()), u"a;b");
   EXPECT_EQ(std::u16string(files.GetString()), u"c");
-  Bytes handle = LittleEndian(std::uint64_t{9});
+  Bytes handle = U64(9);
   const std::pair<std::uint32_t, Bytes> expected[] = {
       {1, LittleEndian(std::int32_t{-2})},
       {3, Field(std::u16string(259, u'p')) + Field(u"012345678901234", 16)},
       {11, handle},
-      {13, handle + LittleEndian(std::uint64_t{0x1234567890}) + LittleEndian(std::uint32_t{4})},
-      {15, handle + LittleEndian(std::uint64_t{7}) + LittleEndian(std::uint32_t{5}) + "hello"},
+      {13, handle + U64(0x1234567890) + U32(4)},
+      {15, handle + U64(7) + U32(5) + "hello"},
       {5, handle},
       {7, Field(u"d")},
       {9, Field(u"old") + Field(u"")},
@@ -105,7 +105,7 @@ TEST(FileClient, ALateAnswerReachesNobody) {
       held.push_back(request);
       return true;
     }
-    for (const auto& late : held) AnswerWith(peer, late, LittleEndian(std::uint32_t{4}) + "late");
+    for (const auto& late : held) AnswerWith(peer, late, U32(4) + "late");
     return AnswerAsUsual(peer, request);
   });
   DebugLines log;
@@ -137,13 +137,13 @@ TEST(FileClient, ImpossibleAnswersTouchNoMemory) {
     EXPECT_EQ(client.ReadFile(0, buffer, 8, kForever), 0u);
     EXPECT_STREQ(buffer, "...........");
   };
-  read(14, LittleEndian(std::uint32_t{9}) + "123456789");
-  read(14, LittleEndian(std::uint32_t{8}) + "1234");
-  read(14, LittleEndian(std::uint32_t{0xFFFFFFFF}) + Bytes(100, 'x'));
-  read(14, LittleEndian(std::uint32_t{0}) + Bytes(100, 'x'));
+  read(14, U32(9) + "123456789");
+  read(14, U32(8) + "1234");
+  read(14, U32(0xFFFFFFFF) + Bytes(100, 'x'));
+  read(14, U32(0) + Bytes(100, 'x'));
   read(14, "");
-  read(12, LittleEndian(std::uint64_t{5}));
-  for (std::uint32_t code : {13u, 99u}) read(code, LittleEndian(std::uint32_t{4}) + "1234");
+  read(12, U64(5));
+  for (std::uint32_t code : {13u, 99u}) read(code, U32(4) + "1234");
   command = 20;
   CBaseStringW folders(u"kept"), files(u"kept");
   for (auto sizes : {std::array<std::uint32_t, 2>{100, 0}, {0, 100}, {0xFFFFFFFF, 5}, {0, 0}}) {
@@ -154,7 +154,7 @@ TEST(FileClient, ImpossibleAnswersTouchNoMemory) {
   }
   DebugLines log;
   break_version = true;
-  read(14, LittleEndian(std::uint32_t{8}) + "12345678");
+  read(14, U32(8) + "12345678");
   EXPECT_EQ(log.Count(2, "CSocketFileClient::OnClientReceiveData: Net File Version NOT MATCH\r\n"),
             1);
   EXPECT_EQ(client.OpenFile(u"f", u"rb"), 0);
@@ -165,8 +165,7 @@ TEST(FileClient, AConnectionThatEndsAtAnyByteWakesItsCaller) {
   std::atomic<std::size_t> sent{0};
   ScriptedServer server([&](const RawPeer& peer, const Bytes& request) {
     if (CommandOf(request) == 3) return AnswerAsUsual(peer, request);
-    Bytes record = Record(ValueAt<std::uint32_t>(request, 4), 14, 0,
-                          LittleEndian(std::uint32_t{20}) + Bytes(20, 'x'));
+    Bytes record = Record(ValueAt<std::uint32_t>(request, 4), 14, 0, U32(20) + Bytes(20, 'x'));
     peer.Send(PacketBytes(record).substr(0, sent));
     return false;
   });

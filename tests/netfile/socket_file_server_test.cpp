@@ -36,41 +36,40 @@ class FileServer : public testing::Test {
     return ValueAt<std::uint64_t>(answer, 0);
   }
   Bytes Read(std::uint64_t handle, std::uint64_t offset, std::uint32_t size) {
-    return Ask(13, LittleEndian(handle) + LittleEndian(offset) + LittleEndian(size));
+    return Ask(13, U64(handle) + U64(offset) + U32(size));
   }
   Bytes Write(std::uint64_t handle, std::uint64_t offset, const Bytes& data) {
-    auto size = static_cast<std::uint32_t>(data.size());
-    return Ask(15, LittleEndian(handle) + LittleEndian(offset) + LittleEndian(size) + data);
+    return Ask(15, U64(handle) + U64(offset) + U32(static_cast<std::uint32_t>(data.size())) + data);
   }
 };
 
-const Bytes kOne("\1\0\0\0", 4);
-const Bytes kNone("\0\0\0\0", 4);
+const Bytes kOne = U32(1);
+const Bytes kNone = U32(0);
 
 TEST_F(FileServer, AnswersEachFileRequest) {
   folder_.Write("hello", "Hello");
   std::uint64_t handle = Open("hello", u"rb");
   ASSERT_NE(handle, 0u);
-  EXPECT_EQ(Ask(11, LittleEndian(handle)), LittleEndian(std::uint64_t{5}));
-  EXPECT_EQ(Read(handle, 0, 100), Bytes("\5\0\0\0Hello", 9));
-  EXPECT_EQ(Read(handle, 1, 2), Bytes("\2\0\0\0el", 6));
+  EXPECT_EQ(Ask(11, U64(handle)), U64(5));
+  EXPECT_EQ(Read(handle, 0, 100), U32(5) + "Hello");
+  EXPECT_EQ(Read(handle, 1, 2), U32(2) + "el");
   EXPECT_EQ(Read(handle, 5, 10), kNone);
   EXPECT_EQ(Read(handle, ~std::uint64_t{0}, 10), kNone);
   EXPECT_EQ(Read(handle, 0, 0), kNone);
   EXPECT_EQ(Write(handle, 0, "x"), kNone);
-  EXPECT_EQ(Ask(5, LittleEndian(handle)), kOne);
-  EXPECT_EQ(Ask(11, LittleEndian(handle)), LittleEndian(std::uint64_t{0}));
+  EXPECT_EQ(Ask(5, U64(handle)), kOne);
+  EXPECT_EQ(Ask(11, U64(handle)), U64(0));
   EXPECT_EQ(Read(handle, 0, 5), kNone);
-  EXPECT_EQ(Ask(5, LittleEndian(handle)), kOne);
+  EXPECT_EQ(Ask(5, U64(handle)), kOne);
 
   std::uint64_t written = Open("new", u"wb");
   ASSERT_GT(written, handle);
-  EXPECT_EQ(Write(written, 2, "cd"), Bytes("\2\0\0\0", 4));
-  EXPECT_EQ(Write(written, 0, "ab"), Bytes("\2\0\0\0", 4));
+  EXPECT_EQ(Write(written, 2, "cd"), U32(2));
+  EXPECT_EQ(Write(written, 0, "ab"), U32(2));
   EXPECT_EQ(Write(written, 0, ""), kNone);
   EXPECT_EQ(Read(written, 0, 4), kNone);
-  EXPECT_EQ(Ask(11, LittleEndian(written)), LittleEndian(std::uint64_t{4}));
-  EXPECT_EQ(Ask(5, LittleEndian(written)), kOne);
+  EXPECT_EQ(Ask(11, U64(written)), U64(4));
+  EXPECT_EQ(Ask(5, U64(written)), kOne);
   EXPECT_EQ(ReadWhole(folder_.Path("new")), "abcd");
   EXPECT_EQ(DescriptorsBelow(folder_.Path()), 0);
 }
@@ -105,9 +104,8 @@ TEST_F(FileServer, AnswersEachRequestOnNames) {
   EXPECT_EQ(ReadWhole(folder_.Path("sub/moved")), "abc");
   folder_.Write("sub/.hidden", "");
   mkdir(folder_.Path("sub/in").c_str(), 0777);
-  EXPECT_EQ(Ask(19, Field(Path("sub"))),
-            Bytes("\4\0\0\0\12\0\0\0", 8) + Field(u"in", 2) + Field(u"moved", 5));
-  EXPECT_EQ(Ask(19, Field(Path("missing"))), Bytes(8, '\0'));
+  EXPECT_EQ(Ask(19, Field(Path("sub"))), U32(4) + U32(10) + Field(u"in", 2) + Field(u"moved", 5));
+  EXPECT_EQ(Ask(19, Field(Path("missing"))), U64(0));
   EXPECT_EQ(Ask(21, Field(Path("sub"))), kOne);
   EXPECT_EQ(ReadWhole(folder_.Path("sub/moved")), "abc");
   EXPECT_EQ(Ask(7, Field(Path("taken"))), kOne);
@@ -172,18 +170,16 @@ TEST_F(FileServer, ShortRecordsGetTheFailureAnswer) {
     EXPECT_EQ(Ask(it.command, {}), it.failure) << it.command;
   }
   std::uint64_t handle = Open("file", u"wb");
-  EXPECT_EQ(Ask(15, LittleEndian(handle) + LittleEndian(std::uint64_t{0}) +
-                        LittleEndian(std::uint32_t{5}) + "1234"),
-            kNone);
+  EXPECT_EQ(Ask(15, U64(handle) + U64(0) + U32(5) + "1234"), kNone);
   EXPECT_EQ(ReadWhole(folder_.Path("file")), "");
 }
 
 TEST_F(FileServer, UnknownCommandsAreIgnoredAndAWrongVersionEndsTheConnection) {
   for (std::uint32_t command : {0u, 2u, 4u, 24u, 25u, 0xFFFFFFFFu})
     peer_.Send(PacketBytes(Record(1, command, 0, Bytes(1100, 'A'))));
-  Bytes record = Record(1, 5, 0, LittleEndian(std::uint64_t{0}));
+  Bytes record = Record(1, 5, 0, U64(0));
   for (std::size_t size = 1; size < 20; ++size) peer_.Send(PacketBytes(record.substr(0, size)));
-  EXPECT_EQ(Ask(11, LittleEndian(std::uint64_t{0})), Bytes(8, '\0'));
+  EXPECT_EQ(Ask(11, U64(0)), U64(0));
   DebugLines log;
   record[0] = 4;
   peer_.Send(PacketBytes(record));
@@ -196,16 +192,16 @@ TEST_F(FileServer, HandlesBelongToTheirClient) {
   folder_.Write("secret", "secret");
   std::uint64_t handle = Open("secret", u"r+b");
   RawPeer other = RawPeer::To(server_.GetServerPort());
-  Bytes at_start = LittleEndian(handle) + LittleEndian(std::uint64_t{0});
-  EXPECT_EQ(AskAs(other, 11, LittleEndian(handle)), Bytes(8, '\0'));
-  EXPECT_EQ(AskAs(other, 13, at_start + LittleEndian(std::uint32_t{6})), kNone);
-  EXPECT_EQ(AskAs(other, 15, at_start + LittleEndian(std::uint32_t{1}) + "X"), kNone);
-  EXPECT_EQ(AskAs(other, 5, LittleEndian(handle)), kOne);
+  Bytes at_start = U64(handle) + U64(0);
+  EXPECT_EQ(AskAs(other, 11, U64(handle)), U64(0));
+  EXPECT_EQ(AskAs(other, 13, at_start + U32(6)), kNone);
+  EXPECT_EQ(AskAs(other, 15, at_start + U32(1) + "X"), kNone);
+  EXPECT_EQ(AskAs(other, 5, U64(handle)), kOne);
   for (std::uint64_t guess : {handle + 1, handle - 1, ~handle, std::uint64_t{0}})
     EXPECT_EQ(Read(guess, 0, 6), kNone);
   EXPECT_EQ(Read(handle, 0, SOCKET_FILE_MAX_READ + 1), kNone);
   EXPECT_EQ(Read(handle, 0, 0xFFFFFFFF), kNone);
-  EXPECT_EQ(Read(handle, 0, SOCKET_FILE_MAX_READ), Bytes("\6\0\0\0secret", 10));
+  EXPECT_EQ(Read(handle, 0, SOCKET_FILE_MAX_READ), U32(6) + "secret");
 }
 
 TEST_F(FileServer, OpensOnlyRegularFilesAndWaitsForNobody) {
@@ -239,8 +235,7 @@ TEST_F(FileServer, AVanishedClientLeavesNoOpenFile) {
   }
   EXPECT_EQ(DescriptorsBelow(folder_.Path()), 6);
   std::uint64_t handle = Open("a", u"rb");
-  Bytes whole =
-      LittleEndian(handle) + LittleEndian(std::uint64_t{0}) + LittleEndian(std::uint32_t{1 << 20});
+  Bytes whole = U64(handle) + U64(0) + U32(1 << 20);
   // Answers that nobody fetches hold the file as well, until the connection is gone.
   for (std::uint32_t i = 0; i < 64; ++i) peer_.Send(PacketBytes(Record(i, 13, 0, whole)));
   peer_.Reset();
