@@ -60,7 +60,10 @@ void Copy::ReportLeftOut(const CopyPaths& paths, std::int32_t result) {
 }
 
 std::int32_t Copy::RemoteFailure(std::int32_t result) {
-  return client_.IsConnect() ? result : std::int32_t{SOCKET_FILE_COPY_DISCONNECTED};
+  // Requests in flight are told of the end before the client counts as closed.
+  CAutoBaseLock lock(&client_.mWaiterLock);
+  const bool connected = client_.IsConnect() != 0 && !client_.mDisconnected;
+  return connected ? result : std::int32_t{SOCKET_FILE_COPY_DISCONNECTED};
 }
 
 bool Copy::TimeIsUp(std::uint32_t start) const {
