@@ -8,6 +8,7 @@
 #include <functional>
 
 #include "http/curl_functions.h"
+#include "http/curl_stub/curl_stub.h"
 #include "http/http_fixture.h"
 #include "support/debug_lines.h"
 #include "support/own_process.h"
@@ -26,35 +27,37 @@ constexpr const char* kFunctions[] = {
     "curl_multi_perform",   "curl_multi_timeout",    "curl_multi_fdset",
     "curl_multi_info_read", "curl_slist_append",     "curl_slist_free_all"};
 
-int AskStub(const char* question, int about = 0) {
+// The state of the stub that this process has loaded; null without one.
+CurlStub* Stub() {
   void* library = dlopen("libcurl.so.4", RTLD_NOW | RTLD_NOLOAD);
-  if (library == nullptr) return -1;
-  const auto ask = reinterpret_cast<int (*)(int)>(dlsym(library, question));
-  const int answer = ask != nullptr ? ask(about) : -1;
-  dlclose(library);
-  return answer;
+  if (library == nullptr) return nullptr;
+  auto* const stub = static_cast<CurlStub*>(dlsym(library, "curl_stub"));
+  dlclose(library);  // the binding keeps it
+  return stub;
 }
 
-TEST(CurlBinding, LoadsOnceAndAfreshAfterUnloading) {
-  EXPECT_EQ(RunWithLibraries(QVX_CURL_STUB, "CurlBinding.DISABLED_Loads"), 0);
+TEST(CurlBinding, WorksWithAStub) {
+  for (const std::string test : {"LoadsOnceAndAfreshAfterUnloading", "LimitsAndFailures"}) {
+    EXPECT_EQ(RunWithLibraries(QVX_CURL_STUB, "CurlBinding.DISABLED_" + test), 0);
+  }
 }
 
-TEST(CurlBinding, DISABLED_Loads) {
+TEST(CurlBinding, DISABLED_LoadsOnceAndAfreshAfterUnloading) {
   DebugLines log;
   EXPECT_EQ(InitSysLibCURL(), 1);
   EXPECT_EQ(InitSysLibCURL(), 1);
-  EXPECT_EQ(AskStub("stub_prepared"), 1);
+  EXPECT_EQ(Stub()->prepared, 1);
   EXPECT_EQ(log.Count(2, "curl_version = (stub/1.0)\r\n"), 1);
   DeInitSysLibCURL();
   DeInitSysLibCURL();
-  EXPECT_EQ(AskStub("stub_cleaned"), 1);
+  EXPECT_EQ(Stub()->cleaned, 1);
   tagHTTPFILEINFO info;
   EXPECT_EQ(GetHttpFileMD5("http://127.0.0.1/", nullptr), 0);
   CloseHttpFile(&info);
   EXPECT_EQ(GetHttpDownloadSpeedBPS(&info), 0.0);
   EXPECT_GE(log.Count(3, "MUST Init LibCURL first!\r\n"), 2);
   EXPECT_EQ(InitSysLibCURL(), 1);
-  EXPECT_EQ(AskStub("stub_prepared"), 2);
+  EXPECT_EQ(Stub()->prepared, 2);
   DeInitSysLibCURL();
 }
 
@@ -83,12 +86,10 @@ TEST(CurlBinding, DISABLED_Refuses) {
   EXPECT_EQ(InitSysLibCURL(), 0);
   EXPECT_EQ(log.Count(4, "get function " + name + " failed\r\n"), 1);
   const int stages = name == "curl_version" || name == "curl_global_init" ? 0 : 1;
-  EXPECT_EQ(AskStub("stub_prepared"), 0);
-  EXPECT_EQ(AskStub("stub_cleaned"), name == "curl_global_cleanup" ? 0 : stages);
+  EXPECT_EQ(Stub()->prepared, 0);
+  EXPECT_EQ(Stub()->cleaned, name == "curl_global_cleanup" ? 0 : stages);
   CBaseBuffer answer;
-  EXPECT_EQ(PerformHttpGetCommand("http://127.0.0.1/", nullptr, nullptr, nullptr, 0, nullptr,
-                                  nullptr, 0, 0, nullptr, nullptr, nullptr, &answer),
-            0);
+  EXPECT_EQ(Web{"http://127.0.0.1/"}.Get(&answer), 0);
   EXPECT_EQ(log.Count(3, "MUST Init LibCURL first!\r\n"), 1);
 }
 
@@ -104,65 +105,62 @@ TEST(CurlBinding, DISABLED_Absent) {
   EXPECT_TRUE(log.All().empty());
 }
 
-TEST(CurlBinding, LimitsAndFailuresOfTheLibrary) {
-  EXPECT_EQ(RunWithLibraries(QVX_CURL_STUB, "CurlBinding.DISABLED_LimitsAndFailures"), 0);
-}
-
 TEST(CurlBinding, DISABLED_LimitsAndFailures) {
   ASSERT_EQ(InitSysLibCURL(), 1);
+  CurlStub& stub = *Stub();
   const Web web{"http://stub/", nullptr, "token"};
   const CBaseBuffer data;
   CBaseBuffer response;
   OpenedFile file(web);
+  const auto stream = [&] { ReadHttpBodyWithCustomCallback(&file, 0, nullptr, 0); };
+  const char* const kNotOpened = "<http://stub/> open failed: no stub can do that\r\n";
   const struct {
     const char* name;
-    std::function<int()> run;
+    std::function<bool()> succeeds;
     long limit;  // of the whole transfer, in milliseconds
     const char* without_memory;
     const char* failed;
     const char* without_infos;
   } kOperations[] = {
-      {"open", [&] { return OpenedFile(web).opened; }, 10000, "gfnCurlEasyInit failed\r\n",
-       "<http://stub/> open failed: no stub can do that\r\n",
-       "GetFileSize failed: no stub can do that\r\n"},
-      {"get", [&] { return web.Get(&response); }, 10000, "gfnCurlEasyInit failed\r\n",
-       "<http://stub/> open failed: no stub can do that\r\n", nullptr},
-      {"post", [&] { return web.Post(&data, &response); }, 10000, "curl_easy_init failed\r\n",
-       "<http://stub/> open failed: no stub can do that\r\n", nullptr},
-      {"read", [&] { return file.Read(0, 4).empty() && file.timed_out == 0 ? 1 : 0; }, 0, nullptr,
+      {"open", [&] { return OpenedFile(web).opened == 1; }, 10000, "gfnCurlEasyInit failed\r\n",
+       kNotOpened, "GetFileSize failed: no stub can do that\r\n"},
+      {"get", [&] { return web.Get(&response) == 1; }, 10000, "gfnCurlEasyInit failed\r\n",
+       kNotOpened, nullptr},
+      {"post", [&] { return web.Post(&data, &response) == 1; }, 10000, "curl_easy_init failed\r\n",
+       kNotOpened, nullptr},
+      {"read", [&] { return file.Read(0, 4).empty() && file.timed_out == 0; }, 0, nullptr,
        "readfile failed, read count=0: no stub can do that\r\n", nullptr},
-      {"stream",
-       [&] {
-         ReadHttpBodyWithCustomCallback(&file, 0, nullptr, 0);
-         return 1;
-       },
-       0, nullptr, "ReadHttpBodyWithCustomCallback failed, res=28: no stub can do that\r\n",
-       nullptr},
+      {"stream", [&] { return stream(), true; }, 0, nullptr,
+       "ReadHttpBodyWithCustomCallback failed, res=28: no stub can do that\r\n", nullptr},
   };
   for (const auto& operation : kOperations) {
     SCOPED_TRACE(operation.name);
-    const auto line_of = [&](const char* switch_name, int value, const char* line) {
+    const auto tells = [&](const char* line) {
       DebugLines log;
-      AskStub(switch_name, value);
-      operation.run();
-      AskStub(switch_name, 0);
-      EXPECT_EQ(line == nullptr ? 1 : log.Count(2, line), 1) << switch_name;
+      operation.succeeds();
+      return line == nullptr || log.Count(2, line) == 1;
     };
-    EXPECT_EQ(operation.run(), 1);
-    EXPECT_EQ(AskStub("stub_option", CURLOPT_CONNECTTIMEOUT_MS), 10000);
-    EXPECT_EQ(AskStub("stub_option", CURLOPT_TIMEOUT_MS), operation.limit);
-    EXPECT_EQ(AskStub("stub_option", CURLOPT_NOSIGNAL), 1);
-    line_of("stub_lacks_memory", 1, operation.without_memory);
-    line_of("stub_fails_transfers", CURLE_OPERATION_TIMEDOUT, operation.failed);
-    line_of("stub_fails_infos", CURLE_UNKNOWN_OPTION, operation.without_infos);
-    EXPECT_EQ(AskStub("stub_handles"), 1);  // the one that stays open
+    EXPECT_TRUE(operation.succeeds());
+    EXPECT_EQ(stub.performed[CURLOPT_CONNECTTIMEOUT_MS], 10000);
+    EXPECT_EQ(stub.performed[CURLOPT_TIMEOUT_MS], operation.limit);
+    EXPECT_EQ(stub.performed[CURLOPT_NOSIGNAL], 1);
+    stub.lacks_memory = true;
+    EXPECT_TRUE(tells(operation.without_memory));
+    stub.lacks_memory = false;
+    stub.transfer_result = CURLE_OPERATION_TIMEDOUT;
+    EXPECT_TRUE(tells(operation.failed));
+    stub.transfer_result = CURLE_OK;
+    stub.info_result = CURLE_UNKNOWN_OPTION;
+    EXPECT_TRUE(tells(operation.without_infos));
+    stub.info_result = CURLE_OK;
+    EXPECT_EQ(stub.handles, 1);  // the one that stays open
   }
-  AskStub("stub_fails_transfers", CURLE_OPERATION_TIMEDOUT);
+  stub.transfer_result = CURLE_OPERATION_TIMEDOUT;
   EXPECT_EQ(file.Read(0, 4), "");
   EXPECT_EQ(file.timed_out, 1);
   DebugLines log;
-  AskStub("stub_fails_transfers", CURLE_ABORTED_BY_CALLBACK);
-  ReadHttpBodyWithCustomCallback(&file, 0, nullptr, 0);
+  stub.transfer_result = CURLE_ABORTED_BY_CALLBACK;
+  stream();
   EXPECT_TRUE(log.All().empty());
 }
 

@@ -1,11 +1,10 @@
 #include "qvx/http_download.h"
 
 #include <condition_variable>
-#include <fstream>
+#include <deque>
 #include <future>
 #include <mutex>
 #include <thread>
-#include <vector>
 
 #include "files/library_path.h"
 #include "http/http_fixture.h"
@@ -21,14 +20,13 @@ using qvx::platform::Operation;
 
 using HttpDownload = HttpTest;
 
-constexpr std::int64_t kSecond = 1'000'000'000;
 constexpr int kAlways = 1'000'000'000;
 
 int Copy(CHttpFileClient& client, const std::string& url, const std::string& path,
-         INetFileCopyProgressListener* listener = nullptr, std::uint64_t limit = 0) {
+         INetFileCopyProgressListener* listener = nullptr) {
   return Web{url}.Use([&](auto... arguments) {
-    return HttpFileCopyFromServer(&client, arguments..., Library<char>(path).c_str(), limit,
-                                  listener, 7);
+    return HttpFileCopyFromServer(&client, arguments..., Library<char>(path).c_str(), 0, listener,
+                                  7);
   });
 }
 
@@ -80,37 +78,48 @@ class Listener : public INetFileCopyProgressListener, public IMultiThreadDownloa
   std::uint64_t copied = 0;
 };
 
-// Whether so many bytes on disk are those of the file.
-bool IsOnDisk(const std::string& path, const std::string& content,
-              const tagMTDOWNLOAD_BLOCK& block) {
-  std::string bytes(block.copiedSize, '\0');
-  std::ifstream stream(path, std::ios::binary);
-  stream.seekg(static_cast<std::streamoff>(block.startPos));
-  stream.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  return stream.good() && content.compare(block.startPos, bytes.size(), bytes) == 0;
-}
-
-class OneFile {
- public:
+// A file on a server, and a local file of zeros beside it.
+struct OneFile {
   explicit OneFile(std::size_t size) : content(Pattern(size)), nginx(folder.Path()) {
     folder.Write("file", content);
+    ClearLocal();
   }
 
+  void ClearLocal() const { folder.Write("local", std::string(content.size(), '\0')); }
   std::string Url() const { return nginx.Url("file"); }
-  std::string Local(const std::string& name = "local") const { return folder.Path(name); }
-  void MakeLocal() const { folder.Write("local", std::string(content.size(), '\0')); }
+  std::string Local() const { return folder.Path("local"); }
 
   TempFolder folder;
   std::string content;
   Nginx nginx;
 };
 
-void Fill(tagMTDOWNLOAD_BLOCK& block, const OneFile& file, std::uint64_t start, std::uint64_t end) {
-  block.url.Set(file.Url().c_str());
-  block.localPath.Set(Library<char>(file.Local()).c_str());
-  block.startPos = start;
-  block.endPos = end;
-}
+// A piece of the file, downloaded to its place in the local file.
+struct Piece {
+  Piece(const OneFile& file, std::uint64_t start, std::uint64_t end) {
+    block.url.Set(file.Url().c_str());
+    block.localPath.Set(Library<char>(file.Local()).c_str());
+    block.startPos = start;
+    block.endPos = end;
+  }
+
+  void Start(unsigned int read_size, int wait_for_end = 0) {
+    download.DownloadFile(wait_for_end, &block, read_size, &listener, &listener, 7);
+  }
+  void WaitForSuccess() {
+    listener.WaitUntil([&] { return listener.successes == 1; });
+  }
+  // Whether what copiedSize tells is on disk.
+  bool IsOnDisk(const OneFile& file) const {
+    return ReadWhole(file.Local())
+               .compare(block.startPos, block.copiedSize, file.content, block.startPos,
+                        block.copiedSize) == 0;
+  }
+
+  tagMTDOWNLOAD_BLOCK block;
+  Listener listener;
+  CMultiThreadDownload download;
+};
 
 TEST_F(HttpDownload, CopyTakesAWholeFile) {
   const OneFile file(1'300'000);
@@ -134,19 +143,16 @@ TEST_F(HttpDownload, BothKeepTheListenersSpeedLimit) {
   FaultPlan plan;
   DebugLines log;
   plan.FakeClock(100 * kSecond);
-  Listener listener;
-  listener.limit = 0x40000;
+  Piece piece(file, 0, file.content.size());
+  piece.listener.limit = 0x40000;
   CHttpFileClient client;
-  EXPECT_EQ(Copy(client, file.Url(), file.Local(), &listener), 1);
+  EXPECT_EQ(Copy(client, file.Url(), file.Local(), &piece.listener), 1);
   const std::int64_t last = (1'300'000 - 0x100000) * 1000LL / 0x40000 * (kSecond / 1000);
   EXPECT_EQ(plan.Slept(), 2 * kSecond + last);
   EXPECT_EQ(
       log.Count(2, "download file " + file.Url() + ", used 2959ms, speed is 439.34 K/s!!\r\n"), 1);
-  tagMTDOWNLOAD_BLOCK block;
-  Fill(block, file, 0, file.content.size());
-  CMultiThreadDownload download;
-  download.DownloadFile(0, &block, 0, &listener, &listener, 7);
-  listener.WaitUntil([&] { return listener.successes == 1; });
+  piece.Start(0);
+  piece.WaitForSuccess();
   EXPECT_EQ(plan.Slept(), 2 * (2 * kSecond + last));
 }
 
@@ -154,11 +160,11 @@ TEST_F(HttpDownload, CopyFailsWithoutLosingTheReason) {
   const OneFile file(1'300'000);
   CHttpFileClient client;
   DebugLines log;
-  EXPECT_EQ(Copy(client, file.Url(), file.Local("no/folder")), 0);
-  EXPECT_EQ(log.Count(2, "local file(" + Library<char>(file.Local("no/folder")) +
+  const std::string nowhere = file.folder.Path("no/folder");
+  EXPECT_EQ(Copy(client, file.Url(), nowhere), 0);
+  EXPECT_EQ(log.Count(2, "local file(" + Library<char>(nowhere) +
                              ") open failed, err is:No such file or directory\r\n"),
             1);
-  file.folder.Write("local", "old");
   EXPECT_EQ(Copy(client, file.nginx.Url("none"), file.Local()), 0);
   EXPECT_EQ(log.Count(2, "NetFile(" + file.nginx.Url("none") + ") open failed\r\n"), 1);
   EXPECT_EQ(ReadWhole(file.Local()), "");
@@ -201,12 +207,11 @@ TEST_F(HttpDownload, CancelThroughTheClientEndsACopy) {
 
 TEST_F(HttpDownload, RangesGoToTheirPlaces) {
   const OneFile file(100'000);
-  file.MakeLocal();
   const struct {
     std::uint64_t start;
     std::uint64_t end;
     std::uint64_t copied;
-    unsigned int piece;
+    unsigned int read_size;
     int blocks;
     int successes;
   } kCases[] = {{0, 1000, 0, 300, 4, 1},
@@ -216,21 +221,18 @@ TEST_F(HttpDownload, RangesGoToTheirPlaces) {
                 {99'990, 100'000, 9, 0, 1, 1}};
   for (const auto& test : kCases) {
     DebugLines log;
-    tagMTDOWNLOAD_BLOCK block;
-    Fill(block, file, test.start, test.end);
-    block.copiedSize = test.copied;
-    Listener listener;
-    CMultiThreadDownload download;
-    EXPECT_EQ(download.IsDownloadingStart(), 0);
-    download.DownloadFile(0, &block, test.piece, &listener, &listener, 7);
-    EXPECT_EQ(download.IsDownloadingStart(), 1);
-    listener.WaitUntil([&] { return listener.successes == test.successes; });
-    download.CancelDownload();
-    EXPECT_EQ(download.IsDownloadingStart(), 0);
-    EXPECT_EQ(block.copiedSize, test.end - test.start);
-    EXPECT_EQ(block.speedKBPS, 0.0);
-    EXPECT_EQ(listener.blocks, test.blocks);
-    EXPECT_EQ(listener.failures, 0);
+    Piece piece(file, test.start, test.end);
+    piece.block.copiedSize = test.copied;
+    EXPECT_EQ(piece.download.IsDownloadingStart(), 0);
+    piece.Start(test.read_size);
+    EXPECT_EQ(piece.download.IsDownloadingStart(), 1);
+    piece.listener.WaitUntil([&] { return piece.listener.successes == test.successes; });
+    piece.download.CancelDownload();
+    EXPECT_EQ(piece.download.IsDownloadingStart(), 0);
+    EXPECT_EQ(piece.block.copiedSize, test.end - test.start);
+    EXPECT_EQ(piece.block.speedKBPS, 0.0);
+    EXPECT_EQ(piece.listener.blocks, test.blocks);
+    EXPECT_EQ(piece.listener.failures, 0);
     EXPECT_EQ(log.Count(2, "StartPos = " + std::to_string(test.start) +
                                ", Copied Size = " + std::to_string(test.copied) +
                                ", total need=" + std::to_string(test.end - test.start) + "!!\r\n"),
@@ -243,155 +245,135 @@ TEST_F(HttpDownload, RangesGoToTheirPlaces) {
 // server is seen by all that are not done yet, and goes on until they have failed.
 TEST_F(HttpDownload, PiecesOutliveAServerThatIsKilledThreeTimes) {
   OneFile file(32'000'000);
-  file.MakeLocal();
   FaultPlan plan;
   plan.Fail(Operation::kSleep, 1, EINTR, kAlways);  // no pauses between attempts
-  constexpr std::uint64_t kPieces = 8;
-  const std::uint64_t piece = file.content.size() / kPieces;
-  tagMTDOWNLOAD_BLOCK blocks[kPieces];
-  Listener listeners[kPieces];
-  CMultiThreadDownload downloads[kPieces];
-  for (std::uint64_t i = 0; i < kPieces; ++i) {
-    Fill(blocks[i], file, i * piece, (i + 1) * piece);
-    listeners[i].hold_at = 5;
-    listeners[i].hold_at_failure = 1;
-    downloads[i].DownloadFile(0, &blocks[i], 0x20000, &listeners[i], &listeners[i], 7);
+  constexpr std::uint64_t kPieceSize = 4'000'000;
+  std::deque<Piece> pieces;
+  for (std::uint64_t start = 0; start < file.content.size(); start += kPieceSize) {
+    Piece& piece = pieces.emplace_back(file, start, start + kPieceSize);
+    piece.listener.hold_at = 5;
+    piece.listener.hold_at_failure = 1;
+    piece.Start(0x20000);
   }
   for (int round = 0; round < 3; ++round) {
-    for (Listener& listener : listeners) {
+    for (Piece& piece : pieces) {
+      Listener& listener = piece.listener;
       listener.WaitUntil([&] { return listener.blocks >= listener.hold_at || listener.successes; });
     }
-    for (const tagMTDOWNLOAD_BLOCK& block : blocks) {
-      EXPECT_GE(block.copiedSize, 5 * 0x20000u);
-      EXPECT_TRUE(IsOnDisk(file.Local(), file.content, block));
+    for (const Piece& piece : pieces) {
+      EXPECT_GE(piece.block.copiedSize, 5 * 0x20000u);
+      EXPECT_TRUE(piece.IsOnDisk(file));
     }
     file.nginx.Kill();
-    for (CMultiThreadDownload& download : downloads) download.PauseDownload();
-    for (Listener& listener : listeners) listener.HoldAt(kAlways);
-    for (CMultiThreadDownload& download : downloads) download.ResumeDownload();
-    for (Listener& listener : listeners) {
+    for (Piece& piece : pieces) piece.download.PauseDownload();
+    for (Piece& piece : pieces) piece.listener.HoldAt(kAlways);
+    for (Piece& piece : pieces) piece.download.ResumeDownload();
+    for (Piece& piece : pieces) {
+      Listener& listener = piece.listener;
       listener.WaitUntil([&] { return listener.failures > 0 || listener.successes; });
       std::lock_guard<std::mutex> guard(listener.mutex);
       listener.hold_at = listener.blocks + 5;
     }
     file.nginx.Start();
-    for (Listener& listener : listeners) {
-      std::lock_guard<std::mutex> guard(listener.mutex);
-      listener.failures = 0;
-      listener.changed.notify_all();
+    for (Piece& piece : pieces) {
+      std::lock_guard<std::mutex> guard(piece.listener.mutex);
+      piece.listener.failures = 0;
+      piece.listener.changed.notify_all();
     }
   }
-  for (std::uint64_t i = 0; i < kPieces; ++i) {
-    listeners[i].HoldAt(kAlways);
-    listeners[i].WaitUntil([&] { return listeners[i].successes == 1; });
-    EXPECT_EQ(blocks[i].copiedSize, piece);
-    EXPECT_TRUE(IsOnDisk(file.Local(), file.content, blocks[i]));
+  for (Piece& piece : pieces) {
+    piece.listener.HoldAt(kAlways);
+    piece.WaitForSuccess();
+    EXPECT_EQ(piece.block.copiedSize, kPieceSize);
+    EXPECT_TRUE(piece.IsOnDisk(file));
   }
 }
 
 TEST_F(HttpDownload, FailuresAreToldAndRetriedAfterFiveSeconds) {
   const OneFile file(100'000);
-  file.MakeLocal();
   const struct {
     Operation operation;
     int first;
     int error;
-    const char* line;
-  } kFaults[] = {{Operation::kFileOpen, 1, EACCES, ") open failed, err is:Permission denied\r\n"},
-                 {Operation::kFileWrite, 2, ENOSPC, nullptr},
-                 {Operation::kFileClose, 1, EIO, nullptr},
-                 {Operation::kThreadCreate, 2, EAGAIN, nullptr}};
+  } kFaults[] = {{Operation::kFileOpen, 1, EACCES},
+                 {Operation::kFileWrite, 2, ENOSPC},
+                 {Operation::kFileClose, 1, EIO},
+                 {Operation::kThreadCreate, 2, EAGAIN}};
   for (const auto& fault : kFaults) {
     SCOPED_TRACE(static_cast<int>(fault.operation));
-    DebugLines log;
     FaultPlan plan;
     plan.FakeClock(100 * kSecond).Fail(fault.operation, fault.first, fault.error);
-    tagMTDOWNLOAD_BLOCK block;
-    Fill(block, file, 0, file.content.size());
-    Listener listener;
-    CMultiThreadDownload download;
-    download.DownloadFile(0, &block, 40'000, &listener, &listener, 7);
-    listener.WaitUntil([&] { return listener.successes == 1; });
-    EXPECT_EQ(listener.failures, 1);
+    file.ClearLocal();
+    Piece piece(file, 0, file.content.size());
+    piece.Start(40'000);
+    piece.WaitForSuccess();
+    EXPECT_EQ(piece.listener.failures, 1);
     EXPECT_EQ(plan.Slept(), 5 * kSecond);
-    download.CancelDownload();
+    piece.download.CancelDownload();
     EXPECT_TRUE(ReadWhole(file.Local()) == file.content);
-    const std::string path = Library<char>(file.Local());
-    EXPECT_EQ(fault.line == nullptr ? 1 : log.Count(2, "local file(" + path + fault.line), 1);
-    file.MakeLocal();
   }
-}
-
-TEST_F(HttpDownload, FailsWhereNoLocalFileReaches) {
-  const OneFile file(10);
-  file.MakeLocal();
-  tagMTDOWNLOAD_BLOCK block;
-  Fill(block, file, std::uint64_t{1} << 63, 10);
-  FaultPlan plan;
-  plan.FakeClock(100 * kSecond);
-  DebugLines log;
-  Listener listener;
-  CMultiThreadDownload download;
-  download.DownloadFile(0, &block, 0, &listener, &listener, 7);
-  listener.WaitUntil([&] { return listener.failures > 0; });
-  download.CancelDownload();
-  EXPECT_EQ(block.copiedSize, 0u);
-  EXPECT_GE(log.Count(2, "local file(" + Library<char>(file.Local()) +
-                             ") seek failed, err is:Invalid argument\r\n"),
-            1);
 }
 
 TEST_F(HttpDownload, WaitsForAnAttemptEndWithACancelOrAtOnce) {
-  const OneFile file(3'000'000);
-  file.MakeLocal();
-  tagMTDOWNLOAD_BLOCK block;
-  CMultiThreadDownload download;
-  download.CancelDownload();
-  download.PauseDownload();
-  for (const bool local : {false, true}) {
-    Fill(block, file, 0, file.content.size());
-    local ? block.localPath.Set("C:\\no\\folder") : block.url.Set("http://127.0.0.1:1/");
-    Listener listener;
-    download.DownloadFile(0, &block, 0x4000, &listener, &listener, 7);
-    listener.WaitUntil([&] { return listener.failures == 1; });
-    download.CancelDownload();
-    EXPECT_EQ(listener.failures, 1);
-    EXPECT_EQ(listener.successes, 0);
-    EXPECT_EQ(download.IsDownloadingStart(), 0);
+  const OneFile file(1000);
+  const std::string local = Library<char>(file.Local());
+  const struct {
+    std::string url;
+    std::string path;
+    std::uint64_t start;
+    std::string line;
+  } kCases[] = {{"http://127.0.0.1:1/", local, 0, "NetFile(http://127.0.0.1:1/) open failed\r\n"},
+                {file.Url(), "C:\\no\\folder", 0,
+                 "local file(C:\\no\\folder) open failed, err is:No such file or directory\r\n"},
+                {file.Url(), local, std::uint64_t{1} << 63,
+                 "local file(" + local + ") seek failed, err is:Invalid argument\r\n"}};
+  Piece piece(file, 0, 10);
+  piece.download.CancelDownload();
+  piece.download.PauseDownload();
+  for (const auto& test : kCases) {
+    DebugLines log;
+    piece.block.url.Set(test.url.c_str());
+    piece.block.localPath.Set(test.path.c_str());
+    piece.block.startPos = test.start;
+    piece.listener.failures = 0;
+    piece.Start(0x4000);
+    piece.listener.WaitUntil([&] { return piece.listener.failures == 1; });
+    piece.download.CancelDownload();
+    EXPECT_EQ(piece.listener.failures, 1);
+    EXPECT_EQ(piece.listener.successes, 0);
+    EXPECT_EQ(piece.block.copiedSize, 0u);
+    EXPECT_EQ(piece.download.IsDownloadingStart(), 0);
+    EXPECT_EQ(log.Count(2, test.line), 1);
   }
-  Listener listener;
   FaultPlan plan;
   plan.Fail(Operation::kSleep, 1, EINTR, kAlways);
-  Fill(block, file, 0, 1000);
-  download.DownloadFile(1, &block, 0, &listener, &listener, 7);
-  EXPECT_EQ(download.IsDownloadingStart(), 0);
-  EXPECT_EQ(listener.successes + listener.failures, 1);
+  Piece whole(file, 0, 1000);
+  whole.Start(0, 1);
+  EXPECT_EQ(whole.download.IsDownloadingStart(), 0);
+  EXPECT_EQ(whole.listener.successes + whole.listener.failures, 1);
 }
 
 TEST_F(HttpDownload, PauseHoldsBehindTheBlockInProgress) {
   const OneFile file(1'000'000);
-  file.MakeLocal();
   for (const bool cancel : {false, true}) {
     DebugLines log;
-    tagMTDOWNLOAD_BLOCK block;
-    Fill(block, file, 0, file.content.size());
-    Listener listener;
+    Piece piece(file, 0, file.content.size());
+    Listener& listener = piece.listener;
     listener.hold_at = 2;
-    CMultiThreadDownload download;
-    download.DownloadFile(0, &block, 10'000, &listener, &listener, 7);
+    piece.Start(10'000);
     listener.WaitUntil([&] { return listener.blocks == 2; });
-    download.PauseDownload();
+    piece.download.PauseDownload();
     listener.HoldAt(kAlways);
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    EXPECT_EQ(block.copiedSize, 20'000u);
+    EXPECT_EQ(piece.block.copiedSize, 20'000u);
     if (cancel) {
-      download.CancelDownload();
+      piece.download.CancelDownload();
       EXPECT_EQ(log.Count(2, "force stopping!!\r\n"), 1);
       EXPECT_EQ(log.Count(2, "CancelDownload +++!!\r\n"), 2);  // DownloadFile cancels, too
       EXPECT_EQ(log.Count(2, "CancelDownload ---!!\r\n"), 2);
     } else {
-      download.ResumeDownload();
-      listener.WaitUntil([&] { return listener.successes == 1; });
+      piece.download.ResumeDownload();
+      piece.WaitForSuccess();
     }
     EXPECT_EQ(listener.blocks, cancel ? 2 : 100);
     EXPECT_EQ(listener.successes + listener.failures, cancel ? 0 : 1);
@@ -400,32 +382,32 @@ TEST_F(HttpDownload, PauseHoldsBehindTheBlockInProgress) {
 
 TEST_F(HttpDownload, PauseResumeAndCancelAtOnce) {
   const OneFile file(2'000'000);
-  file.MakeLocal();
-  tagMTDOWNLOAD_BLOCK block;
-  CMultiThreadDownload download;
+  Piece piece(file, 0, file.content.size());
+  const Listener& listener = piece.listener;
   std::atomic<bool> done{false};
-  std::vector<std::thread> callers;
-  callers.reserve(2);
-  for (int kind = 0; kind < 2; ++kind) {
-    callers.emplace_back([&, kind] {
-      while (!done) {
-        kind == 0 ? download.PauseDownload() : download.ResumeDownload();
-        block.copiedSize.load();
-        std::this_thread::yield();
-      }
-    });
-  }
+  const auto repeat = [&](void (CMultiThreadDownload::*call)()) {
+    while (!done) {
+      (piece.download.*call)();
+      piece.block.copiedSize.load();
+      std::this_thread::yield();
+    }
+  };
+  std::thread pauses(repeat, &CMultiThreadDownload::PauseDownload);
+  std::thread resumes(repeat, &CMultiThreadDownload::ResumeDownload);
   for (int i = 0; i < 25; ++i) {
-    Fill(block, file, 0, file.content.size());
-    block.copiedSize = 0;
-    Listener listener;
-    download.DownloadFile(0, &block, 0x8000, &listener, &listener, 7);
-    if (i % 2 == 0) listener.WaitUntil([&] { return listener.blocks + listener.failures > i % 7; });
-    download.CancelDownload();
-    EXPECT_TRUE(IsOnDisk(file.Local(), file.content, block));
+    piece.block.copiedSize = 0;
+    const int before = listener.blocks + listener.failures;
+    piece.Start(0x8000);
+    if (i % 2 == 0) {
+      piece.listener.WaitUntil(
+          [&] { return listener.blocks + listener.failures > before + i % 7; });
+    }
+    piece.download.CancelDownload();
+    EXPECT_TRUE(piece.IsOnDisk(file));
   }
   done = true;
-  for (std::thread& caller : callers) caller.join();
+  pauses.join();
+  resumes.join();
 }
 
 }  // namespace

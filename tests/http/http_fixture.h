@@ -12,6 +12,8 @@
 
 namespace qvx::test {
 
+constexpr std::int64_t kSecond = 1'000'000'000;
+
 // The twelve connection arguments.
 struct Web {
   std::string url;
@@ -34,10 +36,6 @@ struct Web {
   }
   int Open(tagHTTPFILEINFO* info) const {
     return Use([&](auto... arguments) { return OpenHttpFile(info, arguments...); });
-  }
-  template <typename Client>
-  int OpenIn(Client& client) const {
-    return Use([&](auto... arguments) { return client.OpenFile(arguments...); });
   }
   int Get(CBaseBuffer* response) const {
     return Use([&](auto... arguments) { return PerformHttpGetCommand(arguments..., response); });

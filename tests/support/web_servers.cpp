@@ -51,10 +51,6 @@ pid_t Spawn(const std::vector<std::string>& command) {
   _exit(127);
 }
 
-std::string Address(const char* scheme, std::uint16_t port, const std::string& name) {
-  return std::string(scheme) + "://127.0.0.1:" + std::to_string(port) + "/" + name;
-}
-
 // NAME.pem with NAME.key, signed by itself unless the further words name an authority.
 void MakeCertificate(const TempFolder& folder, const std::string& name, const std::string& more) {
   const std::string command = "cd '" + folder.Path() +
@@ -65,18 +61,7 @@ void MakeCertificate(const TempFolder& folder, const std::string& name, const st
   EXPECT_EQ(std::system(command.c_str()), 0);
 }
 
-// The text with these marks replaced.
-std::string Filled(std::string text,
-                   const std::vector<std::pair<std::string, std::string>>& marks) {
-  for (const auto& [mark, by] : marks) {
-    for (std::size_t at = 0; (at = text.find(mark, at)) != std::string::npos; at += by.size()) {
-      text.replace(at, mark.size(), by);
-    }
-  }
-  return text;
-}
-
-// Names in both are below the server's own folder.
+// Names in the settings are below the server's own folder.
 constexpr const char* kNginxSettings = R"(
 daemon off; master_process off; pid pid; error_log log;
 events {}
@@ -84,15 +69,17 @@ http {
   access_log off; sendfile on; gzip off;
   client_body_temp_path body; proxy_temp_path proxy; fastcgi_temp_path fastcgi;
   uwsgi_temp_path uwsgi; scgi_temp_path scgi;
+  ssl_certificate server.pem; ssl_certificate_key server.key;
   server {
-    listen 127.0.0.1:@PORT@;
-    listen 127.0.0.1:@SECURE@ ssl;
-    ssl_certificate server.pem; ssl_certificate_key server.key;
-    root @SERVED@;
-    location /private/ { alias @SERVED@/; auth_basic closed; auth_basic_user_file users; }
+    include places;
+    location /private/ {
+      auth_basic closed; auth_basic_user_file users;
+      rewrite ^/private/(.*)$ /$1 break;
+    }
     location /moved/ { rewrite ^/moved/(.*)$ /$1 redirect; }
     location = /echo {
-      proxy_set_header X-Body $request_body; proxy_pass http://127.0.0.1:@PORT@/posted;
+      proxy_set_header X-Body $request_body;
+      proxy_pass http://$server_addr:$server_port/posted;
     }
     location = /posted { return 200 $request_method:$http_x_body$http_x_own; }
   }
@@ -102,18 +89,16 @@ http {
 constexpr const char* kApacheSettings = R"(
 ServerName 127.0.0.1
 KeepAlive Off
-Listen 127.0.0.1:@PORT@
 DefaultRuntimeDir .
 PidFile pid
 ErrorLog log
 Mutex file:.
-DocumentRoot "@SERVED@"
-<Directory "@SERVED@">
+<Location "/">
   AuthType Digest
   AuthName closed
   AuthUserFile users
   Require valid-user
-</Directory>
+</Location>
 )";
 
 std::string ApacheModules() {
@@ -128,10 +113,12 @@ std::string ApacheModules() {
 
 }  // namespace
 
-void ServerProcess::Start(const std::vector<std::string>& command, std::uint16_t port) {
-  process_ = Spawn(command);
+WebServer::WebServer() : port_(FreePort()) {}
+
+void WebServer::Start() {
+  process_ = Spawn(command_);
   for (int i = 0; i < kStartAttempts; ++i) {
-    if (Listens(port)) return;
+    if (Listens(port_)) return;
     if (waitpid(process_, nullptr, WNOHANG) != 0) {
       process_ = -1;
       break;
@@ -139,72 +126,51 @@ void ServerProcess::Start(const std::vector<std::string>& command, std::uint16_t
     const timespec pause = {0, 5'000'000};
     nanosleep(&pause, nullptr);
   }
-  ADD_FAILURE() << command[0] << " does not serve";
+  ADD_FAILURE() << command_[0] << " does not serve";
 }
 
-void ServerProcess::Kill() {
+void WebServer::Kill() {
   if (process_ <= 0) return;
   kill(process_, SIGKILL);
   waitpid(std::exchange(process_, -1), nullptr, 0);
 }
 
-Nginx::Nginx(const std::string& served_folder) : port_(FreePort()), secure_port_(FreePort()) {
+Nginx::Nginx(const std::string& served_folder)
+    : secure_address_("127.0.0.1:" + std::to_string(FreePort())) {
   MakeCertificate(settings_, "authority", "");
   MakeCertificate(settings_, "other", "");
   MakeCertificate(settings_, "server",
                   "-CA authority.pem -CAkey authority.key -addext subjectAltName=IP:127.0.0.1");
   settings_.Write("users", "user:{PLAIN}secret\n");
-  settings_.Write("conf", Filled(kNginxSettings, {{"@PORT@", std::to_string(port_)},
-                                                  {"@SECURE@", std::to_string(secure_port_)},
-                                                  {"@SERVED@", served_folder}}));
+  settings_.Write("conf", kNginxSettings);
+  settings_.Write("places", "listen " + Address() + "; listen " + secure_address_ + " ssl; root " +
+                                served_folder + ";");
+  command_ = {"/usr/sbin/nginx", "-p", settings_.Path(), "-c", "conf", "-e", "log"};
   Start();
 }
 
-void Nginx::Start() {
-  process_.Start({"/usr/sbin/nginx", "-p", settings_.Path(), "-c", "conf", "-e", "log"}, port_);
-}
-
-std::string Nginx::Url(const std::string& name) const {
-  return Address("http", port_, name);
-}
-
 std::string Nginx::SecureUrl(const std::string& name) const {
-  return Address("https", secure_port_, name);
-}
-
-std::string Nginx::Authority() const {
-  return ReadWhole(settings_.Path("authority.pem"));
-}
-
-std::string Nginx::OtherAuthority() const {
-  return ReadWhole(settings_.Path("other.pem"));
+  return "https://" + secure_address_ + "/" + name;
 }
 
 // Started by root it serves as nobody, who must be able to read.
-ApacheDigest::ApacheDigest(const std::string& served_folder) : port_(FreePort()) {
+ApacheDigest::ApacheDigest(const std::string& served_folder) {
   chmod(settings_.Path().c_str(), 0755);
   chmod(served_folder.c_str(), 0755);
   settings_.Write("users",
                   "user:closed:16140f1f49c4852658213c3851021fda\n");  // MD5 of user:closed:secret
-  settings_.Write("conf", Filled(ApacheModules() + kApacheSettings,
-                                 {{"@PORT@", std::to_string(port_)}, {"@SERVED@", served_folder}}));
-  process_.Start({"/usr/sbin/apache2", "-X", "-d", settings_.Path(), "-f", "conf"}, port_);
+  settings_.Write("conf", ApacheModules() + kApacheSettings + "Listen " + Address() +
+                              "\nDocumentRoot " + served_folder + "\n");
+  command_ = {"/usr/sbin/apache2", "-X", "-d", settings_.Path(), "-f", "conf"};
+  Start();
 }
 
-std::string ApacheDigest::Url(const std::string& name) const {
-  return Address("http", port_, name);
-}
-
-Tinyproxy::Tinyproxy() : port_(FreePort()) {
-  settings_.Write("conf", "Port " + std::to_string(port_) +
-                              "\nListen 127.0.0.1\nTimeout 60\nMaxClients 20\nLogFile \"" +
-                              settings_.Path("log") +
+Tinyproxy::Tinyproxy() {
+  settings_.Write("conf", "Listen 127.0.0.1\nPort " + std::to_string(port_) +
+                              "\nTimeout 60\nMaxClients 20\nLogFile \"" + settings_.Path("log") +
                               "\"\nAllow 127.0.0.1\nBasicAuth user secret\n");
-  process_.Start({"tinyproxy", "-d", "-c", settings_.Path("conf")}, port_);
-}
-
-std::string Tinyproxy::Address() const {
-  return "127.0.0.1:" + std::to_string(port_);
+  command_ = {"tinyproxy", "-d", "-c", settings_.Path("conf")};
+  Start();
 }
 
 }  // namespace qvx::test

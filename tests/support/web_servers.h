@@ -13,16 +13,26 @@
 
 namespace qvx::test {
 
-class ServerProcess {
+class WebServer {
  public:
-  // Starts the program and waits until something listens on the port.
-  void Start(const std::vector<std::string>& command, std::uint16_t port);
+  ~WebServer() { Kill(); }
+  WebServer(const WebServer&) = delete;
+  WebServer& operator=(const WebServer&) = delete;
+
+  std::string Address() const { return "127.0.0.1:" + std::to_string(port_); }
+  std::string Url(const std::string& name) const { return "http://" + Address() + "/" + name; }
+
+  // Starts the program, again after a kill, and waits until something listens on its port.
+  void Start();
   // Ends it at once, with all its connections.
   void Kill();
-  ServerProcess() = default;
-  ~ServerProcess() { Kill(); }
-  ServerProcess(const ServerProcess&) = delete;
-  ServerProcess& operator=(const ServerProcess&) = delete;
+
+ protected:
+  WebServer();
+
+  TempFolder settings_;
+  std::uint16_t port_;
+  std::vector<std::string> command_;
 
  private:
   pid_t process_ = -1;
@@ -31,48 +41,29 @@ class ServerProcess {
 // nginx, over HTTP and over HTTPS with a certificate of an authority of its own. Below
 // /private/ it asks for Basic authentication (user:secret), /moved/ leads to the same name
 // without it, and /echo answers a post of one short line with "POST:" and that line.
-class Nginx {
+class Nginx : public WebServer {
  public:
   explicit Nginx(const std::string& served_folder);
 
-  std::string Url(const std::string& name) const;
   std::string SecureUrl(const std::string& name) const;
   // PEM texts: the authority of the server's certificate, and another that has no part in it.
-  std::string Authority() const;
-  std::string OtherAuthority() const;
-
-  void Start();
-  void Kill() { process_.Kill(); }
+  std::string Authority() const { return ReadWhole(settings_.Path("authority.pem")); }
+  std::string OtherAuthority() const { return ReadWhole(settings_.Path("other.pem")); }
 
  private:
-  TempFolder settings_;
-  std::uint16_t port_;
-  std::uint16_t secure_port_;
-  ServerProcess process_;
+  std::string secure_address_;
 };
 
 // Apache, which asks for Digest authentication (user:secret).
-class ApacheDigest {
+class ApacheDigest : public WebServer {
  public:
   explicit ApacheDigest(const std::string& served_folder);
-  std::string Url(const std::string& name) const;
-
- private:
-  TempFolder settings_;
-  std::uint16_t port_;
-  ServerProcess process_;
 };
 
 // A forward proxy that asks for a password (user:secret).
-class Tinyproxy {
+class Tinyproxy : public WebServer {
  public:
   Tinyproxy();
-  std::string Address() const;
-
- private:
-  TempFolder settings_;
-  std::uint16_t port_;
-  ServerProcess process_;
 };
 
 }  // namespace qvx::test
