@@ -2,8 +2,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <vector>
-
 #include "archive/archive_support.h"
 #include "archive/zip_output.h"
 #include "platform/file.h"
@@ -13,39 +11,33 @@
 namespace qvx::test {
 namespace {
 
-namespace fs = std::filesystem;
-
 TEST(LargeArchive, TenThousandFilesWithNamesOfEveryScript) {
   const TempFolder temp;
-  const std::vector<std::string> scripts{"latin \xc3\xa9",
-                                         "\xd0\xba\xd0\xb8\xd1\x80",
-                                         "\xce\xb5\xce\xbb",
-                                         "\xd7\xa2\xd7\x91",
-                                         "\xd8\xb9\xd8\xb1",
-                                         "\xe0\xa4\xb9\xe0\xa4\xbf",
-                                         "\xe0\xb9\x84\xe0\xb8\x97",
-                                         "\xe4\xb8\xad",
-                                         "\xe3\x81\x8b",
-                                         "\xed\x95\x9c",
-                                         "\xe1\x8a\xa0",
-                                         "\xf0\x9f\x98\x80",
-                                         "colon: star* what?",
-                                         "back\\slash",
-                                         "quote\"'<>|",
-                                         "not\xff utf8",
-                                         "new\nline",
-                                         "e\xcc\x81"};
+  const std::string scripts[] = {"latin \xc3\xa9",
+                                 "\xd0\xba\xd0\xb8\xd1\x80",
+                                 "\xce\xb5\xce\xbb",
+                                 "\xd7\xa2\xd7\x91",
+                                 "\xd8\xb9\xd8\xb1",
+                                 "\xe0\xa4\xb9\xe0\xa4\xbf",
+                                 "\xe0\xb9\x84\xe0\xb8\x97",
+                                 "\xe4\xb8\xad",
+                                 "\xe3\x81\x8b",
+                                 "\xed\x95\x9c",
+                                 "\xe1\x8a\xa0",
+                                 "\xf0\x9f\x98\x80",
+                                 "colon: star* what?",
+                                 "back\\slash",
+                                 "quote\"'<>|",
+                                 "not\xff utf8",
+                                 "new\nline",
+                                 "e\xcc\x81"};
   for (int i = 0; i < 10000; ++i) {
-    const std::string& script = scripts[static_cast<std::size_t>(i) % scripts.size()];
-    const std::string folder = "tree/" + scripts[static_cast<std::size_t>(i) / 600];
-    if (i % 600 == 0) fs::create_directories(temp.Path(folder));
-    Put(temp, folder + "/" + script + std::to_string(i), script + std::to_string(i));
+    const std::string& script = scripts[i % std::size(scripts)];
+    const std::string name = script + std::to_string(i);
+    Put(temp, "tree/" + scripts[i / 600] + "/" + name, name);
   }
   // Far beyond the length of the library's own paths.
-  std::string deep = "tree";
-  for (int i = 0; i < 12; ++i) deep += "/" + std::string(60, 'd');
-  fs::create_directories(temp.Path(deep));
-  Put(temp, deep + "/file", "deep");
+  Put(temp, "tree/" + Repeated(std::string(60, 'd') + "/", 12) + "file", "deep");
   const std::string archive = Lib(temp.Path("a.zip"));
   CZipper zipper(archive.c_str(), nullptr, false);
   EXPECT_TRUE(zipper.AddFolderToZip("tree", false));
