@@ -15,6 +15,7 @@
 
 #include "files/library_path.h"
 #include "qvx/copy_progress.h"
+#include "qvx/unzipper.h"
 #include "support/failing_new.h"
 #include "support/temp_folder.h"
 
@@ -84,6 +85,19 @@ inline void MakeSampleTree(const TempFolder& temp, const std::string& top) {
   Put(temp, top + "/deep/er/pieces", std::string(2 * 1024 * 1024, 'p') + noise + "end");
   Put(temp, top + "/deep/er/still/\xd0\x96\xe4\xb8\xad colon:star*.txt", "script");
 }
+
+class ArchiveTest : public testing::Test {
+ protected:
+  // The native path and the library path of what stands in the test's folder.
+  std::string Native(const std::string& name) const { return temp_.Path(name); }
+  std::string Path(const std::string& name) const { return Lib(temp_.Path(name)); }
+  Tree TreeIn(const std::string& folder) const { return TreeOf(temp_.Path(folder)); }
+  bool Unpack(const std::string& archive, const std::string& folder, bool flat = false) const {
+    return CUnzipper::Unzip(archive.c_str(), Path(folder).c_str(), flat);
+  }
+
+  const TempFolder temp_;
+};
 
 // Follows an archive's progress, and can stop it.
 struct Recorder : IArchiveProgressListener {

@@ -5,14 +5,14 @@
 #include "archive/archive_support.h"
 #include "archive/zip_output.h"
 #include "platform/file.h"
-#include "qvx/unzipper.h"
 #include "qvx/zipper.h"
 
 namespace qvx::test {
 namespace {
 
-TEST(LargeArchive, TenThousandFilesWithNamesOfEveryScript) {
-  const TempFolder temp;
+using LargeArchive = ArchiveTest;
+
+TEST_F(LargeArchive, TenThousandFilesWithNamesOfEveryScript) {
   const std::string scripts[] = {"latin \xc3\xa9",
                                  "\xd0\xba\xd0\xb8\xd1\x80",
                                  "\xce\xb5\xce\xbb",
@@ -34,42 +34,41 @@ TEST(LargeArchive, TenThousandFilesWithNamesOfEveryScript) {
   for (int i = 0; i < 10000; ++i) {
     const std::string& script = scripts[i % std::size(scripts)];
     const std::string name = script + std::to_string(i);
-    Put(temp, "tree/" + scripts[i / 600] + "/" + name, name);
+    Put(temp_, "tree/" + scripts[i / 600] + "/" + name, name);
   }
   // Far beyond the length of the library's own paths.
-  Put(temp, "tree/" + Repeated(std::string(60, 'd') + "/", 12) + "file", "deep");
-  const std::string archive = Lib(temp.Path("a.zip"));
+  Put(temp_, "tree/" + Repeated(std::string(60, 'd') + "/", 12) + "file", "deep");
+  const std::string archive = Path("a.zip");
   CZipper zipper(archive.c_str(), nullptr, false);
   EXPECT_TRUE(zipper.AddFolderToZip("tree", false));
   EXPECT_TRUE(zipper.CloseZip());
-  EXPECT_EQ(0, RunCommand("unzip -tqq " + temp.Path("a.zip")));
-  EXPECT_EQ(0, RunCommand("7z t " + temp.Path("a.zip")));
-  EXPECT_EQ(0, RunCommand("/usr/bin/python3 -m zipfile -t " + temp.Path("a.zip")));
-  ASSERT_TRUE(CUnzipper::Unzip(archive.c_str(), Lib(temp.Path("out")).c_str(), false));
-  EXPECT_TRUE(TreeOf(temp.Path("tree")) == TreeOf(temp.Path("out/tree")));
+  for (const std::string program : {"unzip -tqq ", "7z t ", "/usr/bin/python3 -m zipfile -t "}) {
+    EXPECT_EQ(0, RunCommand(program + Native("a.zip"))) << program;
+  }
+  ASSERT_TRUE(Unpack(archive, "out"));
+  EXPECT_TRUE(TreeIn("tree") == TreeIn("out/tree"));
 }
 
-TEST(LargeArchive, FiveGibibytes) {
-  const TempFolder temp;
+TEST_F(LargeArchive, FiveGibibytes) {
   constexpr std::uint64_t kSize = 5ull << 30;
   constexpr std::uint64_t kMarks[] = {0, 0xFFFFFFFE, kSize - 5};
   platform::File file;
-  ASSERT_TRUE(file.OpenNative(temp.Path("sparse"), platform::OpenMode::Write()));
+  ASSERT_TRUE(file.OpenNative(Native("sparse"), platform::OpenMode::Write()));
   ASSERT_TRUE(file.Resize(kSize));
   for (const std::uint64_t offset : kMarks) {
     ASSERT_EQ(5u, file.WriteAt(offset, "marks", 5).count);
   }
-  const std::string archive = Lib(temp.Path("a.zip"));
+  const std::string archive = Path("a.zip");
   CZipper zipper(archive.c_str(), nullptr, false);
   EXPECT_TRUE(zipper.AddFileToZip("sparse", false));
   EXPECT_TRUE(zipper.CloseZip());
-  EXPECT_EQ(0, RunCommand("7z t " + temp.Path("a.zip")));
-  EXPECT_EQ(0, RunCommand("unzip -tqq " + temp.Path("a.zip")));
+  EXPECT_EQ(0, RunCommand("7z t " + Native("a.zip")));
+  EXPECT_EQ(0, RunCommand("unzip -tqq " + Native("a.zip")));
   CUnzipper unzipper(archive.c_str());
   EXPECT_EQ(kSize, unzipper.GetFileSize());
-  ASSERT_TRUE(unzipper.UnzipFile(0, Lib(temp.Path("out")).c_str()));
+  ASSERT_TRUE(unzipper.UnzipFile(0, Path("out").c_str()));
   platform::File copy;
-  ASSERT_TRUE(copy.OpenNative(temp.Path("out/sparse"), platform::OpenMode::Read()));
+  ASSERT_TRUE(copy.OpenNative(Native("out/sparse"), platform::OpenMode::Read()));
   EXPECT_EQ(static_cast<std::int64_t>(kSize), copy.Size());
   for (const std::uint64_t offset : kMarks) {
     char marks[6] = "";
@@ -77,13 +76,12 @@ TEST(LargeArchive, FiveGibibytes) {
     EXPECT_STREQ("marks", marks);
   }
   struct stat status;
-  stat(temp.Path("out/sparse").c_str(), &status);
+  stat(Native("out/sparse").c_str(), &status);
   EXPECT_LT(status.st_blocks, 1 << 16);
 }
 
-TEST(LargeArchive, MoreThan65535Entries) {
-  const TempFolder temp;
-  const std::string path = temp.Path("a.zip");
+TEST_F(LargeArchive, MoreThan65535Entries) {
+  const std::string path = Native("a.zip");
   for (const int count : {65534, 65535, 65536, 70000}) {
     const auto output = archive::ZipOutput::Open(path, false);
     for (int i = 0; i < count; ++i) {

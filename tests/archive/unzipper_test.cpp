@@ -6,7 +6,6 @@
 
 #include <cerrno>
 #include <ctime>
-#include <numeric>
 #include <set>
 
 #include "archive/archive_support.h"
@@ -26,26 +25,21 @@ struct Opened : CUnzipper {
 
 const std::string kDataOfIt = Repeated("data of it\n", 99);
 
-class Unzipper : public testing::Test {
+class Unzipper : public ArchiveTest {
  protected:
   // A copy of an archive of this kind, which was made once for all tests.
   std::string Make(const std::string& kind) const {
     static const TempFolder all;
     static const int made = RunPeer("make " + all.Path());
     EXPECT_EQ(0, made);
-    fs::copy_file(all.Path(kind + ".zip"), temp_.Path(kind + ".zip"));
-    return Lib(temp_.Path(kind + ".zip"));
+    fs::copy_file(all.Path(kind + ".zip"), Native(kind + ".zip"));
+    return Path(kind + ".zip");
   }
-  bool Unpack(const std::string& archive, const std::string& folder, bool flat = false) const {
-    return CUnzipper::Unzip(archive.c_str(), Lib(temp_.Path(folder)).c_str(), flat);
-  }
-
-  const TempFolder temp_;
 };
 
 TEST_F(Unzipper, WhatOtherProgramsPack) {
   MakeSampleTree(temp_, "tree");
-  const Tree tree = TreeOf(temp_.Path("tree"));
+  const Tree tree = TreeIn("tree");
   const char* commands[] = {
       "zip -qr ../a.zip .",
       "zip -q0r ../a.zip .",
@@ -56,41 +50,30 @@ TEST_F(Unzipper, WhatOtherProgramsPack) {
       "/usr/bin/python3 -m zipfile -c ../a.zip .",
   };
   for (const char* command : commands) {
-    fs::remove(temp_.Path("a.zip"));
-    fs::remove_all(temp_.Path("out"));
-    ASSERT_EQ(0, RunCommand("export LC_ALL=C.UTF-8; cd " + temp_.Path("tree") + " && " + command))
+    fs::remove(Native("a.zip"));
+    fs::remove_all(Native("out"));
+    ASSERT_EQ(0, RunCommand("export LC_ALL=C.UTF-8; cd " + Native("tree") + " && " + command))
         << command;
-    EXPECT_TRUE(Unpack(Lib(temp_.Path("a.zip")), "out")) << command;
-    EXPECT_EQ(tree, TreeOf(temp_.Path("out"))) << command;
+    EXPECT_TRUE(Unpack(Path("a.zip"), "out")) << command;
+    EXPECT_EQ(tree, TreeIn("out")) << command;
   }
 }
 
 TEST_F(Unzipper, EveryFormOfEntries) {
   ASSERT_TRUE(Unpack(Make("good"), "out"));
-  std::string bytes(256, '\0');
-  std::iota(bytes.begin(), bytes.end(), '\0');
-  const Tree wanted{{"a", "/"},
-                    {"a/descriptor.txt", Digest(std::string(70000, 'x'))},
-                    {"stored", bytes},
-                    {"empty", ""},
-                    {"zip64", Digest(Repeated("large", 999))},
-                    {"no attributes", "/"},
-                    {"\xe4\xb8\xad\xe6\x96\x87", "/"},
-                    {"\xe4\xb8\xad\xe6\x96\x87/\xd0\x96.txt", "utf8"},
-                    {"commented", "commented"}};
-  EXPECT_EQ(wanted, TreeOf(temp_.Path("out")));
+  ASSERT_EQ(
+      0, RunCommand("LC_ALL=C.UTF-8 unzip -q " + Native("good.zip") + " -d " + Native("theirs")));
+  EXPECT_EQ(9u, TreeIn("out").size());
+  EXPECT_EQ(TreeIn("theirs"), TreeIn("out"));
   struct stat status;
-  stat(temp_.Path("out/stored").c_str(), &status);
+  stat(Native("out/stored").c_str(), &status);
   char local[20];
   std::strftime(local, sizeof(local), "%F %T", std::localtime(&status.st_mtime));
   EXPECT_STREQ("2021-06-07 08:09:10", local);
-  CUnzipper unzipper(Lib(temp_.Path("good.zip")).c_str());
+  CUnzipper unzipper(Path("good.zip").c_str());
   UZ_FileInfo info;
   EXPECT_TRUE(unzipper.GotoFile("COMMENTED") && unzipper.GetFileInfo(info));
-  EXPECT_STREQ(
-      "\xc3\xbc"
-      "ber",
-      info.comment);
+  EXPECT_STREQ("\u00fcber", info.comment);
   EXPECT_EQ(9u, info.uncompressedSize);
   EXPECT_EQ(0x52C74125u, info.dosDate);
   EXPECT_FALSE(info.isFolder);
@@ -104,7 +87,7 @@ TEST_F(Unzipper, EveryFormOfEntries) {
                   {"next", kDataOfIt},
                   {"\xce\xa9mega", "text"},
                   {"file", kDataOfIt}}),
-            TreeOf(temp_.Path("old")));
+            TreeIn("old"));
 }
 
 TEST_F(Unzipper, MovesAmongEntries) {
@@ -137,65 +120,64 @@ TEST_F(Unzipper, MovesAmongEntries) {
   EXPECT_TRUE(unzipper.OpenZip(Make("none").c_str()));
   EXPECT_EQ(0, unzipper.GetFileCount());
   EXPECT_FALSE(unzipper.GetFileInfo(0, info) || unzipper.Unzip());
-  EXPECT_TRUE(fs::is_directory(temp_.Path("none")));
+  EXPECT_TRUE(fs::is_directory(Native("none")));
 }
 
 TEST_F(Unzipper, OutputFolders) {
   const std::string archive = Make("nested");
   Opened unzipper(archive.c_str());
   EXPECT_TRUE(unzipper.UnzipFile(1));
-  EXPECT_TRUE(fs::is_regular_file(temp_.Path("nested/a/b.txt")));
-  EXPECT_TRUE(unzipper.UnzipFile(2, Lib(temp_.Path("flat")).c_str(), true));
-  EXPECT_TRUE(unzipper.UnzipTo(Lib(temp_.Path("flat")).c_str(), true));
-  EXPECT_EQ((Tree{{"top.TXT", kDataOfIt}, {"b.txt", kDataOfIt}, {"e", kDataOfIt}}),
-            TreeOf(temp_.Path("flat")));
+  EXPECT_TRUE(fs::is_regular_file(Native("nested/a/b.txt")));
+  EXPECT_TRUE(unzipper.UnzipFile(2, Path("flat").c_str(), true));
+  EXPECT_TRUE(unzipper.UnzipTo(Path("flat").c_str(), true));
+  EXPECT_EQ((Tree{{"top.TXT", kDataOfIt}, {"b.txt", kDataOfIt}, {"e", kDataOfIt}}), TreeIn("flat"));
   EXPECT_FALSE(unzipper.SetOutputFolder(archive.c_str()) || unzipper.SetOutputFolder(nullptr) ||
                unzipper.SetOutputFolder(std::string(300, 'n').c_str()));
-  EXPECT_TRUE(unzipper.SetOutputFolder(Lib(temp_.Path("made/for/it")).c_str()));
+  EXPECT_TRUE(unzipper.SetOutputFolder(Path("made/for/it").c_str()));
   EXPECT_TRUE(unzipper.Unzip());
-  EXPECT_TRUE(fs::is_regular_file(temp_.Path("made/for/it/a/c.d/e")));
+  EXPECT_TRUE(fs::is_regular_file(Native("made/for/it/a/c.d/e")));
   EXPECT_FALSE(unzipper.UnzipTo(nullptr) || unzipper.UnzipTo(archive.c_str()));
 
   EXPECT_TRUE(Opened::CreateFolder("no separator") && !fs::exists("no separator"));
-  EXPECT_TRUE(Opened::CreateFolder(Lib(temp_.Path("x/y/")).c_str()));
-  EXPECT_TRUE(Opened::CreateFilePath(Lib(temp_.Path("z/file")).c_str()));
-  EXPECT_TRUE(fs::is_directory(temp_.Path("x/y")) && fs::is_directory(temp_.Path("z")));
-  EXPECT_FALSE(fs::exists(temp_.Path("z/file")));
+  EXPECT_TRUE(Opened::CreateFolder(Path("x/y/").c_str()));
+  EXPECT_TRUE(Opened::CreateFilePath(Path("z/file").c_str()));
+  EXPECT_TRUE(fs::is_directory(Native("x/y")) && fs::is_directory(Native("z")));
+  EXPECT_FALSE(fs::exists(Native("z/file")));
   EXPECT_FALSE(Opened::CreateFolder("") || Opened::CreateFolder(nullptr) ||
                Opened::CreateFilePath("file") || Opened::CreateFolder((archive + "\\x").c_str()));
   EXPECT_TRUE(Opened::SetFileModTime(archive.c_str(), 0x52C74125));
   EXPECT_FALSE(Opened::SetFileModTime(archive.c_str(), 0x52E04125));  // month 7, day 0
-  EXPECT_FALSE(Opened::SetFileModTime(Lib(temp_.Path("absent")).c_str(), 0x52C74125));
+  EXPECT_FALSE(Opened::SetFileModTime(Path("absent").c_str(), 0x52C74125));
 }
 
 TEST_F(Unzipper, StaysBelowItsFolder) {
-  fs::create_directories(temp_.Path("top/out"));
+  fs::create_directories(Native("top/out"));
   for (int i = 0; i < 8; ++i) {
     EXPECT_FALSE(Unpack(Make("name_" + std::to_string(i)), "top/out")) << i;
-    EXPECT_EQ((Tree{{"out", "/"}, {"out/fine", kDataOfIt}}), TreeOf(temp_.Path("top"))) << i;
+    EXPECT_EQ((Tree{{"out", "/"}, {"out/fine", kDataOfIt}}), TreeIn("top")) << i;
   }
   EXPECT_FALSE(fs::exists("/tmp/qvx_up") || fs::exists("/up"));
   EXPECT_FALSE(Unpack(Make("link"), "top/links"));
-  EXPECT_EQ((Tree{{"link", ".."}}), TreeOf(temp_.Path("top/links")));
+  EXPECT_EQ((Tree{{"link", ".."}}), TreeIn("top/links"));
   // A link is never followed: not as a folder on the way, and as a file it is replaced.
   const std::string archive = Make("nested");
   Put(temp_, "elsewhere/kept", "kept");
-  fs::create_directory(temp_.Path("linked"));
-  fs::create_directory_symlink(temp_.Path("elsewhere"), temp_.Path("linked/a"));
-  fs::create_symlink(temp_.Path("elsewhere/kept"), temp_.Path("linked/top.TXT"));
+  fs::create_directory(Native("linked"));
+  fs::create_directory_symlink(Native("elsewhere"), Native("linked/a"));
+  fs::create_symlink(Native("elsewhere/kept"), Native("linked/top.TXT"));
   EXPECT_FALSE(Unpack(archive, "linked"));
-  EXPECT_EQ((Tree{{"kept", "kept"}}), TreeOf(temp_.Path("elsewhere")));
-  EXPECT_EQ((Tree{{"a", "->"}, {"top.TXT", kDataOfIt}}), TreeOf(temp_.Path("linked")));
+  EXPECT_EQ((Tree{{"kept", "kept"}}), TreeIn("elsewhere"));
+  EXPECT_EQ((Tree{{"a", "->"}, {"top.TXT", kDataOfIt}}), TreeIn("linked"));
   // The folder itself may be a link; what is in the way of a folder or file stays.
   EXPECT_TRUE(Unpack(archive, "linked/a"));
-  EXPECT_EQ(7u, TreeOf(temp_.Path("elsewhere")).size());
-  fs::create_directories(temp_.Path("blocked/top.TXT"));
+  EXPECT_EQ(7u, TreeIn("elsewhere").size());
+  fs::create_directories(Native("blocked/top.TXT"));
   EXPECT_FALSE(Unpack(archive, "blocked"));
   Put(temp_, "file/a", "a file");
   EXPECT_FALSE(Unpack(archive, "file"));
-  EXPECT_EQ("a file", TreeOf(temp_.Path("file"))["a"]);
-  fs::create_directory(temp_.Path("fifo"));
-  ASSERT_EQ(0, mkfifo(temp_.Path("fifo/top.TXT").c_str(), 0600));
+  EXPECT_EQ("a file", TreeIn("file")["a"]);
+  fs::create_directory(Native("fifo"));
+  ASSERT_EQ(0, mkfifo(Native("fifo/top.TXT").c_str(), 0600));
   EXPECT_FALSE(Unpack(archive, "fifo"));
 }
 
@@ -203,9 +185,9 @@ TEST_F(Unzipper, RefusesWhatLies) {
   for (const char* kind :
        {"overlap", "inside", "crc", "larger", "smaller", "packed_larger", "packed_smaller",
         "local_name", "local_crc", "encrypted", "method", "far", "count", "parts", "place"}) {
-    fs::remove_all(temp_.Path("out"));
+    fs::remove_all(Native("out"));
     EXPECT_FALSE(Unpack(Make(kind), "out")) << kind;
-    const Tree tree = TreeOf(fs::exists(temp_.Path("out")) ? temp_.Path("out") : temp_.Path());
+    const Tree tree = TreeOf(fs::exists(Native("out")) ? Native("out") : temp_.Path());
     for (const auto& [name, content] : tree) {
       EXPECT_TRUE(fs::path(name).extension() == ".zip" || content == kDataOfIt) << kind << name;
     }
@@ -215,7 +197,7 @@ TEST_F(Unzipper, RefusesWhatLies) {
   EXPECT_EQ(4u << 20, unzipper.GetTotalSize());
   unzipper.SetSizeLimit((4u << 20) - 1);
   EXPECT_FALSE(unzipper.Unzip());
-  EXPECT_TRUE(TreeOf(temp_.Path("bomb")).empty());
+  EXPECT_TRUE(TreeIn("bomb").empty());
   EXPECT_TRUE(unzipper.UnzipFile(0));
   unzipper.SetSizeLimit(4u << 20);
   EXPECT_TRUE(unzipper.Unzip());
@@ -230,15 +212,15 @@ class DamagedArchive : public Unzipper {
     Put(temp_, "t/long", kDataOfIt);
     Put(temp_, "t/f/short", "short");
     Put(temp_, "t/empty", "");
-    CZipper zipper(Lib(temp_.Path("whole.zip")).c_str(), nullptr, false);
+    CZipper zipper(Path("whole.zip").c_str(), nullptr, false);
     ASSERT_TRUE(zipper.AddFolderToZip("t", false) && zipper.CloseZip());
-    whole_ = ReadWhole(temp_.Path("whole.zip"));
-    tree_ = TreeOf(temp_.Path("t"));
+    whole_ = ReadWhole(Native("whole.zip"));
+    tree_ = TreeIn("t");
   }
   bool UnpackDamaged(const std::string& bytes) const {
-    fs::remove_all(temp_.Path("out"));
+    fs::remove_all(Native("out"));
     Put(temp_, "damaged.zip", bytes);
-    return Unpack(Lib(temp_.Path("damaged.zip")), "out");
+    return Unpack(Path("damaged.zip"), "out");
   }
 
   std::string whole_;
@@ -260,15 +242,15 @@ TEST_F(DamagedArchive, ChangedAtEveryByte) {
     std::string bytes = whole_;
     bytes[at] = static_cast<char>(bytes[at] ^ (1 << at % 8));
     UnpackDamaged(bytes);
-    if (!fs::exists(temp_.Path("out"))) continue;
-    for (const auto& [name, content] : TreeOf(temp_.Path("out"))) {
+    if (!fs::exists(Native("out"))) continue;
+    for (const auto& [name, content] : TreeIn("out")) {
       EXPECT_EQ(1u, contents.count(content)) << at << name;
     }
   }
 }
 
 TEST_F(DamagedArchive, FailuresOfTheDiskAndOfMemory) {
-  const std::string archive = Lib(temp_.Path("whole.zip"));
+  const std::string archive = Path("whole.zip");
   const struct {
     platform::Operation operation;
     int error;
@@ -280,20 +262,20 @@ TEST_F(DamagedArchive, FailuresOfTheDiskAndOfMemory) {
   for (const auto& each : cases) {
     bool failed = true;
     for (int first = 1; failed; ++first) {
-      fs::remove_all(temp_.Path("out"));
+      fs::remove_all(Native("out"));
       FaultPlan plan;
       plan.Fail(each.operation, first, each.error);
       failed = !Unpack(archive, "out");
     }
-    EXPECT_EQ(tree_, TreeOf(temp_.Path("out/t")));
+    EXPECT_EQ(tree_, TreeIn("out/t"));
   }
   FaultPlan plan;
   plan.Shorten(platform::Operation::kFileRead, 1, 7, 1000);
   plan.Shorten(platform::Operation::kFileWrite, 1, 3, 1000);
   EXPECT_TRUE(Unpack(archive, "short"));
-  EXPECT_EQ(tree_, TreeOf(temp_.Path("short/t")));
+  EXPECT_EQ(tree_, TreeIn("short/t"));
   EXPECT_GT(FailEachAllocation([&] {
-              fs::remove_all(temp_.Path("out"));
+              fs::remove_all(Native("out"));
               Unpack(archive, "out");
             }),
             20);
@@ -302,10 +284,10 @@ TEST_F(DamagedArchive, FailuresOfTheDiskAndOfMemory) {
 TEST_F(DamagedArchive, AListenerStopsIt) {
   Recorder listener;
   listener.stop_at = 1;
-  CUnzipper unzipper(Lib(temp_.Path("whole.zip")).c_str());
+  CUnzipper unzipper(Path("whole.zip").c_str());
   unzipper.SetProgressListener(&listener);
-  EXPECT_FALSE(unzipper.UnzipTo(Lib(temp_.Path("out")).c_str(), true));
-  EXPECT_TRUE(TreeOf(temp_.Path("out")).empty());
+  EXPECT_FALSE(unzipper.UnzipTo(Path("out").c_str(), true));
+  EXPECT_TRUE(TreeIn("out").empty());
 }
 
 }  // namespace

@@ -9,7 +9,6 @@
 
 #include "archive/archive_support.h"
 #include "qvx/platform.h"
-#include "qvx/unzipper.h"
 #include "support/debug_lines.h"
 #include "support/fault_plan.h"
 
@@ -18,11 +17,11 @@ namespace {
 
 using platform::Operation;
 
-class Zipper : public testing::Test {
+class Zipper : public ArchiveTest {
  protected:
   // The names in an archive, by our own reader, joined by "|".
   std::string Names(const std::string& archive = "out.zip") const {
-    CUnzipper unzipper(Lib(temp_.Path(archive)).c_str());
+    CUnzipper unzipper(Path(archive).c_str());
     std::string names;
     UZ_FileInfo info;
     for (int i = 0; i < unzipper.GetFileCount(); ++i) {
@@ -32,8 +31,7 @@ class Zipper : public testing::Test {
     return names;
   }
 
-  const TempFolder temp_;
-  const std::string archive_ = Lib(temp_.Path("out.zip"));
+  const std::string archive_ = Path("out.zip");
   const std::string root_ = Lib(temp_.Path());
 };
 
@@ -41,11 +39,11 @@ TEST_F(Zipper, OtherProgramsReadATree) {
   MakeSampleTree(temp_, "tree");
   Put(temp_, "tree/.hidden", "left out");
   Put(temp_, "elsewhere/file", "outside");
-  fs::create_symlink(temp_.Path("tree/one"), temp_.Path("tree/link"));
-  fs::create_symlink(temp_.Path("elsewhere"), temp_.Path("tree/folder link"));
-  mkfifo(temp_.Path("tree/fifo").c_str(), 0600);
+  fs::create_symlink(Native("tree/one"), Native("tree/link"));
+  fs::create_symlink(Native("elsewhere"), Native("tree/folder link"));
+  mkfifo(Native("tree/fifo").c_str(), 0600);
   const timespec old[2] = {{1234567891, 0}, {1234567891, 0}};
-  utimensat(AT_FDCWD, temp_.Path("tree/one").c_str(), old, 0);
+  utimensat(AT_FDCWD, Native("tree/one").c_str(), old, 0);
   Recorder recorder;
   CZipper zipper(archive_.c_str(), root_.c_str(), false);
   zipper.SetProgressListener(&recorder);
@@ -60,23 +58,23 @@ TEST_F(Zipper, OtherProgramsReadATree) {
   EXPECT_FALSE(recorder.last.empty());
 
   for (const char* skipped : {"tree/.hidden", "tree/fifo", "tree/folder link"}) {
-    fs::remove(temp_.Path(skipped));
+    fs::remove(Native(skipped));
   }
-  const std::string archive = temp_.Path("out.zip");
-  EXPECT_EQ(0, RunPeer("check " + archive + " " + temp_.Path("tree")));
-  EXPECT_EQ(0, RunCommand("LC_ALL=C.UTF-8 7z x " + archive + " -o" + temp_.Path("seven")));
+  const std::string archive = Native("out.zip");
+  EXPECT_EQ(0, RunPeer("check " + archive + " " + Native("tree")));
+  EXPECT_EQ(0, RunCommand("LC_ALL=C.UTF-8 7z x " + archive + " -o" + Native("seven")));
   // It takes backslashes for what they are, and warns.
-  EXPECT_EQ(1, RunCommand("LC_ALL=C.UTF-8 unzip -q " + archive + " -d " + temp_.Path("theirs")));
-  EXPECT_TRUE(CUnzipper::Unzip(archive_.c_str(), Lib(temp_.Path("ours")).c_str(), false));
-  fs::create_directory(temp_.Path("packed"));
-  fs::rename(temp_.Path("tree"), temp_.Path("packed/tree"));
-  fs::remove(temp_.Path("packed/tree/link"));
+  EXPECT_EQ(1, RunCommand("LC_ALL=C.UTF-8 unzip -q " + archive + " -d " + Native("theirs")));
+  EXPECT_TRUE(Unpack(archive_, "ours"));
+  fs::create_directory(Native("packed"));
+  fs::rename(Native("tree"), Native("packed/tree"));
+  fs::remove(Native("packed/tree/link"));
   Put(temp_, "packed/tree/link", "1");
   for (const char* unpacked : {"seven", "theirs", "ours"}) {
-    EXPECT_EQ(TreeOf(temp_.Path("packed")), TreeOf(temp_.Path(unpacked))) << unpacked;
+    EXPECT_EQ(TreeIn("packed"), TreeIn(unpacked)) << unpacked;
   }
   struct stat status;
-  stat(temp_.Path("ours/tree/one").c_str(), &status);
+  stat(Native("ours/tree/one").c_str(), &status);
   EXPECT_EQ(1234567890, status.st_mtime);
 }
 
@@ -85,7 +83,7 @@ TEST_F(Zipper, StoredNames) {
   Put(temp_, "in/sub.d/g", "g");
   Put(temp_, "in/other.d/back\\slash", "b");
   Put(temp_, "other", "o");
-  const std::string in = Lib(temp_.Path("in"));
+  const std::string in = Path("in");
   const auto file = [](const char* path, bool bare) {
     return [=](CZipper& zipper) { return zipper.AddFileToZip(path, bare); };
   };
@@ -97,7 +95,7 @@ TEST_F(Zipper, StoredNames) {
   };
   const std::string absolute = in + "\\f.txt";
   const std::string upper = "c:" + in.substr(2) + "\\f.txt";
-  const std::string outside = Lib(temp_.Path("other"));
+  const std::string outside = Path("other");
   const struct {
     std::function<bool(CZipper&)> add;
     const char* names;  // null for a failure
@@ -156,8 +154,8 @@ TEST_F(Zipper, OpensAndCloses) {
   EXPECT_TRUE(closed.CloseZip());
   EXPECT_FALSE(closed.AddFileToZip("f", true) || closed.AddFileToZip("f", nullptr) ||
                closed.AddFolderToZip("folder", true));
-  const std::string folder = Lib(temp_.Path("folder"));
-  const std::string nowhere = Lib(temp_.Path("no/such/out.zip"));
+  const std::string folder = Path("folder");
+  const std::string nowhere = Path("no/such/out.zip");
   const std::string too_long = root_ + "\\" + std::string(255, 'n');
   for (const char* path :
        {static_cast<const char*>(nullptr), "", folder.c_str(), nowhere.c_str(), too_long.c_str()}) {
@@ -168,7 +166,7 @@ TEST_F(Zipper, OpensAndCloses) {
   CZipper copy(zipper);
   EXPECT_FALSE(copy.AddFileToZip("f", true));
   EXPECT_TRUE(zipper.AddFileToZip("f", false));
-  EXPECT_FALSE(fs::exists(temp_.Path("out.zip")));
+  EXPECT_FALSE(fs::exists(Native("out.zip")));
   EXPECT_TRUE(zipper.OpenZip(archive_.c_str(), "", false));
   EXPECT_EQ("f", Names());
   Z_FileInfo info;
@@ -179,12 +177,12 @@ TEST_F(Zipper, OpensAndCloses) {
   // The archive never holds itself, nor what it replaces.
   EXPECT_TRUE(CZipper::ZipFolder(folder.c_str(), false));
   EXPECT_EQ("folder\\|folder\\x", Names("folder.zip"));
-  EXPECT_TRUE(CZipper::ZipFile(Lib(temp_.Path("f")).c_str()));
+  EXPECT_TRUE(CZipper::ZipFile(Path("f").c_str()));
   EXPECT_EQ("f", Names("f.zip"));
-  EXPECT_FALSE(CZipper::ZipFile(Lib(temp_.Path("f.zip")).c_str()));
+  EXPECT_FALSE(CZipper::ZipFile(Path("f.zip").c_str()));
   EXPECT_EQ("f", Names("f.zip"));
-  EXPECT_FALSE(CZipper::ZipFile(Lib(temp_.Path("absent")).c_str()));
-  EXPECT_FALSE(fs::exists(temp_.Path("absent.zip")));
+  EXPECT_FALSE(CZipper::ZipFile(Path("absent").c_str()));
+  EXPECT_FALSE(fs::exists(Native("absent.zip")));
   EXPECT_TRUE(zipper.OpenZip(archive_.c_str(), nullptr, false) &&
               zipper.AddFolderToZip(root_.c_str(), false) && zipper.CloseZip());
   EXPECT_EQ(std::string::npos, Names().find("out.zip"));
@@ -206,16 +204,15 @@ TEST_F(Zipper, AppendsBehindWhatIsThere) {
   }
   EXPECT_EQ(former, ReadWhole(path).substr(0, former.size()));
   EXPECT_EQ(0, RunCommand("7z t " + path + " && /usr/bin/python3 -m zipfile -t " + path));
-  EXPECT_TRUE(zipper.OpenZip(Lib(temp_.Path("new.zip")).c_str(), nullptr, true) &&
-              zipper.CloseZip());
-  EXPECT_TRUE(fs::exists(temp_.Path("new.zip")));
+  EXPECT_TRUE(zipper.OpenZip(Path("new.zip").c_str(), nullptr, true) && zipper.CloseZip());
+  EXPECT_TRUE(fs::exists(Native("new.zip")));
 }
 
 TEST_F(Zipper, AFailureLeavesTheFormerArchive) {
   MakeSampleTree(temp_, "tree");
   Put(temp_, "former/out.zip", "former");
-  const std::string archive = Lib(temp_.Path("former/out.zip"));
-  const Tree former = TreeOf(temp_.Path("former"));
+  const std::string archive = Path("former/out.zip");
+  const Tree former = TreeIn("former");
   const struct {
     Operation operation;
     bool append;
@@ -230,7 +227,7 @@ TEST_F(Zipper, AFailureLeavesTheFormerArchive) {
     EXPECT_EQ(!each.early, zipper.AddFolderToZip("tree", false));
     plan.Fail(each.operation, 1, ENOSPC);
     EXPECT_FALSE(zipper.CloseZip());
-    EXPECT_EQ(former, TreeOf(temp_.Path("former")));
+    EXPECT_EQ(former, TreeIn("former"));
   }
   Recorder recorder;
   recorder.stop_at = 2;
@@ -238,7 +235,7 @@ TEST_F(Zipper, AFailureLeavesTheFormerArchive) {
   zipper.SetProgressListener(&recorder);
   EXPECT_FALSE(zipper.AddFolderToZip("tree", false));
   zipper.DiscardZip();
-  EXPECT_EQ(former, TreeOf(temp_.Path("former")));
+  EXPECT_EQ(former, TreeIn("former"));
 }
 
 TEST_F(Zipper, FailedAllocationsPassThrough) {
@@ -258,7 +255,7 @@ std::string hook_path;
 
 TEST_F(Zipper, FilesThatVanishGrowAndShrink) {
   for (const char* name : {"tree/vanishes", "tree/other"}) Put(temp_, name, "data");
-  hook_path = temp_.Path("tree/vanishes");
+  hook_path = Native("tree/vanishes");
   CZipper zipper(archive_.c_str(), root_.c_str(), false);
   opens = 0;
   platform::SetSeamHook([](platform::SeamCall& call) {
@@ -282,8 +279,8 @@ TEST_F(Zipper, FilesThatVanishGrowAndShrink) {
   platform::SetSeamHook(nullptr);
   EXPECT_EQ(1u, recorder.skipped.size());
   EXPECT_TRUE(zipper.CloseZip());
-  EXPECT_TRUE(CUnzipper::Unzip(archive_.c_str(), Lib(temp_.Path("ours")).c_str(), false));
-  auto tree = TreeOf(temp_.Path("ours"));
+  EXPECT_TRUE(Unpack(archive_, "ours"));
+  auto tree = TreeIn("ours");
   EXPECT_EQ("data", tree["tree/other"]);
   EXPECT_EQ(0u, tree.count("tree/vanishes"));
   EXPECT_EQ(Digest(big), tree["big"]);
@@ -295,16 +292,16 @@ TEST_F(Zipper, OtherCodePages) {
   Put(temp_, "not\xff utf8", "bytes");
   CZipper zipper(archive_.c_str(), root_.c_str(), false);
   EXPECT_TRUE(zipper.AddFolderToZip("", false) && zipper.CloseZip());
-  EXPECT_TRUE(CUnzipper::Unzip(archive_.c_str(), Lib(temp_.Path("utf8")).c_str(), false));
-  EXPECT_EQ("bytes", TreeOf(temp_.Path("utf8"))["not\xff utf8"]);
+  EXPECT_TRUE(Unpack(archive_, "utf8"));
+  EXPECT_EQ("bytes", TreeIn("utf8")["not\xff utf8"]);
   ASSERT_EQ(1, SetAnsiCodePage(936));
   EXPECT_TRUE(zipper.OpenZip(archive_.c_str(), nullptr, false));
   EXPECT_TRUE(zipper.AddFileToZip("\xd6\xd0\xce\xc4", false) && zipper.CloseZip());
   EXPECT_EQ("\xd6\xd0\xce\xc4", Names());
-  EXPECT_NE(std::string::npos, ReadWhole(temp_.Path("out.zip")).find("\xd6\xd0\xce\xc4"));
-  EXPECT_TRUE(CUnzipper::Unzip(archive_.c_str(), Lib(temp_.Path("gbk")).c_str(), false));
+  EXPECT_NE(std::string::npos, ReadWhole(Native("out.zip")).find("\xd6\xd0\xce\xc4"));
+  EXPECT_TRUE(Unpack(archive_, "gbk"));
   SetAnsiCodePage(65001);
-  EXPECT_EQ("chinese", TreeOf(temp_.Path("gbk"))["\xe4\xb8\xad\xe6\x96\x87"]);
+  EXPECT_EQ("chinese", TreeIn("gbk")["\xe4\xb8\xad\xe6\x96\x87"]);
 }
 
 }  // namespace
