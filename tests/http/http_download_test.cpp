@@ -11,7 +11,6 @@
 #include "http/odd_server.h"
 #include "support/debug_lines.h"
 #include "support/fault_plan.h"
-#include "support/web_servers.h"
 
 namespace {
 
@@ -78,20 +77,11 @@ class Listener : public INetFileCopyProgressListener, public IMultiThreadDownloa
   std::uint64_t copied = 0;
 };
 
-// A file on a server, and a local file of zeros beside it.
-struct OneFile {
-  explicit OneFile(std::size_t size) : content(Pattern(size)), nginx(folder.Path()) {
-    folder.Write("file", content);
-    ClearLocal();
-  }
-
+// A local file of zeros stands beside the served one.
+struct OneFile : ServedFile {
+  explicit OneFile(std::size_t size) : ServedFile(size) { ClearLocal(); }
   void ClearLocal() const { folder.Write("local", std::string(content.size(), '\0')); }
-  std::string Url() const { return nginx.Url("file"); }
   std::string Local() const { return folder.Path("local"); }
-
-  TempFolder folder;
-  std::string content;
-  Nginx nginx;
 };
 
 // A piece of the file, downloaded to its place in the local file.

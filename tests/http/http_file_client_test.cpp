@@ -10,7 +10,6 @@
 #include "support/debug_lines.h"
 #include "support/fault_plan.h"
 #include "support/fork_child.h"
-#include "support/web_servers.h"
 
 namespace {
 
@@ -56,11 +55,9 @@ OddServer::Answer Serve(const std::string& content, bool size = true) {
 }
 
 TEST_F(HttpFileClient, RandomSeeksAndReadsEqualALocalCopy) {
-  const TempFolder folder;
-  const std::string content = Pattern(1'000'003);
-  folder.Write("file", content);
-  const Nginx nginx(folder.Path());
-  Open(nginx.Url("file"));
+  const ServedFile file(1'000'003);
+  const std::string& content = file.content;
+  Open(file.Url());
   ASSERT_EQ(client_.GetFileSize(), content.size());
   std::mt19937 random(5);
   std::int64_t position = 0;
@@ -248,15 +245,12 @@ TEST_F(HttpFileClient, OneReadFailsAndTheNextBeginsAfresh) {
 
 // Every call from every side at once: what is read is always a piece of the file.
 TEST_F(HttpFileClient, AllCallsAtOnce) {
-  const TempFolder folder;
-  const std::string content = Pattern(300'000);
-  folder.Write("file", content);
-  const Nginx nginx(folder.Path());
+  const ServedFile file(300'000);
   std::atomic<bool> done{false};
   std::thread reader([&] {
     for (unsigned int i = 0; !done; ++i) {
       const std::string read = i % 4 == 0 ? Part(500) : Continue(20'000, i % 3);
-      EXPECT_TRUE(read.empty() || content.find(read) != std::string::npos);
+      EXPECT_TRUE(read.empty() || file.content.find(read) != std::string::npos);
     }
   });
   std::thread caller([&] {
@@ -273,7 +267,7 @@ TEST_F(HttpFileClient, AllCallsAtOnce) {
   });
   std::mt19937 random(7);
   for (int i = 0; i < 60; ++i) {
-    Open(nginx.Url("file"));
+    Open(file.Url());
     for (std::uint64_t spin = random() % 2000; spin > 0; --spin) std::this_thread::yield();
     if (i % 3 != 0) client_.CloseFile();
   }

@@ -12,7 +12,6 @@
 #include "support/failing_new.h"
 #include "support/fault_plan.h"
 #include "support/small_disk.h"
-#include "support/web_servers.h"
 
 namespace {
 
@@ -21,23 +20,18 @@ using namespace qvx::test;
 using HttpFile = HttpTest;
 
 // Collects a stream, up to a number of bytes.
-class Collector : public IHttpDataCallback {
- public:
-  explicit Collector(std::size_t most = SIZE_MAX) : most_(most) {}
-
+struct Collector : IHttpDataCallback {
   unsigned int OnHttpDataRecvCallback(const unsigned char* data, unsigned int len,
                                       std::uint64_t userData) override {
     EXPECT_EQ(userData, 77u);
     text.append(reinterpret_cast<const char*>(data), len);
-    return text.size() >= most_ ? 0 : len;
+    return text.size() >= most ? 0 : len;
   }
   int OnHttpDataProgressCallback(std::uint64_t) override { return stop; }
 
   std::string text;
+  std::size_t most = SIZE_MAX;
   int stop = 0;
-
- private:
-  std::size_t most_;
 };
 
 std::string Stream(tagHTTPFILEINFO* info, std::uint64_t start) {
@@ -47,20 +41,15 @@ std::string Stream(tagHTTPFILEINFO* info, std::uint64_t start) {
 }
 
 TEST_F(HttpFile, RealServersTakeEveryKindOfConnection) {
-  const TempFolder folder;
-  const std::string content = Pattern(100'000);
-  folder.Write("file", content);
-  const Nginx nginx(folder.Path());
-  const ApacheDigest apache(folder.Path());
+  const ServedFile served(100'000);
+  const std::string& content = served.content;
+  const Nginx& nginx = served.nginx;
+  const ApacheDigest apache(served.folder.Path());
   const Tinyproxy tinyproxy;
   const std::string proxy = tinyproxy.Address();
-  const std::string own = nginx.Authority();
-  const std::string other = nginx.OtherAuthority();
-  CBaseBuffer right;
-  CBaseBuffer wrong;
-  CBaseBuffer empty;
-  right.SetBuffer(own.data(), static_cast<unsigned int>(own.size()));
-  wrong.SetBuffer(other.data(), static_cast<unsigned int>(other.size()));
+  const CBaseBuffer right = Buffer(nginx.Authority());
+  const CBaseBuffer wrong = Buffer(nginx.OtherAuthority());
+  const CBaseBuffer empty;
   const struct {
     const char* name;
     int opened;
@@ -68,7 +57,7 @@ TEST_F(HttpFile, RealServersTakeEveryKindOfConnection) {
   } kCases[] = {
       {"plain", 1, {nginx.Url("file")}},
       {"missing", 0, {nginx.Url("nothing")}},
-      {"no scheme of the web", 0, {"file://" + folder.Path("file")}},
+      {"no scheme of the web", 0, {"file://" + served.folder.Path("file")}},
       {"redirect", 1, {nginx.Url("moved/file")}},
       {"right authority", 1, {nginx.SecureUrl("file"), &right}},
       {"wrong authority", 0, {nginx.SecureUrl("file"), &wrong}},
@@ -106,23 +95,21 @@ TEST_F(HttpFile, RealServersTakeEveryKindOfConnection) {
 
 // On a system whose own certificates would lead to the server: curl takes those besides.
 TEST_F(HttpFile, NoAuthorityCountsButTheCallers) {
-  const TempFolder folder;
-  folder.Write("file", "content");
-  const Nginx nginx(folder.Path());
-  const std::string other = nginx.OtherAuthority();
+  const ServedFile served(7);
+  const std::string url = served.nginx.SecureUrl("file");
+  const std::string other = served.nginx.OtherAuthority();
   const std::string command =
-      "curl -sf --cacert " + folder.Write("other", other) + " " + nginx.SecureUrl("file");
+      "curl -sf --cacert " + served.folder.Write("other", other) + " " + url;
   EXPECT_NE(std::system(command.c_str()), 0);
   const std::string told = OnSmallDisk(64, [&](const std::string& disk) -> std::string {
-    WriteFile(disk + "/authority.pem", nginx.Authority());
+    WriteFile(disk + "/authority.pem", served.nginx.Authority());
     if (std::system(("openssl rehash " + disk).c_str()) != 0 ||
         mount(disk.c_str(), "/etc/ssl/certs", nullptr, MS_BIND, nullptr) != 0 ||
         std::system((command + " >/dev/null").c_str()) != 0) {
       return "the system does not trust the server";
     }
-    CBaseBuffer authority;
-    authority.SetBuffer(other.data(), static_cast<unsigned int>(other.size()));
-    return OpenedFile({nginx.SecureUrl("file"), &authority}).opened != 0 ? "opened" : "refused";
+    const CBaseBuffer authority = Buffer(other);
+    return OpenedFile({url, &authority}).opened != 0 ? "opened" : "refused";
   });
   if (told == kNoSmallDisk) GTEST_SKIP() << told;
   EXPECT_EQ(told, "refused");
@@ -249,10 +236,8 @@ TEST_F(HttpFile, HeaderLinesAreThoseOfTheArguments) {
     test.web.url = server.Url();
     EXPECT_EQ(OpenedFile(test.web).opened, 1);
     // So large that libcurl asks first, but for a request with a token.
-    const std::string body = Pattern(test.token ? 0x180000 : 10);
-    CBaseBuffer data;
+    const CBaseBuffer data = Buffer(Pattern(test.token ? 0x180000 : 10));
     CBaseBuffer response;
-    data.SetBuffer(body.data(), static_cast<unsigned int>(body.size()));
     EXPECT_EQ(test.web.Post(&data, &response), 1);
   }
 }
@@ -301,7 +286,8 @@ TEST_F(HttpFile, EndlessBodyEndsWithTheReader) {
   });
   OpenedFile file({server.Url()});
   EXPECT_EQ(file.Read(0, 0x18000).size(), 0x18000u);
-  Collector collector(0x100000);
+  Collector collector;
+  collector.most = 0x100000;
   ReadHttpBodyWithCustomCallback(&file, 0, &collector, 77);
   EXPECT_GE(collector.text.size(), 0x100000u);
 }
@@ -328,10 +314,8 @@ TEST_F(HttpFile, CommandsSendAndAppend) {
                 {"echo", "bad", 0},
                 {"moved", big, 1}};
   for (const auto& test : kCases) {
-    CBaseBuffer data;
-    CBaseBuffer response;
-    data.SetBuffer(test.data.data(), static_cast<unsigned int>(test.data.size()));
-    response.SetBuffer("before ", 7);
+    const CBaseBuffer data = Buffer(test.data);
+    CBaseBuffer response = Buffer("before ");
     EXPECT_EQ(Web{server.Url(test.name)}.Post(&data, &response), test.result) << test.name;
     EXPECT_TRUE(Text(response) == "before POST+" + test.data) << Text(response).substr(0, 40);
   }

@@ -9,6 +9,7 @@
 #include "qvx/curl_binding.h"
 #include "qvx/http_file.h"
 #include "support/packet_bytes.h"
+#include "support/web_servers.h"
 
 namespace qvx::test {
 
@@ -57,6 +58,24 @@ class HttpTest : public testing::Test {
     EXPECT_EQ(InitSysLibCURL(), 1);
   }
 };
+
+// A file of this size on a real server.
+struct ServedFile {
+  explicit ServedFile(std::size_t size) : content(Pattern(size)), nginx(folder.Path()) {
+    folder.Write("file", content);
+  }
+  std::string Url() const { return nginx.Url("file"); }
+
+  TempFolder folder;
+  std::string content;
+  Nginx nginx;
+};
+
+inline CBaseBuffer Buffer(const std::string& text) {
+  CBaseBuffer buffer;
+  buffer.SetBuffer(text.data(), static_cast<unsigned int>(text.size()));
+  return buffer;
+}
 
 inline std::string Text(const CBaseBuffer& buffer) {
   return std::string(reinterpret_cast<const char*>(buffer.GetBuffer()), buffer.GetAvailSize());
