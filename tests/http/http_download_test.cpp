@@ -111,39 +111,33 @@ struct Piece {
   CMultiThreadDownload download;
 };
 
-TEST_F(HttpDownload, CopyTakesAWholeFile) {
+TEST_F(HttpDownload, WholeFilesComeAtTheListenersSpeed) {
   const OneFile file(1'300'000);
   file.folder.Write("local", std::string(2'000'000, 'x'));
+  FaultPlan plan;
   DebugLines log;
-  Listener listener;
+  plan.FakeClock(100 * kSecond);
+  Piece piece(file, 0, file.content.size());
+  Listener& listener = piece.listener;
+  listener.limit = 0x40000;
   CHttpFileClient client;
   EXPECT_EQ(Copy(client, file.Url(), file.Local(), &listener), 1);
   EXPECT_TRUE(ReadWhole(file.Local()) == file.content);
   EXPECT_EQ(listener.blocks, 3);
   EXPECT_EQ(listener.copied, file.content.size());
   EXPECT_EQ(client.GetFileSize(), 0u);
-  EXPECT_EQ(log.Count(2, "net file size is 1300000\r\n"), 1);
-  listener.stop_at = 5;
-  EXPECT_EQ(Copy(client, file.Url(), file.Local(), &listener), 0);
-  EXPECT_EQ(ReadWhole(file.Local()).size(), 0x100000u);
-}
-
-TEST_F(HttpDownload, BothKeepTheListenersSpeedLimit) {
-  const OneFile file(1'300'000);
-  FaultPlan plan;
-  DebugLines log;
-  plan.FakeClock(100 * kSecond);
-  Piece piece(file, 0, file.content.size());
-  piece.listener.limit = 0x40000;
-  CHttpFileClient client;
-  EXPECT_EQ(Copy(client, file.Url(), file.Local(), &piece.listener), 1);
   const std::int64_t last = (1'300'000 - 0x100000) * 1000LL / 0x40000 * (kSecond / 1000);
   EXPECT_EQ(plan.Slept(), 2 * kSecond + last);
+  EXPECT_EQ(log.Count(2, "net file size is 1300000\r\n"), 1);
   EXPECT_EQ(
       log.Count(2, "download file " + file.Url() + ", used 2959ms, speed is 439.34 K/s!!\r\n"), 1);
   piece.Start(0);
   piece.WaitForSuccess();
   EXPECT_EQ(plan.Slept(), 2 * (2 * kSecond + last));
+  EXPECT_EQ(listener.blocks, 6);
+  listener.stop_at = 8;
+  EXPECT_EQ(Copy(client, file.Url(), file.Local(), &listener), 0);
+  EXPECT_EQ(ReadWhole(file.Local()).size(), 0x100000u);
 }
 
 TEST_F(HttpDownload, CopyFailsWithoutLosingTheReason) {

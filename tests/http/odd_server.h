@@ -46,14 +46,10 @@ class OddServer {
 
   explicit OddServer(Answer answer) : answer_(std::move(answer)), acceptor_([this] { Accept(); }) {}
   ~OddServer() {
-    {
-      std::lock_guard<std::mutex> guard(mutex_);
-      stopping_ = true;
-      for (const RawPeer& peer : peers_) shutdown(peer.Descriptor(), SHUT_RDWR);
-    }
+    std::lock_guard<std::mutex> guard(mutex_);
+    stopping_ = true;
+    for (const RawPeer& peer : peers_) shutdown(peer.Descriptor(), SHUT_RDWR);
     RawPeer::To(listener_.Port());  // so that the acceptor looks up
-    acceptor_.join();
-    for (std::thread& thread : threads_) thread.join();
   }
   OddServer(const OddServer&) = delete;
   OddServer& operator=(const OddServer&) = delete;
@@ -103,8 +99,8 @@ class OddServer {
   std::mutex mutex_;
   bool stopping_ = false;
   std::list<RawPeer> peers_;
-  std::list<std::thread> threads_;
-  std::thread acceptor_;
+  std::list<std::jthread> threads_;
+  std::jthread acceptor_;  // the last member, so that it ends first
 };
 
 }  // namespace qvx::test
