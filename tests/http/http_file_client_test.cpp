@@ -1,6 +1,5 @@
 #include "qvx/http_file_client.h"
 
-#include <chrono>
 #include <random>
 #include <semaphore>
 #include <thread>
