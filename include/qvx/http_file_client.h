@@ -75,7 +75,9 @@ class QVX_API CHttpFileClient : public IThreadFuncInterface, public IHttpDataCal
   double GetTotalAvgDownloadSpeedKBPS();
   double GetRealTimeDownloadSpeedKBPS();
 
-  // Tells reads to end, ahead of a CloseFile by another thread. Takes no lock, does not wait.
+  // Tells reads of the stream to end, ahead of a CloseFile by another thread, and lets no other
+  // begin; a ReadFile_Part in progress ends by CancelRead or CloseFile. Takes no lock, does not
+  // wait.
   void PrepareClose();
 
   // Ends the transfer and a read in progress, waits for both, and closes. Always 1; harmless on a

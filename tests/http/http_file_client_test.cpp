@@ -173,6 +173,21 @@ TEST_F(HttpFileClient, StallOfThirtySecondsEndsTheTransfer) {
   EXPECT_EQ(drip.server.Requests(), 3);
 }
 
+TEST_F(HttpFileClient, OneByteASecondIsNoStall) {
+  OddServer server([](const OddRequest& request, const RawPeer& connection) {
+    if (!connection.Send(OddHead(200, "Content-Length: 4\r\n"))) return false;
+    if (request.Method() == "HEAD") return true;
+    for (const char* byte : {"s", "l", "o", "w"}) {
+      std::this_thread::sleep_for(std::chrono::seconds(1));
+      if (!connection.Send(byte)) return false;
+    }
+    return true;
+  });
+  Open(server.Url());
+  EXPECT_EQ(Continue(3), "slo");
+  EXPECT_EQ(Continue(3), "w");
+}
+
 TEST_F(HttpFileClient, SpeedLimitSleepsForTheWholeTimeOfTheBytes) {
   const std::string content = Pattern(10'000);
   OddServer server(Serve(content));
