@@ -21,7 +21,7 @@ constexpr unsigned kOsKeepsRegisters = 1u << 27;
 constexpr unsigned kAvx = 1u << 28;
 // Leaf 7, registers b and c.
 constexpr unsigned kAvx2AndBmi = 1u << 3 | 1u << 5 | 1u << 8;
-constexpr unsigned kAvx512 = 1u << 16 | 1u << 30;  // F and BW
+constexpr unsigned kAvx512 = 1u << 16 | 1u << 30;    // F and BW
 constexpr unsigned kAvx512Vbmi = 1u << 1 | 1u << 6;  // and VBMI2
 constexpr unsigned kWideCarrylessMultiply = 1u << 10;
 // What the system keeps of each thread.
