@@ -105,6 +105,7 @@ TEST_F(MessageQueue, ReceivesFromManyThreadsThroughPoll) {
   constexpr std::uint64_t kEach = 2'000;
   const int descriptor = GetMessageQueueDescriptor();
   std::vector<std::thread> posters;
+  posters.reserve(kThreads);
   for (int i = 0; i < kThreads; ++i) {
     posters.emplace_back([&, i] {
       for (std::uint64_t k = 0; k < kEach; ++k) PostWindowMessage(a_, 1, k, i);

@@ -157,10 +157,10 @@ class LocalServer : public CTCPSocketServer {
   }
   // The server's socket values in order of acceptance.
   std::vector<std::uint64_t> Sockets() {
-    std::vector<std::uint64_t> result;
     LockClient();
+    std::vector<std::uint64_t> result(static_cast<std::size_t>(GetClientCount()));
     for (int i = 0; i < GetClientCount(); ++i) {
-      result.push_back(GetClientSocketInfo_Locked(i)->nSocketFD);
+      result[static_cast<std::size_t>(i)] = GetClientSocketInfo_Locked(i)->nSocketFD;
     }
     UnlockClient();
     return result;
