@@ -1,5 +1,6 @@
 #include "netfile/copy_job.h"
 
+#include "platform/socket.h"
 #include "qvx/debug_output.h"
 
 namespace qvx::netfile {
@@ -60,9 +61,11 @@ void Copy::ReportLeftOut(const CopyPaths& paths, std::int32_t result) {
 }
 
 std::int32_t Copy::RemoteFailure(std::int32_t result) {
-  // Requests in flight are told of the end before the client counts as closed.
+  // The client counts as closed only some time after a failed send has ended its connection, and
+  // after the requests in flight were told of an end.
+  const bool is_shut = platform::SocketUse(client_.GetSocketFd()).IsShut();
   CAutoBaseLock lock(&client_.mWaiterLock);
-  const bool connected = client_.IsConnect() != 0 && !client_.mDisconnected;
+  const bool connected = client_.IsConnect() != 0 && !is_shut && !client_.mDisconnected;
   return connected ? result : std::int32_t{SOCKET_FILE_COPY_DISCONNECTED};
 }
 
@@ -96,18 +99,9 @@ void Copy::FinishAll() {
 }
 
 FileSinkWays& Copy::SinkWays() {
-  MakeScratch();
-  return ways_;
-}
-
-unsigned char* Copy::Scratch() {
-  MakeScratch();
-  return ways_.scratch.get();
-}
-
-void Copy::MakeScratch() {
   if (!ways_.scratch)
     ways_.scratch = std::make_unique_for_overwrite<unsigned char[]>(FileSink::kScratchBytes);
+  return ways_;
 }
 
 std::int32_t CopyJob::CopyBlocks() {

@@ -83,11 +83,9 @@ class Copy {
 
   // Both for whatever is under way at the moment; the scratch block has FileSink::kScratchBytes.
   FileSinkWays& SinkWays();
-  unsigned char* Scratch();
+  unsigned char* Scratch() { return SinkWays().scratch.get(); }
 
  private:
-  void MakeScratch();
-
   CSocketFileClient& client_;
   std::uint64_t timeout_;
   INetFileCopyProgressListener* listener_;

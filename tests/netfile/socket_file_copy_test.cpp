@@ -182,7 +182,7 @@ TEST_P(Copies, ACutConnectionLeavesNoPartUnderTheFinalName) {
   }
   FaultPlan plan;
   plan.Fail(Operation::kSend, 4, ECONNRESET);  // bytes of the file, or the answer with its size
-  EXPECT_EQ(CopyFile("file"), 0);
+  EXPECT_EQ(CopyFileEx("file"), SOCKET_FILE_COPY_DISCONNECTED);
   EXPECT_FALSE(std::filesystem::exists(target_.Path("file")));
 }
 
