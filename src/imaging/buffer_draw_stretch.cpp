@@ -173,15 +173,15 @@ void BlendSameSize(const Target& dst, const Source& src) {
 StretchSteps::StretchSteps(std::int64_t source, std::int64_t target)
     : whole_step_(source / target),
       rest_step_(2 * (source % target)),
-      divisor_(2 * target),
-      next_rest_(divisor_ - rest_step_) {
+      rest_limit_(2 * target - rest_step_) {
   // Bresenham's error terms in closed form: enlarging takes the place below source * (2i + 1),
   // shrinking the place above source * (2i - 1), both divided by 2 * target.
-  const std::int64_t start = source > target ? divisor_ - 1 - source : source;
-  place_ = start / divisor_;
-  rest_ = start % divisor_;
+  const std::int64_t divisor = 2 * target;
+  const std::int64_t start = source > target ? divisor - 1 - source : source;
+  place_ = start / divisor;
+  rest_ = start % divisor;
   if (rest_ < 0) {
-    rest_ += divisor_;
+    rest_ += divisor;
     --place_;
   }
 }

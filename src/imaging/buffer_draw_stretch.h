@@ -15,8 +15,8 @@ class StretchSteps {
   std::int64_t Place() const { return place_ < 0 ? 0 : place_; }
 
   void Next() {
-    const bool passes = rest_ >= next_rest_;
-    rest_ += passes ? rest_step_ - divisor_ : rest_step_;
+    const bool passes = rest_ >= rest_limit_;
+    rest_ += passes ? -rest_limit_ : rest_step_;
     place_ += whole_step_ + (passes ? 1 : 0);
   }
 
@@ -25,8 +25,7 @@ class StretchSteps {
   std::int64_t rest_;
   std::int64_t whole_step_;
   std::int64_t rest_step_;
-  std::int64_t divisor_;
-  std::int64_t next_rest_;  // from here on a step passes one place more
+  std::int64_t rest_limit_;  // from here on a step passes one place more
 };
 
 // Both sides have the same size of pixels.

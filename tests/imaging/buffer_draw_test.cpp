@@ -32,7 +32,8 @@ auto* BytesOf(Container& container) {
   return reinterpret_cast<Byte*>(container.data());
 }
 
-// What another program worked out for a source and a destination pixel.
+// What another program worked out for a source and a destination pixel. Where both are
+// transparent the rules' order decides: the destination stays, but a stamp takes the source.
 TEST(BufferDraw, BlendsSinglePixels) {
   const struct {
     std::uint32_t src, dst, drawn, stretched, stamped, faint;

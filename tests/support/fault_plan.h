@@ -15,6 +15,7 @@ class FaultPlan {
   FaultPlan(const FaultPlan&) = delete;
   FaultPlan& operator=(const FaultPlan&) = delete;
 
+  // Of the rules for one operation the last one alone holds.
   // Calls first to first + times - 1 of the operation (counted from 1) fail with error.
   FaultPlan& Fail(platform::Operation operation, int first, int error, int times = 1);
   // The same calls move at most limit bytes.
