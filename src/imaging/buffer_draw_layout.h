@@ -22,7 +22,7 @@ inline std::int64_t Height(const RECT& rect) {
 // The top left pixel of a rectangle.
 template <typename Byte>
 Byte* Corner(Byte* start, const RECT& rect, int pitch, int pixel_bytes) {
-  return start + (std::int64_t{rect.top} * pitch + std::int64_t{rect.left} * pixel_bytes);
+  return &start[std::int64_t{rect.top} * pitch + std::int64_t{rect.left} * pixel_bytes];
 }
 
 // Two sets of rows of equal size, one to draw on the other. A height of 0 is nothing to draw.
