@@ -70,11 +70,10 @@ HWY_INLINE std::size_t SecondVector(const std::uint8_t* row) {
 }
 
 HWY_INLINE void SplitVector(const std::uint8_t* in, std::uint8_t* even, std::uint8_t* odd) {
-  V8 first;
-  V8 second;
-  LoadPairs(in, first, second);
-  hn::StoreU(first, k8, even);
-  hn::StoreU(second, k8, odd);
+  const V8 lower = hn::LoadU(k8, in);
+  const V8 upper = hn::LoadU(k8, in + kStep);
+  hn::StoreU(hn::ConcatEven(k8, upper, lower), k8, even);
+  hn::StoreU(hn::ConcatOdd(k8, upper, lower), k8, odd);
 }
 
 void SplitTwo(const std::uint8_t* in, std::size_t count, std::uint8_t* even, std::uint8_t* odd) {
