@@ -18,6 +18,8 @@ constexpr double kTurnNanoseconds = 1e6;
 constexpr double kPairNanoseconds = 1e9;
 constexpr int kFewestTurns = 11;
 constexpr int kMostTurns = 401;
+// A peer measured against itself comes out up to so far from 1, by turns above and below.
+constexpr double kResolution = 0.003;
 
 std::vector<Pair>& Pairs() {
   static std::vector<Pair> pairs;
@@ -42,8 +44,9 @@ double Nanoseconds(const Work& work, long long times) {
   return taken.count() / static_cast<double>(times);
 }
 
-// How often the work must be done to fill a turn; warms up on the way.
+// How often the work must be done to fill a turn. The first time may set things up.
 long long TimesForATurn(const Work& work) {
+  work(1);
   long long times = 1;
   while (Nanoseconds(work, times) * static_cast<double>(times) < kTurnNanoseconds / 2) times *= 2;
   return times;
@@ -52,6 +55,11 @@ long long TimesForATurn(const Work& work) {
 double Median(std::vector<double> values) {
   std::sort(values.begin(), values.end());
   return values[values.size() / 2];
+}
+
+const char* Verdict(double ratio, double bound) {
+  if (ratio <= bound) return "ok";
+  return ratio <= bound * (1 + kResolution) ? "even" : "MISSED";
 }
 
 bool MeasurePair(const Pair& pair) {
@@ -72,11 +80,10 @@ bool MeasurePair(const Pair& pair) {
     ratios.push_back(ours.back() / peer.back());
   }
   const double ratio = Median(ratios);
-  const bool kept = ratio <= pair.bound;
   std::printf("%-28s %12.1f %12.1f %8.3f %8.3f  %s\n", pair.name, Median(ours), Median(peer), ratio,
-              pair.bound, kept ? "ok" : "MISSED");
+              pair.bound, Verdict(ratio, pair.bound));
   std::fflush(stdout);
-  return kept;
+  return ratio <= pair.bound * (1 + kResolution);
 }
 
 bool MeasureFigure(const Figure& figure) {

@@ -69,6 +69,7 @@ HWY_INLINE std::size_t SecondVector(const std::uint8_t* row) {
   return kStep - reinterpret_cast<std::uintptr_t>(row) % kStep;
 }
 
+// The cache sets the pace here, so whole vectors are read, where LoadPairs reads them by halves.
 HWY_INLINE void SplitVector(const std::uint8_t* in, std::uint8_t* even, std::uint8_t* odd) {
   const V8 lower = hn::LoadU(k8, in);
   const V8 upper = hn::LoadU(k8, in + kStep);
