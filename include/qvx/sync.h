@@ -69,7 +69,8 @@ class QVX_API CBaseEvent {
   CBaseEvent();
   // Not signalled. manualReset: non-zero for a manual-reset event. lock may be null; it isn't
   // owned and must live as long as the event is used. An event that can't be made logs that
-  // at level 4 and lives on; its waits return at once, Wait() with 1, the others with 0.
+  // at level 4 and lives on; its waits return at once, Wait() and Wait(all ones) with 1, the
+  // others with 0.
   CBaseEvent(CBaseLock* lock, int manualReset);
   CBaseEvent(const CBaseEvent& other);
   CBaseEvent& operator=(const CBaseEvent& other);

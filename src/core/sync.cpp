@@ -139,7 +139,7 @@ int CBaseEvent::Wait(std::uint64_t ms) {
 }
 
 int CBaseEvent::WaitUS(std::uint64_t us) {
-  return us == kNoLimit ? Wait() : Wait(us / 1000);
+  return us == kNoLimit ? WaitUntil(kNoDeadline) : Wait(us / 1000);
 }
 
 int CBaseEvent::WaitUntil(Deadline deadline) {

@@ -145,7 +145,8 @@ TEST(BaseEvent, LivesOnWithoutMemory) {
             all[0].second.find(") Construct: cannot create event (condition)\r\n"));
   EXPECT_EQ(1, event->Wait());
   EXPECT_EQ(0, event->WaitUS(5'000'000));
-  EXPECT_EQ(1, event->WaitUS(kForever));
+  EXPECT_EQ(1, event->Wait(kForever));
+  EXPECT_EQ(0, event->WaitUS(kForever));
   event->Set();
   event->Reset();
   CBaseEvent* one[] = {&*event};
