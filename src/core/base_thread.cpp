@@ -141,6 +141,7 @@ void CBaseThread::BeginLocked(const std::shared_ptr<ThreadControl>& control,
 void CBaseThread::JoinLocked() {
   if (mControl != nullptr && mControl->ClaimJoin()) mControl->Join();
   mThreadHandle.store(nullptr);
+  mThreadId.store(0);
   mControl.reset();
 }
 

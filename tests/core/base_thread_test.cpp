@@ -325,6 +325,10 @@ TEST(BaseThread, TellsOfAThreadThatCannotBeMade) {
   EXPECT_EQ(1, lines.Count(2, "thread create failed, thread name=failing\r\n"));
   EXPECT_EQ(1, lines.Count(2, "thread create failed, thread name=unknown\r\n"));
   EXPECT_EQ(1, thread.StartThread("working", &worker, 0, 0, 0, 0));
+  AwaitExit(thread);
+  plan.Fail(platform::Operation::kThreadCreate, 1, EAGAIN);
+  EXPECT_EQ(0, thread.StartThread("failing again", &worker, 0, 0, 0, 0));
+  ExpectIdle(thread);
 }
 
 TEST(BaseThread, GoesOnAfterAFailedAllocation) {
