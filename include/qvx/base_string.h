@@ -88,7 +88,7 @@ class QVX_API CBaseStringT {
   // Removes every character that occurs in list.
   void RemoveCharList(const char* list, int len = -1, int ignoreCase = 0);
   void RemoveCharList(const WCHAR* list, int len = -1, int ignoreCase = 0);
-  // Fold ASCII letters in place.
+  // Fold ASCII letters in place; no byte of a double-byte character is one.
   void ToLower();
   void ToUpper();
   // Reverses the order of the characters, unit by unit.
@@ -233,7 +233,7 @@ QVX_API int IsDigitStringW(const WCHAR* text);
 QVX_API int IsAlphaStringA(const char* text);
 QVX_API int IsAlphaStringW(const WCHAR* text);
 
-// Fold ASCII letters in place; null is ignored.
+// Fold ASCII letters in place; no byte of a double-byte character is one. Null is ignored.
 QVX_API void ToLowerStringA(char* text);
 QVX_API void ToLowerStringW(WCHAR* text);
 QVX_API void ToUpperStringA(char* text);

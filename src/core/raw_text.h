@@ -9,6 +9,8 @@
 
 #include <qvx/types.h>
 
+#include "platform/code_page.h"
+
 namespace qvx::core {
 
 constexpr unsigned int kCaseBit = 0x20;
@@ -115,18 +117,34 @@ bool AllLetters(const T* text, std::size_t length) {
   return std::all_of(text, text + length, IsAsciiLetter<T>);
 }
 
+// How many units the character at text takes that a change of case must not take apart.
+inline std::size_t UnitsToFold(const char* text, const char* end) {
+  if (Code(*text) < 0x80) return 1;
+  return platform::BeginsWithDoubleByte({text, static_cast<std::size_t>(end - text)}) ? 2 : 1;
+}
+
+inline std::size_t UnitsToFold(const WCHAR*, const WCHAR*) {
+  return 1;
+}
+
+// Sets the case bit of each letter to that of case_bit; no byte of a double-byte character is one.
 template <typename T>
-void FoldToLower(T* text, std::size_t length) {
-  for (T* end = text + length; text != end; ++text) {
-    if (IsAsciiLetter(*text)) *text = static_cast<T>(Code(*text) | kCaseBit);
+void FoldLetters(T* text, std::size_t length, unsigned int case_bit) {
+  const T* end = text + length;
+  while (text != end) {
+    if (IsAsciiLetter(*text)) *text = static_cast<T>((Code(*text) & ~kCaseBit) | case_bit);
+    text += UnitsToFold(text, end);
   }
 }
 
 template <typename T>
+void FoldToLower(T* text, std::size_t length) {
+  FoldLetters(text, length, kCaseBit);
+}
+
+template <typename T>
 void FoldToUpper(T* text, std::size_t length) {
-  for (T* end = text + length; text != end; ++text) {
-    if (IsAsciiLetter(*text)) *text = static_cast<T>(Code(*text) & ~kCaseBit);
-  }
+  FoldLetters(text, length, 0);
 }
 
 }  // namespace qvx::core

@@ -107,6 +107,11 @@ bool AnsiIsUtf8() noexcept {
   return AnsiCodePage() == kUtf8;
 }
 
+bool BeginsWithDoubleByte(std::string_view text) noexcept {
+  const CodePageTable* table = current_table.load(std::memory_order_acquire);
+  return table != nullptr && table->Decode(text).units == 2;
+}
+
 int AnsiToWide(std::string_view text, char16_t* out, int capacity) noexcept {
   const CodePageTable* table = current_table.load(std::memory_order_acquire);
   int written = 0;

@@ -15,6 +15,9 @@ namespace qvx::platform {
 bool SetAnsiCodePage(unsigned int code_page);
 unsigned int AnsiCodePage() noexcept;
 bool AnsiIsUtf8() noexcept;
+// Whether a text that is not empty begins with a double-byte character of the code page, whose
+// second byte may look like ASCII. Never in UTF-8.
+bool BeginsWithDoubleByte(std::string_view text) noexcept;
 
 // All of text into out, or nothing where it needs more than capacity units. Returns the units
 // written; no terminator.

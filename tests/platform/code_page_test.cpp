@@ -98,6 +98,11 @@ TEST_F(CodePage, ConvertsChineseTextInItsOwnPage) {
   EXPECT_EQ(WidePrefixForAnsi(u"\u4e2d\u6587", 3), 1);
   EXPECT_EQ(AnsiFromWide(u"\u4e2d"), "\xD6\xD0");
   EXPECT_FALSE(AnsiFromWide(u"\u00ff").has_value());
+  CBaseStringA letters("\xD6\x41Z\x81\x7Az\xD6 Q\xD6");
+  letters.ToLower();
+  EXPECT_STREQ(letters.GetString(), "\xD6\x41z\x81\x7Az\xD6 q\xD6") << "no trail byte is a letter";
+  letters.ToUpper();
+  EXPECT_STREQ(letters.GetString(), "\xD6\x41Z\x81\x7AZ\xD6 Q\xD6");
   CBaseStringA utf8;
   EXPECT_EQ(WideToUtf8(u"\u4e2d", -1, &utf8), 1);
   EXPECT_STREQ(utf8.GetString(), "\xE4\xB8\xAD") << "whatever the code page";
