@@ -24,7 +24,7 @@ constexpr T kEmptyText[1] = {};
 
 constexpr int kLongest = std::numeric_limits<int>::max() - 1;
 
-std::size_t Count(int length) {
+std::size_t Count(std::ptrdiff_t length) {
   return static_cast<std::size_t>(length);
 }
 
@@ -42,9 +42,10 @@ bool Contains(const T* list, std::size_t length, T character, bool ignore_case) 
 }
 
 template <typename T>
-const T* FindMatch(const T* text, const T* pattern, int ignore_case) {
-  return ignore_case == 0 ? qvx::core::FindText(text, pattern)
-                          : qvx::core::FindIgnoringCase(text, pattern);
+const T* FindMatch(const T* text, std::size_t length, const T* pattern, int ignore_case) {
+  return ignore_case == 0
+             ? qvx::core::FindText(text, length, pattern)
+             : qvx::core::FindIgnoringCase(text, length, pattern, qvx::core::TextLength(pattern));
 }
 
 template <typename T, typename F>
@@ -285,12 +286,15 @@ void CBaseStringT<T>::ReplaceText(const T* from, int fromLen, const T* to, int t
   const T* end = mText + mLength;
   CBaseStringT built;
   const T* rest = mText;
-  const T* match = FindMatch(rest, from, ignoreCase);
+  const T* nul = rest + qvx::core::TextLength(rest);
+  const T* match = FindMatch(rest, Count(nul - rest), from, ignoreCase);
   if (match == nullptr) return;
-  for (; match != nullptr; match = FindMatch(rest, from, ignoreCase)) {
+  while (match != nullptr) {
     built.Append(rest, static_cast<int>(match - rest));
     built.Append(to, toLen);
-    rest = match + std::min(step, Count(static_cast<int>(end - match)));
+    rest = match + std::min(step, Count(end - match));
+    if (rest > nul) nul = rest + qvx::core::TextLength(rest);
+    match = FindMatch(rest, Count(nul - rest), from, ignoreCase);
   }
   built.Append(rest, static_cast<int>(end - rest));
   SetBuilt(built);

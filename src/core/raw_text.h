@@ -80,14 +80,21 @@ const T* FindCharacter(const T* text, std::size_t count, T character) {
   return text != nullptr ? std::char_traits<T>::find(text, count, character) : nullptr;
 }
 
+// The text ends with a NUL behind its length and has none before; the narrow search needs no
+// length.
 template <typename T>
-const T* FindText(const T* text, const T* pattern) {
+const T* FindText(const T* text, std::size_t length, const T* pattern) {
   if constexpr (std::is_same_v<T, char>) {
     return std::strstr(text, pattern);
   } else {
-    const std::size_t at = std::basic_string_view<T>(text).find(pattern);
+    const std::size_t at = std::basic_string_view<T>(text, length).find(pattern);
     return at != std::basic_string_view<T>::npos ? text + at : nullptr;
   }
+}
+
+template <typename T>
+const T* FindText(const T* text, const T* pattern) {
+  return FindText(text, std::is_same_v<T, char> ? 0 : TextLength(text), pattern);
 }
 
 template <typename T>

@@ -162,6 +162,14 @@ TYPED_TEST(BaseStringOf, EditsInPlace) {
   EXPECT_TRUE(is("xlongerxlongerX"));
   text.Replace("XLongerxlongerx", -1, "", -1, 1);
   EXPECT_EQ(CapabilityOf(text), 0);
+  text.Set("ab\0ab\0a", 7);
+  text.Replace("b", 2, "-", -1, 0);
+  EXPECT_EQ(text.GetLength(), 5)
+      << "a length beyond the NUL takes it along, and the search goes on";
+  EXPECT_TRUE(is("a-a-a"));
+  text.Set("a\0a", 3);
+  text.Replace("a", -1, "-", -1, 0);
+  EXPECT_EQ(text.GetString()[2], TypeParam('a')) << "the search ends at a NUL";
   text.Set("AbcabC");
   text.RemoveCharList("aB", -1, 0);
   EXPECT_TRUE(is("AbcbC"));
