@@ -4,8 +4,6 @@
 #include <iconv.h>
 #include <stdio.h>
 
-#include <optional>
-
 namespace qvx::platform {
 namespace {
 
@@ -67,14 +65,14 @@ char16_t OneUnit(Converter& converter, const char* bytes, std::size_t size, bool
   return static_cast<char16_t>(out[0] | (out[1] << 8));
 }
 
-// Code of a wide unit; 0 where the page lacks it, nothing where it takes more than two bytes.
-std::optional<std::uint16_t> OneCode(Converter& converter, unsigned int unit) {
+// Code of a wide unit; 0 where the page lacks it or needs more than two bytes, as for a letter with
+// two marks.
+std::uint16_t OneCode(Converter& converter, unsigned int unit) {
   const char input[2] = {static_cast<char>(unit & 0xFF), static_cast<char>(unit >> 8)};
   unsigned char out[16];
   std::size_t size = sizeof(out);
   const auto result = converter.Convert(input, 2, reinterpret_cast<char*>(out), &size);
-  if (result != Converter::Result::kDone || size == 0) return std::uint16_t{0};
-  if (size > 2) return std::nullopt;
+  if (result != Converter::Result::kDone || size == 0 || size > 2) return 0;
   return static_cast<std::uint16_t>(size == 1 ? out[0] : (out[0] << 8) | out[1]);
 }
 
@@ -119,9 +117,7 @@ bool CodePageTable::FillEncoding(const char* name) {
   if (!converter.IsOpen()) return false;
   for (unsigned int unit = 1; unit < 0x10000; ++unit) {
     if (IsHighSurrogate(unit) || IsLowSurrogate(unit)) continue;
-    const std::optional<std::uint16_t> code = OneCode(converter, unit);
-    if (!code) return false;
-    encode_[unit] = *code;
+    encode_[unit] = OneCode(converter, unit);
   }
   return true;
 }

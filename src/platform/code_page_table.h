@@ -12,7 +12,7 @@ namespace qvx::platform {
 class CodePageTable {
  public:
   // Null where the system doesn't know the page, or where a table can't hold it: pages with
-  // states, with characters of more than two bytes, or without ASCII.
+  // states, with lead bytes of longer characters, or without ASCII.
   static std::unique_ptr<CodePageTable> Load(unsigned int code_page);
 
   unsigned int CodePage() const { return code_page_; }

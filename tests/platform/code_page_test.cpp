@@ -117,7 +117,8 @@ TEST_F(CodePage, TakesSingleAndDoubleBytePagesOnly) {
   for (const Case& c :
        {Case{1252, "\x80\xE9", u"\u20ac\u00e9"}, Case{932, "\x93\xFA\xB1", u"\u65e5\uff71"},
         Case{949, "\xC7\xD1", u"\ud55c"}, Case{950, "\xA4\xA4", u"\u4e2d"},
-        Case{437, "\x81", u"\u00fc"}, Case{28605, "\xA4", u"\u20ac"}}) {
+        Case{437, "\x81", u"\u00fc"}, Case{1255, "\xF9\xE0", u"\u05e9\u05d0"},
+        Case{28605, "\xA4", u"\u20ac"}}) {
     ASSERT_EQ(SetAnsiCodePage(c.page), 1) << c.page;
     EXPECT_EQ(ToWide(c.bytes), c.wide) << c.page;
     EXPECT_EQ(ToAnsi(c.wide), c.bytes) << c.page;
