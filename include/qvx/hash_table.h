@@ -2,10 +2,10 @@
 // CHashTable by 64-bit numbers, CCRCHashTable by bytes of any length, of which it keeps a copy.
 // The number of slots is fixed at construction. A key may occur any number of times.
 //
-// Each slot's records stand in a CPtrArrayCtrl in the order in which they were added, and
-// searches walk it as FindFirst and FindNext of that class do: first to last for FindAll, but
-// 0, 1, last, 2, last but one... for FindFirstData and FindNextData. The state of a search
-// lives in the slot, so a search for another key of the same slot disturbs it.
+// Each slot's records stand in a CPtrArrayCtrl in the order in which they were added. The
+// FindAll... functions go from the first to the last; FindFirstData and FindNextData walk from
+// both ends, as FindFirst and FindNext of that class do. The state of a search lives in the
+// slot, so a search for another key of the same slot disturbs it.
 //
 // Threads: no operation takes a lock, and searches write to the object too. Failure: a failed
 // allocation raises std::bad_alloc and leaves the records as they were.

@@ -41,9 +41,10 @@ class QVX_API CPtrCtrl {
 
   // Begins a search, and goes on with it; return an index, or -1 for none (left). match gets
   // an entry and the key and answers non-zero for a hit; a null match compares the entry and
-  // the key as pointers. The walk goes both ways at once from its start, so that the hit
-  // nearest to the start comes first: the higher index at equal distance. On an unchanged
-  // container, FindFirst and repeated FindNext report every hit exactly once.
+  // the key as pointers. FindFirst goes both ways at once from its start, so that it gives the
+  // hit nearest to the start: the higher index at equal distance. FindNext does so from two
+  // places, where FindFirst ended on either side; each hit of FindNext moves the place of its
+  // own side. On an unchanged container both together report every hit exactly once.
   virtual int FindFirst(const void* key, int (*match)(const void*, const void*)) = 0;
   virtual int FindNext(const void* key, int (*match)(const void*, const void*)) = 0;
 

@@ -56,8 +56,8 @@ SearchResult FindFirstBothWays(int count, int start, Test test) {
   return result;
 }
 
-// Goes on from the cursors of find. A hit moves only the cursor that reached it, so that the
-// index tested beside it is tested again when the search goes on.
+// Goes on from the cursors of find. A hit moves only the cursor that reached it, so that what
+// was tested on the other side is tested again when the search goes on.
 template <class Test>
 SearchResult FindNextBothWays(int count, const tagPTRFINDDATA& find, Test test) {
   const Ring ring(count);
@@ -69,9 +69,9 @@ SearchResult FindNextBothWays(int count, const tagPTRFINDDATA& find, Test test) 
   const long long steps = (count - up - down) / 2;
   for (int k = 0; k < steps; ++k) {
     const int forward = ring.Up(find.forward, k + 1);
-    if (test(forward)) return {forward, result.backward, forward};
+    if (test(forward)) return {forward, find.backward, forward};
     const int backward = ring.Down(find.backward, k + 1);
-    if (backward != forward && test(backward)) return {backward, backward, result.forward};
+    if (backward != forward && test(backward)) return {backward, backward, find.forward};
     result.forward = forward;
     result.backward = backward;
   }

@@ -57,6 +57,11 @@ TEST(PtrArray, SearchesFromBothEnds) {
   Fill(array, {1, 2, 3, 4, 5, 3});
   EXPECT_EQ(Found(array, Entry(13), &SameDigit), (Numbers{5, 2}));
   EXPECT_EQ(SearchOrder(array), (Numbers{1, 2, 3, 3, 5, 4}));
+  // A hit moves the cursor of its own side only: the other side is walked again.
+  Fill(array, {1, 0, 1, 0, 0, 1, 0, 1, 0, 0});
+  EXPECT_EQ(Found(array, Entry(1)), (Numbers{0, 2, 5, 7}));
+  Fill(array, {1, 0, 0, 1, 0, 0, 1, 0, 1, 0});
+  EXPECT_EQ(Found(array, Entry(1)), (Numbers{0, 8, 6, 3}));
   // A search goes on without harm after the container shrank.
   array.FindFirst(Entry(3), nullptr);
   array.DeleteAt(1, 99);
