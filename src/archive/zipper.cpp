@@ -96,7 +96,10 @@ class FolderWalk {
     FolderReader folder;
     const bool open = folder.OpenAt(above.Descriptor(), name, false);
     EntryHead head{stored, 0, kAttributeFolder, 0, true};
-    if (open) head.dos_date = DosFromSeconds(folder.WriteTime());
+    if (open) {
+      head.dos_date = DosFromSeconds(folder.WriteTime());
+      head.attributes = platform::AttributesAt(above.Descriptor(), name);
+    }
     packer_.AddFolder(head);
     if (!open) return Skip(path);
     Pack(folder, path, stored);

@@ -139,6 +139,19 @@ TEST_F(Zipper, StoredNames) {
   }
 }
 
+TEST_F(Zipper, FoldersKeepTheirAttributes) {
+  fs::create_directories(Native("top/locked"));
+  chmod(Native("top/locked").c_str(), 0555);
+  CZipper zipper(archive_.c_str(), nullptr, false);
+  EXPECT_TRUE(zipper.AddFolderToZip("top", false) && zipper.CloseZip());
+  CUnzipper unzipper(archive_.c_str());
+  UZ_FileInfo info;
+  EXPECT_TRUE(unzipper.GetFileInfo(0, info));
+  EXPECT_EQ(0x10u, info.externalAttrib);
+  EXPECT_TRUE(unzipper.GetFileInfo(1, info));
+  EXPECT_EQ(0x11u, info.externalAttrib);
+}
+
 TEST_F(Zipper, LogsFilesThatGoByTheirOwnPath) {
   Put(temp_, "f", "f");
   const DebugLines lines;
