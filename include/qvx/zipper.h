@@ -85,9 +85,9 @@ class QVX_API CZipper {
   void SetProgressListener(IArchiveProgressListener* listener);
 
  protected:
-  // Puts the root folder in front of a path without ":", in place: path is an array of 261
-  // characters. A text that does not fit becomes empty.
-  void PrepareSourcePath(char* path);
+  // Puts the root folder in front of a path without ":", in place: path is a writable array of
+  // 261 characters. A text that does not fit becomes empty.
+  void PrepareSourcePath(const char* path);
 
  private:
   std::string SourcePath(const char* path) const;

@@ -347,12 +347,9 @@ std::string CZipper::SourcePath(const char* path) const {
   return given.find(':') == std::string::npos ? rootFolder + given : given;
 }
 
-void CZipper::PrepareSourcePath(char* path) {
+void CZipper::PrepareSourcePath(const char* path) {
   if (path == nullptr) return;
-  const std::string source = SourcePath(path);
-  if (source.size() < sizeof rootFolder) {
-    std::memcpy(path, source.c_str(), source.size() + 1);
-  } else {
-    path[0] = '\0';
-  }
+  std::string source = SourcePath(path);
+  if (source.size() >= sizeof rootFolder) source.clear();
+  std::memcpy(const_cast<char*>(path), source.c_str(), source.size() + 1);
 }

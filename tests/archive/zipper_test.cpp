@@ -17,6 +17,12 @@ namespace {
 
 using platform::Operation;
 
+// Reaches what derived classes may use.
+struct Derived : CZipper {
+  using CZipper::CZipper;
+  using CZipper::PrepareSourcePath;
+};
+
 class Zipper : public ArchiveTest {
  protected:
   // The names in an archive, by our own reader, joined by "|".
@@ -136,6 +142,21 @@ TEST_F(Zipper, StoredNames) {
     EXPECT_EQ(each.names != nullptr, each.add(zipper)) << index;
     EXPECT_TRUE(zipper.CloseZip());
     EXPECT_EQ(each.names == nullptr ? "" : each.names, Names()) << index;
+  }
+}
+
+TEST_F(Zipper, PreparesPathsInPlace) {
+  Derived zipper(archive_.c_str(), "C:\\root", false);
+  const std::string too_long(253, 'n');
+  const std::string cases[][2] = {{"a\\b", "C:\\root\\a\\b"},
+                                  {"C:\\other", "C:\\other"},
+                                  {too_long.substr(1), "C:\\root\\" + too_long.substr(1)},
+                                  {too_long, ""}};
+  for (const auto& [given, prepared] : cases) {
+    char path[261] = {};
+    given.copy(path, sizeof(path) - 1);
+    zipper.PrepareSourcePath(static_cast<const char*>(path));
+    EXPECT_EQ(prepared, path);
   }
 }
 
