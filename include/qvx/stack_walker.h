@@ -104,7 +104,8 @@ class QVX_API StackWalker {
   virtual void OnOutput(const char* text);
 
   // Binds the library and finds the modules of the process. 1, at once if they are there
-  // already, or 0 with the last error 1114. Modules that come later are seen by new walkers.
+  // already, or 0: with the last error 1114 if the library is missing, else if the process
+  // shows no modules. Modules that come later are seen by new walkers.
   int LoadModules();
 
   // Walks one thread of the process: from its own registers, or from context. Memory is read by
@@ -114,7 +115,8 @@ class QVX_API StackWalker {
                     ReadProcessMemoryRoutine readMemory, void* userData);
 
  protected:
-  // Reads by the routine of the walk that the calling thread runs, else from the process.
+  // Reads by the routine of the walk that the calling thread runs, else from the process that is
+  // walked; from this process outside of a walk. 1, or 0 if not all could be read.
   static int myReadProcMem(void* process, std::uint64_t baseAddress, void* buffer,
                            unsigned long size, unsigned long* bytesRead);
 

@@ -222,7 +222,9 @@ int StackWalker::myReadProcMem(void* process, std::uint64_t baseAddress, void* b
                                unsigned long size, unsigned long* bytesRead) {
   if (routine.function != nullptr)
     return routine.function(process, baseAddress, buffer, size, bytesRead, routine.user_data);
-  *bytesRead = qvx::platform::ReadMemory(routine.process, baseAddress, buffer, size);
+  const std::uint32_t walked =
+      routine.process != 0 ? routine.process : qvx::platform::CurrentProcessId();
+  *bytesRead = qvx::platform::ReadMemory(walked, baseAddress, buffer, size);
   return *bytesRead == size ? 1 : 0;
 }
 

@@ -46,6 +46,7 @@ bool Holds(const std::string& text, const std::string& part) {
 // Keeps all that a walk tells.
 class Recorder : public StackWalker {
  public:
+  using StackWalker::myReadProcMem;
   using StackWalker::StackWalker;
 
   void OnCallstackEntry(CallstackEntryType type, CallstackEntry& entry) override {
@@ -148,6 +149,18 @@ TEST(StackWalker, MakesLinesOutOfWhatIsKnown) {
             "000000001234ABCD (lib): (filename not available): plain\r\n"
             "a.cpp (7): part\r\n"
             "a.cpp (7): full(int)\r\n");
+}
+
+TEST(StackWalker, ReadsItsOwnProcessOutsideOfAWalk) {
+  const std::uint32_t value = 0x12345678;
+  std::uint32_t found = 0;
+  unsigned long count = 0;
+  const auto address = reinterpret_cast<std::uintptr_t>(&value);
+  EXPECT_EQ(Recorder::myReadProcMem(nullptr, address, &found, sizeof(found), &count), 1);
+  EXPECT_EQ(count, sizeof(found));
+  EXPECT_EQ(found, value);
+  EXPECT_EQ(Recorder::myReadProcMem(nullptr, 8, &found, sizeof(found), &count), 0);
+  EXPECT_EQ(count, 0u);
 }
 
 TEST(StackWalker, TakesDecoratedNamesApart) {
