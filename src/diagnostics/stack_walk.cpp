@@ -50,8 +50,7 @@ void StackWalk::Run(std::uint32_t thread) {
     walker_.OnDbgHelpErr("StackWalk64", help_.LastError(), last);
     return;
   }
-  walker_.OnCallstackEntry(StackWalker::LastEntry, entry_);
-  platform::SetLastErrorCode(0);
+  ShowEnd();
 }
 
 bool StackWalk::ReadWord(std::uint64_t address, std::uint64_t* word) {
@@ -71,6 +70,10 @@ bool StackWalk::OnFrame(std::uint64_t counter, bool exact) {
       return false;
     }
     Show();
+    if (counter == 0) {
+      ShowEnd();
+      return false;
+    }
   }
   pending_ = true;
   counter_ = counter;
@@ -84,6 +87,11 @@ void StackWalk::Show() {
   if (counter_ != 0) Describe(entry_, counter_);
   walker_.OnCallstackEntry(first_ ? StackWalker::FirstEntry : StackWalker::NextEntry, entry_);
   first_ = false;
+}
+
+void StackWalk::ShowEnd() {
+  walker_.OnCallstackEntry(StackWalker::LastEntry, entry_);
+  platform::SetLastErrorCode(0);
 }
 
 void StackWalk::Describe(StackWalker::CallstackEntry& entry, std::uint64_t counter) {

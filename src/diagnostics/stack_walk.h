@@ -47,6 +47,7 @@ class StackWalk : private platform::WalkSink {
   bool ReadWord(std::uint64_t address, std::uint64_t* word) override;
   bool OnFrame(std::uint64_t counter, bool exact) override;
   void Show();
+  void ShowEnd();
   void Describe(StackWalker::CallstackEntry& entry, std::uint64_t counter);
   void DescribeSymbol(StackWalker::CallstackEntry& entry, const FrameFacts& facts);
   void DescribeLine(StackWalker::CallstackEntry& entry, const FrameFacts& facts);

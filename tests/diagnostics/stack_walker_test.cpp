@@ -288,6 +288,12 @@ TEST(StackWalker, EndsOnCorruptStacks) {
   EXPECT_EQ(ended(), 0);
   EXPECT_EQ(walker.errors.back(), "StackWalk64-Endless-Callstack!");
 
+  walk({0x10010, 0x6000, 0, 0});  // returns to nowhere, as a whole stack may
+  EXPECT_EQ(ended(), 1);
+  EXPECT_EQ(walker.types.size(), 3u);
+  EXPECT_EQ(walker.entries.back().offset, 0x6000u);
+  EXPECT_NE(walker.errors.back(), "StackWalk64");
+
   walk({0x10010, 0x6000, 0x10000, 0x7000});  // a circle
   EXPECT_EQ(ended(), 0);
   EXPECT_EQ(walker.errors.back(), "StackWalk64");
