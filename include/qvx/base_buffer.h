@@ -13,8 +13,8 @@ class QVX_API CBaseBuffer {
  public:
   CBaseBuffer();
   // With bind 0 a copy of the source's available bytes; otherwise bound to the source's block,
-  // both sizes being its available size. source must not be null and, if bound, must outlive
-  // this object's use of the block.
+  // both sizes being its available size. A null source gives an empty buffer; a bound one must
+  // outlive this object's use of the block.
   CBaseBuffer(CBaseBuffer* source, int bind);
   // Copies the four fields as they stand: two owners of one block are an error of the caller.
   // For bound and empty buffers only; SetBuffer makes a real copy.

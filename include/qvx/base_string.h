@@ -40,7 +40,7 @@ class QVX_API CBaseStringT {
   CBaseStringT(std::nullptr_t, int = -1) noexcept : CBaseStringT() {}
   CBaseStringT(const CBaseStringT<char>& source);
   CBaseStringT(const CBaseStringT<WCHAR>& source);
-  // The pointers must not be null.
+  // A null pointer gives an empty string.
   CBaseStringT(const CBaseStringT<char>* source);
   CBaseStringT(const CBaseStringT<WCHAR>* source);
   CBaseStringT& operator=(const CBaseStringT& source);

@@ -15,7 +15,7 @@
 extern "C" {
 
 // A grey has hue 0 and saturation 0. Where two components are the greatest, red goes before
-// green and green before blue.
+// green and green before blue. A null among the results' addresses writes nothing, here and below.
 QVX_API void RGBToHSV(unsigned char r, unsigned char g, unsigned char b, double* h, double* s,
                       double* v);
 

@@ -54,8 +54,8 @@ QVX_API void GetLocalFolderFileListW(const WCHAR* folder, CPtrCtrl* folderList, 
                                      const WCHAR* extFilter, int includeHidden, int fullPath);
 
 // Adds the files of rootFolder joined with subFolder to fileList, which is not emptied first,
-// by full paths; with recursive those of all folders below come ahead of them. fileList must
-// not be null.
+// by full paths; with recursive those of all folders below come ahead of them. A null
+// fileList does nothing.
 QVX_API void GetSubFolderFileListA(const char* rootFolder, const char* subFolder,
                                    CPtrCtrl* fileList, const char* extFilter, int includeHidden,
                                    int recursive);

@@ -16,7 +16,8 @@
 
 extern "C" {
 
-// Writes the two digits of value to out, without a terminator. The result means nothing.
+// Writes the two digits of value to out, without a terminator. The result means nothing. A
+// null out is ignored.
 QVX_API int ByteToHexA(unsigned char value, char* out, int upperCase);
 QVX_API int ByteToHexW(unsigned char value, WCHAR* out, int upperCase);
 
@@ -41,7 +42,8 @@ QVX_API void FormatBufferToHexStringW(const void* data, int length, int perLine,
 QVX_API void PrintHexBuffer(const void* data, int length, int perLine);
 
 // Writes the last width digits of value in radix (2 to 36) with leading zeros, and a NUL at
-// out[width]. Digits above 9 are A upward. Returns width.
+// out[width]. Digits above 9 are A upward. Returns width, or 0 for a
+// null out.
 QVX_API int ConvertLongToCharA(unsigned int value, char* out, int width, int radix);
 QVX_API int ConvertLongToCharW(unsigned int value, WCHAR* out, int width, int radix);
 

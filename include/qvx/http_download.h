@@ -24,7 +24,7 @@ extern "C" {
 // Copies a whole file to localPath, in the library's form, in blocks of 512 KiB. What stands
 // there is emptied first, and a part stays there after a failure. 1 if all bytes of a file of
 // known size are on disk; 0 for any failure, and for a file of unknown size, which ends with a
-// read of 0. client and localPath must not be null; client is the caller's, who can cancel
+// read of 0. A null client or localPath fails; client is the caller's, who can cancel
 // through it from another thread (PrepareClose, CloseFile), and is closed afterwards. The
 // arguments between them are those of http_file.h. timeoutMs limits each read and the copy as a
 // whole, 0 for no limit. listener may be null; it is called on this thread after each block, ends

@@ -49,7 +49,7 @@ extern "C" {
 // call costs nothing and may be left out.
 QVX_API void InitLookupTable();
 
-// One pixel by the formulas above; the results' addresses must not be null.
+// One pixel by the formulas above. A null among the results' addresses writes nothing.
 QVX_API void RGBToYUV(unsigned char r, unsigned char g, unsigned char b, unsigned char* y,
                       unsigned char* u, unsigned char* v);
 QVX_API void YUVToRGB(unsigned char y, unsigned char u, unsigned char v, unsigned char* r,
@@ -99,7 +99,8 @@ QVX_API void YUV444ToRGB565(int width, int height, const void* src, int uvSwap, 
                             int dstStride, int bgrOrder);
 
 // Packed YUV to RGB, W/2 pairs of pixels a row. The sign of width and of height means nothing.
-// alpha gives a byte of A for each pixel, its rows alphaStride bytes apart; it must not be null.
+// alpha gives a byte of A for each pixel, its rows alphaStride bytes apart; a null one
+// writes nothing.
 // ARGB32 has one order of bytes, so bgrOrder makes no difference there.
 QVX_API void YUY2ToRGB888(int width, int height, const void* src, void* dst, int dstStride,
                           int bgrOrder);

@@ -17,7 +17,7 @@ QVX_API void SerialDCBToString(unsigned char byteSize, unsigned char parity, uns
 
 // The way back. len: negative up to the NUL. A byte size other than 4 to 7 counts as 8, a parity
 // letter (in either case) that is none as N, stop bits other than "1.5" and "2" as 1. A null or
-// too short text gives 8, 0, 0. The three results must not be null.
+// too short text gives 8, 0, 0. A null among the results writes nothing.
 QVX_API void SerialParseDCBString(const char* text, int len, unsigned char* byteSize,
                                   unsigned char* parity, unsigned char* stopBits);
 

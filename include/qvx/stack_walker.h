@@ -146,12 +146,12 @@ QVX_API void DumpAllThreadsStack(const WCHAR* outputFile);
 
 // The time in milliseconds that a thread of this process has spent in the kernel and in user
 // code. thread: from CBaseThread::GetThreadHandle, or the system's id of the thread. 1, or 0
-// with both times 0 if there is no such thread.
+// with both times 0 if there is no such thread, and 0 for a null address of one.
 QVX_API int GetThreadRunTimeInfoIn_Win32(void* thread, std::uint64_t* kernelMs,
                                          std::uint64_t* userMs);
 
 // The registers out of what a signal handler gets as its third parameter (a ucontext_t*).
-// Callable from the handler. 1, or 0 where the processor is another one.
+// Callable from the handler. 1, or 0 for a null one or where the processor is another one.
 QVX_API int GetSignalContext(const void* signalContext, CONTEXT* context);
 
 // The signal by which threads of this process are asked for their stacks: a real-time signal,

@@ -28,8 +28,9 @@ QVX_API void InitHotImageColorTable2(unsigned int* table, unsigned int color1, u
 // of count values: bin = (value - minValue) * (256 / range), without what is behind the point,
 // and 0 and 255 where that lies outside. pixels gets the table's words and indices the bins;
 // either may be null. maxValue is in bin 255. A minValue above maxValue turns the scale round.
-// Where the two are equal every bin is 0; what is not a number is in bin 0. A count below 1
-// writes nothing. pixels and indices must not overlap with data, table or each other.
+// Where the two are equal every bin is 0; what is not a number is in bin 0. A count below 1,
+// a null data or pixels without a table write nothing. pixels and indices must not overlap with
+// data, table or each other.
 QVX_API void ImageDataToHotImage(const double* data, int count, double minValue, double maxValue,
                                  const unsigned int* table, unsigned int* pixels,
                                  unsigned char* indices);

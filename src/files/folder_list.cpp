@@ -127,6 +127,7 @@ void GetTreeFiles(const C* folder, CPtrCtrl* fileList, const C* extFilter, bool 
 template <typename C>
 void GetSubFolderFileList(const C* rootFolder, const C* subFolder, CPtrCtrl* fileList,
                           const C* extFilter, bool hidden, bool recursive) {
+  if (fileList == nullptr) return;
   const auto folder = JoinPath(rootFolder, subFolder);
   if (folder) GetTreeFiles(folder->c_str(), fileList, extFilter, hidden, recursive);
 }

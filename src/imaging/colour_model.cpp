@@ -52,6 +52,7 @@ unsigned char ToByte(double fraction) {
 
 struct Output {
   void Set(double red, double green, double blue) const {
+    if (r == nullptr || g == nullptr || b == nullptr) return;
     *r = ToByte(red);
     *g = ToByte(green);
     *b = ToByte(blue);
@@ -94,6 +95,7 @@ double HlsPart(double m1, double m2, double hue) {
 namespace imaging = qvx::imaging;
 
 void RGBToHSV(unsigned char r, unsigned char g, unsigned char b, double* h, double* s, double* v) {
+  if (h == nullptr || s == nullptr || v == nullptr) return;
   const imaging::Fractions colour(r, g, b);
   const double delta = colour.Delta();
   *v = colour.max;
@@ -111,6 +113,7 @@ void HSVToRGB(double h, double s, double v, unsigned char* r, unsigned char* g, 
 }
 
 void RGBToHLS(double* h, double* l, double* s, unsigned char r, unsigned char g, unsigned char b) {
+  if (h == nullptr || l == nullptr || s == nullptr) return;
   const imaging::Fractions colour(r, g, b);
   const double delta = colour.Delta();
   const double lightness = (colour.max + colour.min) * 0.5;

@@ -9,6 +9,7 @@ void InitLookupTable() {}
 
 void RGBToYUV(unsigned char r, unsigned char g, unsigned char b, unsigned char* y, unsigned char* u,
               unsigned char* v) {
+  if (y == nullptr || u == nullptr || v == nullptr) return;
   const Yuv pixel = ToYuv({r, g, b});
   *y = pixel.y;
   *u = pixel.u;
@@ -17,6 +18,7 @@ void RGBToYUV(unsigned char r, unsigned char g, unsigned char b, unsigned char* 
 
 void YUVToRGB(unsigned char y, unsigned char u, unsigned char v, unsigned char* r, unsigned char* g,
               unsigned char* b) {
+  if (r == nullptr || g == nullptr || b == nullptr) return;
   const Rgb pixel = ToRgb({y, u, v});
   *r = pixel.r;
   *g = pixel.g;

@@ -153,7 +153,7 @@ void PackedToRgb888(const ColourRows& rows, FrameSize size, const void* src, boo
 void PackedToArgb32(const ColourRows& rows, FrameSize size, const void* src, bool v_first,
                     TargetRows dst, SourceRows alpha) {
   const Extent extent(size);
-  if (!Usable(src, dst.data, extent)) return;
+  if (!Usable(src, dst.data, extent) || alpha.data == nullptr) return;
   for (std::size_t row = 0; row < extent.height; ++row) {
     rows.packed_to_argb(Bytes(src) + row * PackedRow(extent), extent.Pairs(), v_first,
                         RowAt(alpha, row), RowAt(dst, row));

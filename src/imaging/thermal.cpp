@@ -73,6 +73,7 @@ extern const unsigned int gCommonColorTable[5][10] = {
 };
 
 void InitHotImageColorTable(unsigned int* table) {
+  if (table == nullptr) return;
   table[0] = imaging::OpaquePixel({247.5, 0.564655172413793, 0.9098039215686274});
   for (unsigned int i = 1; i < imaging::kEntries; ++i) {
     const double hue = (30600.0 - 120.0 * i) * 0.00392156862745098;
@@ -81,6 +82,7 @@ void InitHotImageColorTable(unsigned int* table) {
 }
 
 void InitHotImageColorTable2(unsigned int* table, unsigned int color1, unsigned int color2) {
+  if (table == nullptr) return;
   const imaging::Hsv from = imaging::FromReference(color1);
   const imaging::Hsv to = imaging::FromReference(color2);
   const double hue_step = (to.hue - from.hue) * imaging::kPerEntry;
@@ -93,7 +95,8 @@ void InitHotImageColorTable2(unsigned int* table, unsigned int color1, unsigned 
 
 void ImageDataToHotImage(const double* data, int count, double minValue, double maxValue,
                          const unsigned int* table, unsigned int* pixels, unsigned char* indices) {
-  if (count < 1 || (pixels == nullptr && indices == nullptr)) return;
+  if (count < 1 || data == nullptr || (pixels == nullptr && indices == nullptr)) return;
+  if (pixels != nullptr && table == nullptr) return;
   const auto size = static_cast<std::size_t>(count);
   if (maxValue == minValue) return imaging::FillFirstBin(size, table, pixels, indices);
   const imaging::BinScale scale{minValue, 1.0 / ((maxValue - minValue) * imaging::kPerEntry)};

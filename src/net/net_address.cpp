@@ -42,13 +42,13 @@ int PieceValue(const char* text, const char* end) {
 }
 
 void StoreMac(const IP_ADAPTER_INFO* adapter, CBaseStringA* mac) {
-  if (adapter == nullptr) return;
+  if (adapter == nullptr || mac == nullptr) return;
   const std::uint8_t* a = adapter->Address;
   mac->Format("%02X%02X%02X%02X%02X%02X", a[0], a[1], a[2], a[3], a[4], a[5]);
 }
 
 void StoreName(const IP_ADAPTER_INFO* adapter, CBaseStringA* name) {
-  if (adapter != nullptr) name->Set(adapter->AdapterName);
+  if (adapter != nullptr && name != nullptr) name->Set(adapter->AdapterName);
 }
 
 }  // namespace

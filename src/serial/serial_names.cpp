@@ -120,6 +120,7 @@ void SerialDCBToString(unsigned char byteSize, unsigned char parity, unsigned ch
 
 void SerialParseDCBString(const char* text, int len, unsigned char* byteSize, unsigned char* parity,
                           unsigned char* stopBits) {
+  if (byteSize == nullptr || parity == nullptr || stopBits == nullptr) return;
   *byteSize = 8;
   *parity = *stopBits = 0;
   const std::string_view all(text, qvx::core::GivenLength(text, len));

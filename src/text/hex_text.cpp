@@ -66,6 +66,7 @@ void SetFilled(CBaseStringT<T>& out, std::int64_t length, Fill fill) {
 
 template <typename T>
 int WriteByte(unsigned char value, T* out, int upperCase) {
+  if (out == nullptr) return 0;
   qvx::text::EncodeHexPlain(&value, 1, HexStyle{upperCase != 0, false}, out);
   return 2;
 }
@@ -112,6 +113,7 @@ void WriteDump(const void* data, int length, int perLine, int upperCase, CBaseSt
 
 template <typename T>
 int WriteNumber(unsigned int value, T* out, int width, int radix) {
+  if (out == nullptr) return 0;
   if (width < 0 || radix < 2) return width;
   const auto base = static_cast<unsigned int>(radix);
   out[width] = T();

@@ -402,6 +402,8 @@ TEST(ThreadDump, TellsTheTimesOfThreads) {
   std::uint64_t kernel = 1, user = 1;
   EXPECT_EQ(GetThreadRunTimeInfoIn_Win32(nullptr, &kernel, &user), 0);
   EXPECT_EQ(kernel + user, 0u);
+  EXPECT_EQ(GetThreadRunTimeInfoIn_Win32(nullptr, &kernel, nullptr), 0);
+  EXPECT_EQ(GetSignalContext(&kernel, nullptr), 0);
   auto* own = reinterpret_cast<void*>(static_cast<std::uintptr_t>(OwnId()));
   do {
     ASSERT_EQ(GetThreadRunTimeInfoIn_Win32(own, &kernel, &user), 1);

@@ -116,6 +116,7 @@ TEST(FolderList, ListsAreEmptiedAndMayBeMissingAndWide) {
   EXPECT_EQ(Texts(files), Names{Library<char>(file)});
   GetLocalFolderFileListA(path.c_str(), &folders, nullptr, nullptr, 1, 0);
   EXPECT_EQ(Texts(folders), Names{"sub"});
+  GetSubFolderFileListA(path.c_str(), "", nullptr, nullptr, 1, 1);
   FreeFileListA(&files);
   FreeFileListA(&folders);
   FreeFileListA(nullptr);

@@ -109,6 +109,17 @@ std::vector<std::string> DigestCube(int step) {
   return texts;
 }
 
+TEST(ColourModel, LeavesAloneWhatIsNotThere) {
+  double number = 7;
+  unsigned char byte = 7;
+  RGBToHSV(1, 2, 3, &number, &number, nullptr);
+  RGBToHLS(nullptr, &number, &number, 1, 2, 3);
+  HSVToRGB(1, 1, 1, &byte, nullptr, &byte);
+  HLSToRGB(&byte, &byte, nullptr, 1, 1, 1);
+  EXPECT_EQ(number, 7);
+  EXPECT_EQ(byte, 7);
+}
+
 TEST(ColourModel, IsExactInAGridOfTheCube) {
   const std::vector<std::string> expected{
       "e60a147ba0361a612b81ecf2077de67c", "a20c050715fec24306f19e83f3df762f",
@@ -202,6 +213,11 @@ TEST(Thermal, FillsWhatItIsGivenAndNoMore) {
   }
   EXPECT_EQ(alone.back(), 7u);
   ImageDataToHotImage(nullptr, 5, 0, 256, table.data(), nullptr, nullptr);
+  ImageDataToHotImage(nullptr, 5, 0, 256, table.data(), alone.data(), nullptr);
+  ImageDataToHotImage(data.data(), 5, 0, 0, nullptr, alone.data(), nullptr);
+  EXPECT_EQ(alone[0], pixels[0]);
+  InitHotImageColorTable(nullptr);
+  InitHotImageColorTable2(nullptr, 1, 2);
 }
 
 // Every length around the vectors' sizes, in blocks that end where the data ends.

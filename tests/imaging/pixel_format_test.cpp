@@ -397,6 +397,10 @@ TEST_F(PixelFormat, LeavesAloneWhatItCannotUse) {
   YUV420SPToYUV420(-2, -2, src.data, bytes.data(), 0);
   EXPECT_EQ(bytes[5], 0);  // two signs make a positive product
   EXPECT_EQ(bytes[6], 7);
+  RGBToYUV(1, 2, 3, &bytes[6], &bytes[6], nullptr);
+  YUVToRGB(1, 2, 3, nullptr, &bytes[6], &bytes[6]);
+  YUY2ToARGB32(2, 1, src.data, &bytes[6], 0, 0, nullptr, 0);
+  EXPECT_EQ(bytes[6], 7);
 }
 
 TEST_F(PixelFormat, ConvertsWordsInPlace) {

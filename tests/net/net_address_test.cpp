@@ -123,6 +123,8 @@ TEST(NetAddress, AnswersForThisMachine) {
     EXPECT_EQ(IsNetworkAvailable(wired->AdapterName), 1);
   }
   EXPECT_EQ(IsNetworkAvailable("no such adapter"), 0);
+  GetEthMacAddress(nullptr, 1);
+  GetAvailbalEthNetworkInterface(nullptr);
   EXPECT_EQ(IsNetworkAvailable(nullptr), 0);
 }
 

@@ -41,6 +41,9 @@ TEST(SerialSettings, WritesAndReadsTheShortForm) {
     SerialParseDCBString(text, length, &settings[0], &settings[1], &settings[2]);
     EXPECT_EQ(expected, settings) << text;
   }
+  unsigned char untouched = 1;
+  SerialParseDCBString("7E2", -1, &untouched, &untouched, nullptr);
+  EXPECT_EQ(1, untouched);
 }
 
 template <typename T>

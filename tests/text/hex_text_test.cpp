@@ -64,6 +64,7 @@ TYPED_TEST(HexText, WritesBytes) {
   EXPECT_EQ(Content(out), Widen<T>("ABCE"));
   std::basic_string<T> two = Widen<T>("###");
   ByteToHex<T>(0x5E, two.data(), 0);
+  ByteToHex<T>(0x5E, nullptr, 0);
   EXPECT_EQ(two, Widen<T>("5e#"));
 }
 
@@ -103,6 +104,7 @@ TYPED_TEST(HexText, WritesNumbersInARadix) {
     EXPECT_EQ(ConvertLongToChar<T>(value, out, width, radix), width);
     EXPECT_EQ(std::basic_string<T>(out), Widen<T>(result));
   }
+  EXPECT_EQ(ConvertLongToChar<T>(1, nullptr, 4, 10), 0);
 }
 
 TYPED_TEST(HexText, ReadsNumbers) {
