@@ -48,7 +48,7 @@ int GetThreadRunTimeInfoIn_Win32(void* thread, std::uint64_t* kernelMs, std::uin
 
 int GetSignalContext(const void* signalContext, CONTEXT* context) {
   qvx::platform::Registers r{};
-  if (context == nullptr) return 0;
+  if (signalContext == nullptr || context == nullptr) return 0;
   if (!qvx::platform::RegistersOfSignal(signalContext, &r)) return 0;
   *context = {0x10000B, r[0], r[2],  r[1],  r[3],  r[7],  r[6],  r[4],  r[5],
               r[8],     r[9], r[10], r[11], r[12], r[13], r[14], r[15], r[16]};
