@@ -46,9 +46,9 @@ class QVX_API CUDPSocket : public IThreadFuncInterface {
   // 1 while the socket is open.
   int IsCreated();
 
-  // Broadcasts one datagram to 255.255.255.255 on the port. Without data or with size 0
-  // the result is 0 and the object stays open; after any other failure it is closed.
-  // 1 if sent.
+  // Broadcasts one datagram to 255.255.255.255 on the port; waits at most 60 s where the
+  // system has no room for it. Without data or with size 0 the result is 0 and the object
+  // stays open; after any other failure it is closed. 1 if sent.
   int SendData(unsigned short port, const void* data, int size);
 
   // Receives one datagram, or waits at most 10 ms for one. Called by the thread.

@@ -23,7 +23,6 @@ using qvx::core::LogQuietly;
 using namespace qvx::platform;
 
 constexpr std::size_t kDatagramPiece = 0x10000;
-constexpr std::uint32_t kSendTimeoutMilliseconds = 60000;
 constexpr std::uint32_t kConnectStepMilliseconds = 100;
 constexpr std::uint32_t kBroadcastAddress = 0xFFFFFFFF;
 

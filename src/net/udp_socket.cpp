@@ -83,7 +83,7 @@ int CUDPSocket::CreateLocked(const char* localAddress, unsigned short port) {
   mForkGeneration = platform::ForkGeneration();
   mSocketFD = made;
   platform::SetBroadcast(made);
-  platform::SetNonBlocking(made, true);
+  platform::SetSendTimeout(made, platform::kSendTimeoutMilliseconds);
   if (Bind(localAddress, port) == 0) return 0;
   platform::SetReceiveBuffer(made, kReceiveBuffer);
   const char* text = localAddress == nullptr ? "0.0.0.0" : localAddress;

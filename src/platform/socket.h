@@ -74,6 +74,8 @@ void TuneStream(SocketValue socket) noexcept;
 bool SetNonBlocking(SocketValue socket, bool non_blocking) noexcept;
 bool SetReuseAddress(SocketValue socket) noexcept;
 bool SetBroadcast(SocketValue socket) noexcept;
+// How long a blocking send of the library waits for room.
+inline constexpr std::uint32_t kSendTimeoutMilliseconds = 60000;
 bool SetSendTimeout(SocketValue socket, std::uint32_t milliseconds) noexcept;
 // Beyond the system's limit where the process may.
 bool SetReceiveBuffer(SocketValue socket, int bytes) noexcept;

@@ -171,6 +171,23 @@ TEST(UdpSocket, TellsFailuresAndLogs) {
   }
 }
 
+TEST(UdpSocket, WaitsForRoomOnASlowLink) {
+  NetworkLab lab;
+  QVX_NEEDS_LAB(lab);
+  ASSERT_TRUE(lab.SlowDown()) << lab.WhyNot();
+  for (const char* address : {NetworkLab::Address(0), static_cast<const char*>(nullptr)}) {
+    CUDPSocket socket;
+    lab.In(0, [&] {
+      const int descriptor = platform::SocketDescriptor(Socket({0, 0}).value);  // the next, too
+      ASSERT_EQ(socket.Create(address, kPort, nullptr, 0, "lab"), 1);
+      const int size = 4096;
+      ASSERT_EQ(setsockopt(descriptor, SOL_SOCKET, SO_SNDBUF, &size, sizeof(size)), 0);
+    });
+    const std::string text(1400, 'x');
+    for (int i = 0; i < 200; ++i) ASSERT_EQ(socket.SendData(kPort, text.data(), 1400), 1) << i;
+  }
+}
+
 TEST(UdpSocket, BroadcastReachesTheOtherHostAndNotTheSender) {
   NetworkLab lab;
   QVX_NEEDS_LAB(lab);
