@@ -98,8 +98,9 @@ class QVX_API CSocketServer : public IThreadFuncInterface {
   // As Close. A derived class that overrides a virtual, or is its own listener, calls
   // Close in its own destructor.
   ~CSocketServer() override;
-  CSocketServer(const CSocketServer&) = delete;
-  CSocketServer& operator=(const CSocketServer&) = delete;
+  // A copy is a closed server of its own; nothing of the source is taken over.
+  CSocketServer(const CSocketServer& other);
+  CSocketServer& operator=(const CSocketServer& other);
 
   // Runs one portion of the thread whose CBaseThread has the address context.
   int ThreadLoop(std::uint64_t context) override;
@@ -212,6 +213,8 @@ class QVX_API CSocketServer : public IThreadFuncInterface {
 class QVX_API CTCPSocketServer : public CSocketServer {
  public:
   CTCPSocketServer();
+  CTCPSocketServer(const CTCPSocketServer& other);
+  CTCPSocketServer& operator=(const CTCPSocketServer& other);
   ~CTCPSocketServer() override;
 
  protected:
@@ -228,6 +231,8 @@ class QVX_API CTCPSocketServer : public CSocketServer {
 class QVX_API CBTHSocketServer : public CSocketServer {
  public:
   CBTHSocketServer();
+  CBTHSocketServer(const CBTHSocketServer& other);
+  CBTHSocketServer& operator=(const CBTHSocketServer& other);
   ~CBTHSocketServer() override;
 
  protected:

@@ -27,8 +27,9 @@ class QVX_API CUDPSocket : public IThreadFuncInterface {
   CUDPSocket();
   // As Close.
   ~CUDPSocket() override;
-  CUDPSocket(const CUDPSocket&) = delete;
-  CUDPSocket& operator=(const CUDPSocket&) = delete;
+  // A copy is a closed socket of its own; nothing of the source is taken over.
+  CUDPSocket(const CUDPSocket& other);
+  CUDPSocket& operator=(const CUDPSocket& other);
 
   // Closes the object first, then binds to the port and starts the receiving thread.
   // With a local address (dotted IPv4, one of this machine) the object hears what is sent

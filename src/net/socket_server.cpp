@@ -80,6 +80,12 @@ CSocketServer::CSocketServer()
       mRecvPeriodStart(0),
       mEngine(std::make_unique<qvx::net::ServerEngine>(*this)) {}
 
+CSocketServer::CSocketServer(const CSocketServer&) : CSocketServer() {}
+
+CSocketServer& CSocketServer::operator=(const CSocketServer&) {
+  return *this;
+}
+
 CSocketServer::~CSocketServer() {
   Close();
 }
@@ -262,6 +268,8 @@ void CSocketServer::SetSendQueueLimit(std::size_t bytes) {
 }
 
 CTCPSocketServer::CTCPSocketServer() = default;
+CTCPSocketServer::CTCPSocketServer(const CTCPSocketServer& other) = default;
+CTCPSocketServer& CTCPSocketServer::operator=(const CTCPSocketServer& other) = default;
 
 CTCPSocketServer::~CTCPSocketServer() {
   Close();
@@ -286,6 +294,8 @@ std::uint64_t CTCPSocketServer::SocketAccept(std::uint64_t nServerFD) {
 }
 
 CBTHSocketServer::CBTHSocketServer() = default;
+CBTHSocketServer::CBTHSocketServer(const CBTHSocketServer& other) = default;
+CBTHSocketServer& CBTHSocketServer::operator=(const CBTHSocketServer& other) = default;
 
 CBTHSocketServer::~CBTHSocketServer() {
   Close();

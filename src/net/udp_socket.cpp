@@ -49,6 +49,12 @@ CUDPSocket::CUDPSocket()
       mBroadcastNumber(0),
       mForkGeneration(0) {}
 
+CUDPSocket::CUDPSocket(const CUDPSocket&) : CUDPSocket() {}
+
+CUDPSocket& CUDPSocket::operator=(const CUDPSocket&) {
+  return *this;
+}
+
 CUDPSocket::~CUDPSocket() {
   Close();
 }

@@ -79,6 +79,9 @@ TEST_F(SocketServer, KeepsWhatAHelloTells) {
   EXPECT_STREQ(server.GetClientSocketInfo_Locked(0)->strIPAddr.GetString(), "127.0.0.1");
   EXPECT_EQ(server.GetClientSocketInfo_Locked(3), nullptr);
   server.UnlockClient();
+  CTCPSocketServer copy(server);
+  copy = server;
+  EXPECT_EQ(copy.IsCreated() + copy.GetClientCount(), 0);
 }
 
 // Each client sends one packet to each kind of destination, all at once; every destination

@@ -155,6 +155,8 @@ TEST(UdpSocket, TellsFailuresAndLogs) {
   EXPECT_EQ(second.Create(nullptr, number, nullptr, 0, "x"), 0);
   EXPECT_EQ(second.SendData(number, "x", 1), 0);
   EXPECT_EQ(socket.SendData(number, "x", 0), 0);
+  second = socket;
+  EXPECT_EQ(CUDPSocket(socket).IsCreated() + second.IsCreated(), 0);
   EXPECT_EQ(socket.IsCreated(), 1);
   FaultPlan plan;
   plan.Fail(platform::Operation::kSend, 1, EPERM);
