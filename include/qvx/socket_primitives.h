@@ -86,9 +86,10 @@ QVX_API int IsSocketClosed(std::uint64_t nSocketFD);
 
 // Takes what waits of one packet and never blocks; call it each time the socket is readable.
 // Finishes at most one packet and reads no byte past it. 1: go on, and look at bComplete;
-// 0: the connection is of no more use (closed, broken, or not this protocol). With bCheck the
-// match code is checked. The payload's memory grows as bytes come, so a length that was only
-// claimed costs nothing. A failed allocation throws std::bad_alloc and leaves the record good.
+// 0: the connection is of no more use (closed, broken, or not this protocol). A value that is
+// no open socket gives 1: nothing waits there. With bCheck the match code is checked. The
+// payload's memory grows as bytes come, so a length that was only claimed costs nothing. A
+// failed allocation throws std::bad_alloc and leaves the record good.
 QVX_API int RecvTCPPacket(std::uint64_t nSocketFD, int bCheck, tagTCPPACKETRECV* pRecv);
 
 // Takes all that waits, without blocking. 1: go on, with data if *ppData is not null, which

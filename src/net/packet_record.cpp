@@ -65,6 +65,7 @@ void LogReceiveFailure(const platform::IoResult& result) {
 bool IsConnectionUsable(std::uint64_t socket, const platform::IoResult& result) {
   if (result.WouldBlock()) return true;
   const int happened = platform::PollSocket(socket, platform::kPollRead, 0);
+  if (happened > 0 && (happened & platform::kPollInvalid) != 0) return true;
   if (happened > 0 && (happened & (platform::kPollError | platform::kPollHangUp)) != 0) {
     DbgOutputA(2, "RecvTCPPacket socket closed, nSocketFD = %d\r\n",
                platform::SocketDescriptor(socket));

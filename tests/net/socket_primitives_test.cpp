@@ -151,6 +151,10 @@ TEST_F(Stream, EndsWithTheConnection) {
   EXPECT_EQ(Receive(), 0);
   EXPECT_EQ(Logged("RecvTCPPacket socket closed, nSocketFD = " + Number()), 1);
   EXPECT_EQ(RecvTCPPacket(pair.ours, 1, nullptr), 0);
+  for (const std::uint64_t none : {QVX_INVALID_SOCKET, std::uint64_t{1'000'000}}) {
+    EXPECT_EQ(RecvTCPPacket(none, 1, &record), 1);
+    EXPECT_EQ(IsSocketClosed(none), 0);
+  }
 }
 
 TEST_F(Stream, FailedReceiveIsLogged) {
