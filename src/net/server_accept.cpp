@@ -191,6 +191,7 @@ void ServerEngine::DestroyAll() {
   while (!server_.mClientArray.IsEmpty()) {
     ClientRecord* client = RecordAt(0);
     server_.mClientArray.DeleteAt(0, 1);
+    server_.mClientCount = server_.mClientArray.GetCount();
     clients_.erase(client->nSocketFD);
     DestroyClient(client);
   }

@@ -104,12 +104,14 @@ class Recorder : public IServerSocketListener, public Notes {
  public:
   int accept_answer = 1;
   std::function<int(tagCLIENTSOCKETINFO*, const std::string&)> on_data;
+  std::function<void()> on_close;
 
   int OnServerAcceptClient(std::uint64_t, tagCLIENTSOCKETINFO*) override {
     Note([&] { ++accepted; });
     return accept_answer;
   }
   void OnServerCloseClient(std::uint64_t, tagCLIENTSOCKETINFO* client) override {
+    if (on_close) on_close();
     Note([&] {
       ++closed;
       closed_sockets.push_back(client->nSocketFD);

@@ -385,6 +385,10 @@ TEST_F(SocketServer, IdleClientCostsLittle) {
 
 TEST_F(SocketServer, ClosesWithAllConnectedAndMuchUnsent) {
   const int count = kSanitized ? 50 : 400;
+  recorder.on_close = [this] {
+    const int last = server.GetClientCount() - 1;
+    EXPECT_EQ(server.GetClientSocketInfo_Locked(last) != nullptr, last >= 0);
+  };
   for (int round = 0; round < 2; ++round) {
     std::vector<Peer> peers = Connect(count);
     const std::string packet = Pattern(4 << 20);
