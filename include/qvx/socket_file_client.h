@@ -95,8 +95,7 @@ class QVX_API CSocketFileClient : public CTCPSocketClient, public IClientSocketL
   void LimitReadSpeed(std::uint64_t bytesPerSecond);
   void LimitWriteSpeed(std::uint64_t bytesPerSecond);
 
-  // Listener operations, on the receiving thread (the first on the caller of Create).
-  void OnClientSocketCreate(std::uint64_t userData, std::uint64_t nSocketFD) override;
+  // Listener operations, on the receiving thread.
   int OnClientReceiveData(std::uint64_t userData, std::uint64_t nSocketFD,
                           const unsigned char* data, int size) override;
   void OnClientDisconnectFromServer(std::uint64_t userData, std::uint64_t nSocketFD) override;
@@ -115,6 +114,7 @@ class QVX_API CSocketFileClient : public CTCPSocketClient, public IClientSocketL
 
   static void OnForkedChild(void* client);
   int SendPathRequest(std::uint32_t nCommand, const WCHAR* path);
+  bool HasEnded();  // under the waiter lock
   tagSOCKETFILEWAITER* FindWaiter(std::uint32_t nSerial);
   tagSOCKETFILEWAITER* FindReader(const unsigned char* pHead, std::uint32_t nLength);
 
@@ -124,7 +124,7 @@ class QVX_API CSocketFileClient : public CTCPSocketClient, public IClientSocketL
   std::atomic<std::uint32_t> mNextSerial{0};
   std::atomic<std::uint64_t> mReadSpeedLimit{0};
   std::atomic<std::uint64_t> mWriteSpeedLimit{0};
-  bool mDisconnected = true;                     // under the waiter lock
-  tagSOCKETFILEWAITER* mPlacedReader = nullptr;  // of the receiving thread, under that lock
+  std::uint64_t mEndedSocket = QVX_INVALID_SOCKET;  // its waiters were woken; under the waiter lock
+  tagSOCKETFILEWAITER* mPlacedReader = nullptr;     // of the receiving thread, under that lock
   std::unique_ptr<qvx::platform::ForkGuard> mForkGuard;
 };

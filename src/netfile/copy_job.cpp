@@ -65,7 +65,7 @@ std::int32_t Copy::RemoteFailure(std::int32_t result) {
   // after the requests in flight were told of an end.
   const bool is_shut = platform::SocketUse(client_.GetSocketFd()).IsShut();
   CAutoBaseLock lock(&client_.mWaiterLock);
-  const bool connected = client_.IsConnect() != 0 && !is_shut && !client_.mDisconnected;
+  const bool connected = !is_shut && !client_.HasEnded();
   return connected ? result : std::int32_t{SOCKET_FILE_COPY_DISCONNECTED};
 }
 

@@ -137,7 +137,7 @@ tagSOCKETFILEHEADER Exchange::MakeHeader(std::uint32_t command) {
 
 bool Exchange::Enlist() {
   CAutoBaseLock lock(&client_.mWaiterLock);
-  if (client_.mDisconnected) return false;
+  if (client_.HasEnded()) return false;
   client_.mWaiterList.AddData(&waiter_, -1);
   listed_ = true;
   return true;

@@ -51,7 +51,6 @@ CSocketFileClient::~CSocketFileClient() {
 void CSocketFileClient::OnForkedChild(void* client) {
   auto* self = static_cast<CSocketFileClient*>(client);
   self->mWaiterList.DeleteAll();
-  self->mDisconnected = true;
   self->mOpenFile.store(0);
 }
 
@@ -183,9 +182,10 @@ void CSocketFileClient::LimitWriteSpeed(std::uint64_t bytesPerSecond) {
   mWriteSpeedLimit.store(bytesPerSecond);
 }
 
-void CSocketFileClient::OnClientSocketCreate(std::uint64_t, std::uint64_t) {
-  CAutoBaseLock lock(&mWaiterLock);
-  mDisconnected = false;
+// Right before the client counts as closed its waiters are woken; none may be added after that.
+bool CSocketFileClient::HasEnded() {
+  const std::uint64_t socket = GetSocketFd();
+  return socket == QVX_INVALID_SOCKET || socket == mEndedSocket;
 }
 
 int CSocketFileClient::OnClientReceiveData(std::uint64_t, std::uint64_t, const unsigned char* data,
@@ -211,7 +211,7 @@ int CSocketFileClient::OnClientReceiveData(std::uint64_t, std::uint64_t, const u
 void CSocketFileClient::OnClientDisconnectFromServer(std::uint64_t, std::uint64_t nSocketFD) {
   DbgOutputA(2, "Client Socket(%d) Disconnect\r\n", static_cast<int>(nSocketFD));
   CAutoBaseLock lock(&mWaiterLock);
-  mDisconnected = true;
+  mEndedSocket = nSocketFD;
   mOpenFile.store(0);
   for (int i = 0; i < mWaiterList.GetCount(); ++i) {
     auto* waiter = static_cast<const tagSOCKETFILEWAITER*>(mWaiterList.GetAt(i));

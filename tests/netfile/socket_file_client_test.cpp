@@ -160,6 +160,14 @@ TEST(FileClient, ImpossibleAnswersTouchNoMemory) {
   EXPECT_EQ(client.OpenFile(u"f", u"rb"), 0);
 }
 
+// Keeps the call to itself.
+class CountingClient : public CSocketFileClient {
+ public:
+  ~CountingClient() override { Close(); }
+  void OnClientSocketCreate(std::uint64_t, std::uint64_t) override { ++made; }
+  std::size_t made = 0;
+};
+
 TEST(FileClient, AConnectionThatEndsAtAnyByteWakesItsCaller) {
   constexpr std::size_t kWhole = 20 + 24 + 20;
   std::atomic<std::size_t> sent{0};
@@ -169,7 +177,7 @@ TEST(FileClient, AConnectionThatEndsAtAnyByteWakesItsCaller) {
     peer.Send(PacketBytes(record).substr(0, sent));
     return false;
   });
-  CSocketFileClient client;
+  CountingClient client;
   char buffer[20];
   do {
     ASSERT_EQ(client.Create("127.0.0.1", server.Port(), "cut"), 1);
@@ -177,6 +185,7 @@ TEST(FileClient, AConnectionThatEndsAtAnyByteWakesItsCaller) {
     std::uint32_t read = client.ReadFile(0, buffer, 20, kForever);
     EXPECT_EQ(read, sent == kWhole ? 20u : 0u) << sent;
   } while (sent++ < kWhole);
+  EXPECT_EQ(client.made, kWhole + 1);
   client.Close();
   EXPECT_EQ(client.ReadFile(0, buffer, 20, kForever), 0u);
 }
