@@ -40,8 +40,9 @@ class QVX_API CSocketFileClient : public CTCPSocketClient, public IClientSocketL
  public:
   CSocketFileClient();
   ~CSocketFileClient() override;
-  CSocketFileClient(const CSocketFileClient&) = delete;
-  CSocketFileClient& operator=(const CSocketFileClient&) = delete;
+  // A copy is a closed client of its own; nothing of the source is taken over.
+  CSocketFileClient(const CSocketFileClient& other);
+  CSocketFileClient& operator=(const CSocketFileClient& other);
 
   // As CSocketClient::Create, in packet mode with the match code checked and this object as
   // its own listener. 1 when connected. No file is open then.

@@ -40,8 +40,9 @@ class QVX_API CSocketFileServer : public CTCPSocketServer, public IServerSocketL
   CSocketFileServer();
   // Closes the server, which waits for its threads, and then every file still open.
   ~CSocketFileServer() override;
-  CSocketFileServer(const CSocketFileServer&) = delete;
-  CSocketFileServer& operator=(const CSocketFileServer&) = delete;
+  // A copy is a closed server of its own; nothing of the source is taken over.
+  CSocketFileServer(const CSocketFileServer& other);
+  CSocketFileServer& operator=(const CSocketFileServer& other);
 
   // As CSocketServer::Create, in packet mode with the match code checked and this object as
   // its own listener. 1 if it listens. Not to be called from a listener operation.

@@ -41,6 +41,12 @@ CSocketFileClient::CSocketFileClient() {
   SetPlacedHead(kReadHead);
 }
 
+CSocketFileClient::CSocketFileClient(const CSocketFileClient&) : CSocketFileClient() {}
+
+CSocketFileClient& CSocketFileClient::operator=(const CSocketFileClient&) {
+  return *this;
+}
+
 CSocketFileClient::~CSocketFileClient() {
   Close();
   CAutoBaseLock lock(&mWaiterLock);

@@ -80,6 +80,12 @@ void IServerFolderPathInterface::OnGetFolderPath(std::int32_t, WCHAR* szPath, st
 CSocketFileServer::CSocketFileServer()
     : mForkGuard(std::make_unique<qvx::platform::ForkGuard>(mOpenFileLock.GetCS())) {}
 
+CSocketFileServer::CSocketFileServer(const CSocketFileServer&) : CSocketFileServer() {}
+
+CSocketFileServer& CSocketFileServer::operator=(const CSocketFileServer&) {
+  return *this;
+}
+
 CSocketFileServer::~CSocketFileServer() {
   Close();
   CloseAllClientOpenFile(kAllClients);

@@ -23,6 +23,9 @@ TEST(FileClient, SendsEachRequestAsTheWireSays) {
     return AnswerAsUsual(peer, request);
   });
   LoopbackClient client(server.Port());
+  CSocketFileClient copy(client);
+  copy = client;
+  EXPECT_EQ(copy.IsConnect(), 0);
   std::u16string long_path(300, u'p');
   WCHAR path[260];
   char buffer[5] = "....";

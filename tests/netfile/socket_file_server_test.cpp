@@ -133,6 +133,9 @@ class NumberedFolders : public IServerFolderPathInterface {
 };
 
 TEST_F(FileServer, FolderPathsComeFromTheApplication) {
+  CSocketFileServer copy(server_);
+  copy = server_;
+  EXPECT_EQ(copy.IsCreated(), 0);
   Bytes two = LittleEndian(std::int32_t{2});
   EXPECT_EQ(Ask(1, two), Bytes(520, '\0'));
   NumberedFolders folders;
