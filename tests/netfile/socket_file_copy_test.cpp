@@ -184,6 +184,13 @@ TEST_P(Copies, ACutConnectionLeavesNoPartUnderTheFinalName) {
   plan.Fail(Operation::kSend, 4, ECONNRESET);  // bytes of the file, or the answer with its size
   EXPECT_EQ(CopyFileEx("file"), SOCKET_FILE_COPY_DISCONNECTED);
   EXPECT_FALSE(std::filesystem::exists(target_.Path("file")));
+  // A client that is closed already only fails to open.
+  DebugLines log;
+  client_.Close();
+  EXPECT_EQ(CopyFileEx("file"), SOCKET_FILE_COPY_DISCONNECTED);
+  EXPECT_EQ(CopyFolderEx(source_.Path(), target_.Path(), nullptr), 0);
+  EXPECT_EQ(log.Count(2, "CSocketFileClient::OpenFile: SendData Failed\r\n"), 0);
+  EXPECT_EQ(log.Count(2, "CSocketFileClient::GetFolderList: SendData Failed\r\n"), 0);
 }
 
 // A small tree with all that needs care; the names are in the system's own form.
