@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <new>
 
+#include "core/string_access.h"
 #include "http/easy_handle.h"
 #include "http/transfer.h"
 #include "qvx/debug_output.h"
@@ -58,13 +59,13 @@ CURL* Open(const CurlFunctions& curl, const Connection& connection, curl_off_t* 
 
 int OpenFile(tagHTTPFILEINFO* info, const Connection& connection) {
   const CurlFunctions* curl = RequireCurl();
-  if (curl == nullptr || info == nullptr) return 0;
+  if (info == nullptr) return 0;
+  CBaseStringA url(connection.url);
   info->curlHandle = nullptr;
   info->fileSize = 0;
-  info->url.Free();
-  info->url.Set(connection.url);
   curl_off_t size = -1;
-  info->curlHandle = Open(*curl, connection, &size);
+  if (curl != nullptr) info->curlHandle = Open(*curl, connection, &size);
+  core::StringAccess::Swap(info->url, url);  // not before: the argument may be the record's own
   const bool opened = info->curlHandle != nullptr;
   if (opened && size > 0) info->fileSize = static_cast<std::uint64_t>(size);
   DbgOutputA(2, "%s: %lld\r\n", "OpenHttpFile", static_cast<long long>(info->fileSize));

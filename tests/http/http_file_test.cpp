@@ -148,6 +148,20 @@ TEST_F(HttpFile, OpenJudgesTheAnswerToHead) {
   }
 }
 
+TEST_F(HttpFile, OpensAgainByTheUrlOfTheRecord) {
+  OddServer server([](const OddRequest&, const RawPeer& connection) {
+    return connection.Send(OddHead(200, "Content-Length: 12\r\n"));
+  });
+  OpenedFile file({server.Url()});
+  CloseHttpFile(&file);
+  file.url.Set(server.Url().c_str());
+  const char* const url = file.url.GetString();
+  EXPECT_EQ(OpenHttpFile(&file, url, nullptr, nullptr, nullptr, 0, nullptr, nullptr, 0, 0, nullptr,
+                         nullptr, nullptr),
+            1);
+  EXPECT_EQ(file.url.GetString(), server.Url());
+}
+
 // A bounded read takes what comes, byte by byte; a stream takes nothing but the file.
 TEST_F(HttpFile, ReadsJudgeTheAnswer) {
   const char* const kTooMuch =
