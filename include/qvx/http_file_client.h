@@ -63,7 +63,8 @@ class QVX_API CHttpFileClient : public IThreadFuncInterface, public IHttpDataCal
   unsigned int ReadFile_Part(void* dest, unsigned int len, std::uint64_t timeoutMs);
 
   // Ends a read in progress within about a second; where there is none, the next
-  // ReadFile_Continue of a running transfer gives 0. Takes no lock. Reads after that begin afresh.
+  // ReadFile_Continue gives 0 if the transfer is still running then, or has bytes read ahead.
+  // Takes no lock. Reads after that begin afresh.
   void CancelRead();
 
   // Limits both kinds of read to so many bytes per second, 0 for no limit: a read that was faster
@@ -105,6 +106,7 @@ class QVX_API CHttpFileClient : public IThreadFuncInterface, public IHttpDataCal
   void ResetOpenState();
   unsigned int LeftOf(unsigned int len) const;
   unsigned int ReadStream(void* dest, unsigned int len, std::uint64_t timeoutMs);
+  bool HasTransfer();
   Attached Attach(void* dest, unsigned int len);
   void AwaitServing(std::uint64_t limit);
   bool IsServed();

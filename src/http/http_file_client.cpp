@@ -258,7 +258,7 @@ unsigned int CHttpFileClient::ReadFile_Continue(void* dest, unsigned int len,
 
 unsigned int CHttpFileClient::ReadStream(void* dest, unsigned int len, std::uint64_t timeoutMs) {
   const bool restart = mNeedRestart.load() != 0;
-  if (!restart && Flag(mStopRead).load() != 0) {
+  if (!restart && Flag(mStopRead).load() != 0 && HasTransfer()) {
     mNeedRestart.store(1);
     return 0;
   }
@@ -271,6 +271,12 @@ unsigned int CHttpFileClient::ReadStream(void* dest, unsigned int len, std::uint
   const unsigned int count = Detach();
   mFilePos.fetch_add(count);
   return count;
+}
+
+// Whether it may still bring bytes, or has some that were read ahead.
+bool CHttpFileClient::HasTransfer() {
+  CAutoBaseLock guard(&mBufferLock);
+  return !mTransferEnded || !mReadAhead->IsEmpty();
 }
 
 // A wake-up that an earlier read no longer waited for lets none go: it waits on.

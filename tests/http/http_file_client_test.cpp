@@ -257,6 +257,23 @@ TEST_F(HttpFileClient, OneReadFailsAndTheNextBeginsAfresh) {
   EXPECT_EQ(server.Requests(), 3);
 }
 
+// Each transfer brings two bytes and breaks off. A cancel of one that is over cancels nothing.
+TEST_F(HttpFileClient, TransferThatBrokeOffIsReplaced) {
+  OddServer server([](const OddRequest& request, const RawPeer& connection) {
+    const bool head = request.Method() == "HEAD";
+    const std::uint64_t start = request.RangeStart();
+    const std::string range = "Content-Range: bytes " + std::to_string(start) + "-9/10\r\n";
+    const std::string length = "Content-Length: " + std::to_string(10 - start) + "\r\n";
+    connection.Send(OddHead(start == 0 ? 200 : 206, length + range));
+    return connection.Send(std::string("0123456789").substr(start, head ? 0 : 2)) && head;
+  });
+  Open(server.Url());
+  EXPECT_EQ(Continue(4), "01");
+  EXPECT_EQ(Continue(4), "23");
+  client_.CancelRead();
+  EXPECT_EQ(Continue(4), "45");
+}
+
 // Every call from every side at once: what is read is always a piece of the file.
 TEST_F(HttpFileClient, AllCallsAtOnce) {
   const ServedFile file(300'000);
