@@ -66,7 +66,7 @@ QVX_API void HexStringToStringA(const char* text, int length, CBaseStringA* out)
 QVX_API void HexStringToStringW(const WCHAR* text, int length, CBaseStringA* out);
 
 // The same into out, which takes length / 2 bytes and gets no terminator; a prefix is a pair
-// like others. An odd length, or one below 2, does nothing.
+// like others. An odd length, or one below 2 other than -1, does nothing.
 QVX_API void StringFromHexA(const char* text, int length, char* out);
 
 // 1 for a hex digit, else 0.

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <new>
@@ -23,11 +22,10 @@ namespace {
 // Whether Set would leave the string as it is.
 template <typename T>
 bool HoldsSame(const CBaseStringT<T>& string, const CBaseStringT<T>& other) {
-  const int length = string.GetLength();
-  if (length != other.GetLength()) return false;
-  const auto bytes = static_cast<std::size_t>(length) * sizeof(T);
-  return std::memcmp(string.GetString(), other.GetString(), bytes) == 0 ||
-         string.Equal(&other, 1) != 0;
+  if (string.GetLength() != other.GetLength()) return false;
+  const auto length = static_cast<std::size_t>(string.GetLength());
+  return qvx::core::SameCharacters(string.GetString(), other.GetString(), length) ||
+         qvx::core::MatchAll(string.GetString(), other.GetString(), length);
 }
 
 // Whether the string holds this very text already but for case, found out piece by piece.
@@ -325,7 +323,7 @@ void HexStringToStringW(const WCHAR* text, int length, CBaseStringA* out) {
 }
 
 void StringFromHexA(const char* text, int length, char* out) {
-  if (text == nullptr || out == nullptr) return;
+  if (text == nullptr || out == nullptr || length < -1) return;
   const std::size_t size = qvx::text::Length(text, length);
   if (size % 2 != 0) return;
   qvx::text::DecodeHex(text, size / 2, reinterpret_cast<std::uint8_t*>(out));

@@ -141,7 +141,14 @@ TYPED_TEST(HexText, ReadsPairs) {
     EXPECT_EQ(Bytes(bytes), result) << narrow;
     EXPECT_EQ(Content(string), result) << narrow;
   }
+  // Set's rule looks behind a NUL too.
+  CBaseStringA string("\0a"s.c_str(), 2);
+  HexStringToString<T>(Widen<T>("0062").c_str(), -1, &string);
+  EXPECT_EQ(Content(string), "\0b"s);
+  HexStringToString<T>(Widen<T>("0042").c_str(), -1, &string);
+  EXPECT_EQ(Content(string), "\0b"s);
   char out[4] = "###";
+  StringFromHexA("4142", -2, out);
   StringFromHexA("0x41", -1, out);
   StringFromHexA("424", -1, out);
   StringFromHexA("", -1, out);
