@@ -2,6 +2,7 @@
 #include <cstring>
 #include <memory>
 
+#include "core/string_access.h"
 #include "qvx/process_util.h"
 #include "qvx/ptr_array.h"
 #include "qvx/string_split.h"
@@ -18,8 +19,9 @@ int GetAttrValueFromConfig(const CBaseStringA* config, const char* separator, co
   const std::size_t length = std::strlen(attribute);
   for (int i = 0; i < entries.GetCount(); ++i) {
     const auto* entry = static_cast<const char*>(entries.GetAt(i));
-    if (std::strncmp(entry, attribute, length) != 0) continue;
-    value->Set(entry + length);
+    if (*entry == '\0' || std::strncmp(entry, attribute, length) != 0) continue;
+    CBaseStringA found(entry + length);
+    qvx::core::StringAccess::Swap(*value, found);  // Set keeps a text that is equal but for case
     return 1;
   }
   return 0;

@@ -19,7 +19,9 @@ TEST(AttributeText, GetsAndSets) {
                         {"ba=1;a=1;A=1", ";", "a=", "1", "2", "ba=2;a=2;a=2"},
                         {"a=x", ";", "a=", "x", "X", "a=x"},
                         {"a=1<>b=2<c", "<>", "b=", "2<c", "3", "a=1<>b=3"},
-                        {"a=1;b=2", "", "a=", "1;b=2", "3", "a=3"}};
+                        {"a=1;b=2", "", "a=", "1;b=2", "3", "a=3"},
+                        {"a=KEPT", ";", "a=", "KEPT", "1", "a=1"},
+                        {";;a=1", ";", "", "a=1", "b=2", ";;b=2"}};
   for (const Case& one : cases) {
     CBaseStringA config(one.config);
     CBaseStringA value("kept");
