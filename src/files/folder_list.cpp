@@ -77,9 +77,10 @@ struct Listing {
   void Take(const FolderEntry& entry) const {
     if (entry.Hidden() && !hidden) return Skip(entry, kSkippedHidden);
     if (entry.kind == EntryKind::kSpecial) return Skip(entry, kSkippedSpecial);
-    CPtrCtrl* list = entry.kind == EntryKind::kFolder ? folders : files;
+    const bool folder_entry = entry.kind == EntryKind::kFolder;
+    CPtrCtrl* list = folder_entry ? folders : files;
     if (list == nullptr) return;
-    if (list == files && !filter.TakesAll() &&
+    if (!folder_entry && !filter.TakesAll() &&
         !filter.Takes(*platform::FromNativeName<char16_t>(entry.name))) {
       return;
     }

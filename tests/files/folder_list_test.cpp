@@ -99,6 +99,10 @@ TEST(FolderList, Filter) {
   EXPECT_EQ(files(".txt;.abc.txt"), (Names{".txt", "a.TXT", "d.abc.txt"}));
   EXPECT_EQ(files("txt"), Names());
   EXPECT_EQ(files(".tx;"), (Names{"c.tx"}));
+  CPtrListCtrl both;
+  GetLocalFolderFileListA(Library<char>(folder.Path()).c_str(), &both, &both, ".tx", 1, 0);
+  EXPECT_EQ(Sorted(Texts(both)), (Names{"c.tx", "sub"}));
+  FreeFileListA(&both);
 }
 
 TEST(FolderList, ListsAreEmptiedAndMayBeMissingAndWide) {
