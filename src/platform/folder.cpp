@@ -117,12 +117,17 @@ std::optional<Level> EnterForRemoval(const Level& parent, const std::string& nam
                                      const TreeActions& actions) {
   Level level;
   level.below = parent.below + name + '/';
-  if (!level.source.OpenAt(parent.source.Descriptor(), name, false)) {
-    if (errno != ENOENT) Tell(actions, parent.below + name, SkipReason::kFailed);
-    return std::nullopt;
-  }
+  if (!level.source.OpenAt(parent.source.Descriptor(), name, false)) return std::nullopt;
   ReadLevel(level, true, actions);
   return level;
+}
+
+// A folder that can't be opened goes if it is empty.
+void PassOver(const Level& parent, const std::string& name, bool remove,
+              const TreeActions& actions) {
+  if (errno == ENOENT) return;
+  if (remove && unlinkat(parent.source.Descriptor(), name.c_str(), AT_REMOVEDIR) == 0) return;
+  Tell(actions, parent.below + name, SkipReason::kFailed);
 }
 
 bool IsSameFolder(int descriptor, const struct stat& other) {
@@ -290,10 +295,12 @@ void RemoveFolderContent(const std::string& folder, bool remove_folders, bool re
   while (!levels.empty()) {
     Level& level = levels.back();
     if (!level.Done()) {
-      std::optional<Level> child = EnterForRemoval(level, level.folders[level.next], actions);
+      const std::string& name = level.folders[level.next];
+      std::optional<Level> child = EnterForRemoval(level, name, actions);
       if (child) {
         levels.push_back(std::move(*child));
       } else {
+        PassOver(level, name, remove_folders, actions);
         ++level.next;
       }
       continue;

@@ -193,6 +193,18 @@ TEST(RemoveFile, KeepsToItsOptionsAndItsTree) {
   EXPECT_FALSE(fs::is_symlink(tree + "/link.jpg"));
   RemoveFileA(narrow.c_str(), nullptr, 1, 0);
   EXPECT_TRUE(fs::exists(tree + "/sub/deeper/c.txt"));
+  {
+    // What can't be opened goes where it is empty.
+    const std::string unread = folder.Path("unread");
+    fs::create_directories(unread + "/empty");
+    FaultPlan plan;
+    plan.Fail(Operation::kFileOpen, 2, EACCES);
+    RemoveFileA(Library<char>(unread).c_str(), nullptr, 0, 1);
+    EXPECT_TRUE(fs::exists(unread + "/empty"));
+    plan.Fail(Operation::kFileOpen, 2, EACCES);
+    RemoveFileA(Library<char>(unread).c_str(), nullptr, 1, 1);
+    EXPECT_TRUE(fs::is_empty(unread));
+  }
   RemoveFileW(Library<char16_t>(tree).c_str(), nullptr, 1, 1);
   EXPECT_TRUE(fs::is_empty(tree));
   EXPECT_EQ(ReadWhole(folder.Path("outside/kept.jpg")), "outside");
