@@ -159,7 +159,7 @@ CBaseStringT<T>::~CBaseStringT() {
 template <typename T>
 bool CBaseStringT<T>::EqualsButForCase(const T* text, std::size_t length) const {
   if (length != Count(mLength)) return false;
-  return qvx::core::SameCharacters(mText, text, length) || qvx::core::MatchAll(mText, text, length);
+  return qvx::core::SameButForCase(mText, text, length);
 }
 
 // The new block is made before the old one goes: the text may stand in it, and a failed

@@ -64,6 +64,12 @@ bool SameCharacters(const T* left, const T* right, std::size_t count) {
   return count == 0 || std::memcmp(left, right, count * sizeof(T)) == 0;
 }
 
+// MatchAll, at the speed of SameCharacters where no case differs.
+template <typename T>
+bool SameButForCase(const T* left, const T* right, std::size_t count) {
+  return SameCharacters(left, right, count) || MatchAll(left, right, count);
+}
+
 // Compares count characters, or fewer where both texts end before.
 template <typename T>
 bool EqualUpToNul(const T* left, const T* right, std::size_t count, bool ignore_case) {
@@ -124,24 +130,30 @@ bool AllLetters(const T* text, std::size_t length) {
   return std::all_of(text, text + length, IsAsciiLetter<T>);
 }
 
-// How many units the character at text takes that a change of case must not take apart.
-inline std::size_t UnitsToFold(const char* text, const char* end) {
+// How many bytes the character at text takes that a change of case must not take apart.
+inline std::size_t BytesToFold(const char* text, const char* end) {
   if (Code(*text) < 0x80) return 1;
   return platform::BeginsWithDoubleByte({text, static_cast<std::size_t>(end - text)}) ? 2 : 1;
 }
 
-inline std::size_t UnitsToFold(const WCHAR*, const WCHAR*) {
-  return 1;
+// Compilers make vectors of a loop of these.
+template <typename T>
+T Folded(T character, unsigned int case_bit) {
+  const auto folded = static_cast<T>((Code(character) & ~kCaseBit) | case_bit);
+  return IsAsciiLetter(character) ? folded : character;
+}
+
+inline void FoldDoubleBytePage(char* text, const char* end, unsigned int case_bit) {
+  for (; text != end; text += BytesToFold(text, end)) *text = Folded(*text, case_bit);
 }
 
 // Sets the case bit of each letter to that of case_bit; no byte of a double-byte character is one.
 template <typename T>
 void FoldLetters(T* text, std::size_t length, unsigned int case_bit) {
-  const T* end = text + length;
-  while (text != end) {
-    if (IsAsciiLetter(*text)) *text = static_cast<T>((Code(*text) & ~kCaseBit) | case_bit);
-    text += UnitsToFold(text, end);
+  if constexpr (std::is_same_v<T, char>) {
+    if (!platform::AnsiIsUtf8()) return FoldDoubleBytePage(text, text + length, case_bit);
   }
+  for (T* end = text + length; text != end; ++text) *text = Folded(*text, case_bit);
 }
 
 template <typename T>

@@ -23,9 +23,8 @@ namespace {
 template <typename T>
 bool HoldsSame(const CBaseStringT<T>& string, const CBaseStringT<T>& other) {
   if (string.GetLength() != other.GetLength()) return false;
-  const auto length = static_cast<std::size_t>(string.GetLength());
-  return qvx::core::SameCharacters(string.GetString(), other.GetString(), length) ||
-         qvx::core::MatchAll(string.GetString(), other.GetString(), length);
+  return qvx::core::SameButForCase(string.GetString(), other.GetString(),
+                                   static_cast<std::size_t>(string.GetLength()));
 }
 
 // Whether the string holds this very text already but for case, found out piece by piece.
@@ -42,10 +41,7 @@ bool HoldsHexOf(const CBaseStringT<T>& string, const std::uint8_t* data, std::si
     const std::size_t count = std::min(kPiece, size - done);
     const std::size_t length = count * style.Width();
     qvx::text::EncodeHex(data + done, count, style, piece);
-    if (!qvx::core::SameCharacters(held, piece, length) &&
-        !qvx::core::MatchAll(held, piece, length)) {
-      return false;
-    }
+    if (!qvx::core::SameButForCase(held, static_cast<const T*>(piece), length)) return false;
     held += length;
   }
   return true;
