@@ -30,7 +30,7 @@ void Download::Begin() {
   if (open_) return;
   copy_.Client().CloseFile();
   open_ = std::make_unique<Exchange>(copy_.Client());
-  if (copy_.Client().IsConnect()) open_->StartOpen(paths_.remote.c_str(), u"rb", nullptr);
+  open_->StartOpen(paths_.remote.c_str(), u"rb", nullptr);
 }
 
 void Download::Advance() {

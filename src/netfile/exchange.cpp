@@ -182,6 +182,7 @@ bool Exchange::StartFolderPath(std::int32_t folder_id, WCHAR* path) {
 
 bool Exchange::StartOpen(const WCHAR* path, const WCHAR* mode,
                          std::atomic<std::uint64_t>* open_file) {
+  if (!client_.IsConnect()) return false;
   waiter_.openFile = open_file;
   tagSOCKETFILEREQOPEN record{MakeHeader(SOCKET_FILE_REQ_OPEN), {}, {}};
   SetTextField(record.szPath, path, SOCKET_FILE_PATH_UNITS);
@@ -254,6 +255,7 @@ bool Exchange::StartDigest(const WCHAR* path, unsigned char* digest) {
 }
 
 bool Exchange::StartList(const WCHAR* path, std::u16string* folders, std::u16string* files) {
+  if (!client_.IsConnect()) return false;
   waiter_.folderNames = folders;
   waiter_.fileNames = files;
   return StartPath(SOCKET_FILE_REQ_GETFOLDERLIST, path);

@@ -93,8 +93,9 @@ class Exchange {
   Exchange(const Exchange&) = delete;
   Exchange& operator=(const Exchange&) = delete;
 
-  // Each sends one request; false, after the log line, if that failed. Buffers must live as
-  // long as the exchange. Strings and lists may be null.
+  // Each sends one request; false, after the log line, if that failed. Opening and listing need
+  // no line where there is no connection. Buffers must live as long as the exchange. Strings and
+  // lists may be null.
   bool StartFolderPath(std::int32_t folder_id, WCHAR* path);
   bool StartOpen(const WCHAR* path, const WCHAR* mode, std::atomic<std::uint64_t>* open_file);
   bool StartClose(std::uint64_t handle);

@@ -92,7 +92,7 @@ void FolderCopy::FromServer(const CopyPaths& folder) {
   std::u16string folders;
   std::u16string files;
   Exchange list(copy_.Client());
-  if (copy_.Client().IsConnect()) list.StartList(folder.remote.c_str(), &folders, &files);
+  list.StartList(folder.remote.c_str(), &folders, &files);
   list.Wait(kShortWait);
   if (!list.Answered())
     return copy_.Report(folder, copy_.RemoteFailure(SOCKET_FILE_COPY_NO_FOLDER), 0);

@@ -70,7 +70,7 @@ void Upload::Begin() {
   if (open_ || !OpenLocal()) return;
   copy_.Client().CloseFile();
   open_ = std::make_unique<Exchange>(copy_.Client());
-  if (copy_.Client().IsConnect()) open_->StartOpen(temporary_->c_str(), u"wb", nullptr);
+  open_->StartOpen(temporary_->c_str(), u"wb", nullptr);
 }
 
 bool Upload::OpenLocal() {
