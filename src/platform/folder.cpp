@@ -112,22 +112,20 @@ void RemoveFolder(const Level& parent, const std::string& name, const TreeAction
   Tell(actions, parent.below + name, SkipReason::kFailed);
 }
 
-// The next folder below a level, opened and read.
+// The next folder below a level, opened and read. One that can't be opened goes if it is empty.
 std::optional<Level> EnterForRemoval(const Level& parent, const std::string& name,
-                                     const TreeActions& actions) {
+                                     bool remove_folders, const TreeActions& actions) {
   Level level;
   level.below = parent.below + name + '/';
-  if (!level.source.OpenAt(parent.source.Descriptor(), name, false)) return std::nullopt;
+  if (!level.source.OpenAt(parent.source.Descriptor(), name, false)) {
+    const bool gone =
+        errno == ENOENT ||
+        (remove_folders && unlinkat(parent.source.Descriptor(), name.c_str(), AT_REMOVEDIR) == 0);
+    if (!gone) Tell(actions, parent.below + name, SkipReason::kFailed);
+    return std::nullopt;
+  }
   ReadLevel(level, true, actions);
   return level;
-}
-
-// A folder that can't be opened goes if it is empty.
-void PassOver(const Level& parent, const std::string& name, bool remove,
-              const TreeActions& actions) {
-  if (errno == ENOENT) return;
-  if (remove && unlinkat(parent.source.Descriptor(), name.c_str(), AT_REMOVEDIR) == 0) return;
-  Tell(actions, parent.below + name, SkipReason::kFailed);
 }
 
 bool IsSameFolder(int descriptor, const struct stat& other) {
@@ -295,12 +293,11 @@ void RemoveFolderContent(const std::string& folder, bool remove_folders, bool re
   while (!levels.empty()) {
     Level& level = levels.back();
     if (!level.Done()) {
-      const std::string& name = level.folders[level.next];
-      std::optional<Level> child = EnterForRemoval(level, name, actions);
+      std::optional<Level> child =
+          EnterForRemoval(level, level.folders[level.next], remove_folders, actions);
       if (child) {
         levels.push_back(std::move(*child));
       } else {
-        PassOver(level, name, remove_folders, actions);
         ++level.next;
       }
       continue;
