@@ -42,8 +42,7 @@ QVX_API void FormatBufferToHexStringW(const void* data, int length, int perLine,
 QVX_API void PrintHexBuffer(const void* data, int length, int perLine);
 
 // Writes the last width digits of value in radix (2 to 36) with leading zeros, and a NUL at
-// out[width]. Digits above 9 are A upward. Returns width, or 0 for a
-// null out.
+// out[width]. Digits above 9 are A upward. Returns width, or 0 for a null out.
 QVX_API int ConvertLongToCharA(unsigned int value, char* out, int width, int radix);
 QVX_API int ConvertLongToCharW(unsigned int value, WCHAR* out, int width, int radix);
 

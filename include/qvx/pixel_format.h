@@ -99,9 +99,8 @@ QVX_API void YUV444ToRGB565(int width, int height, const void* src, int uvSwap, 
                             int dstStride, int bgrOrder);
 
 // Packed YUV to RGB, W/2 pairs of pixels a row. The sign of width and of height means nothing.
-// alpha gives a byte of A for each pixel, its rows alphaStride bytes apart; a null one
-// writes nothing.
-// ARGB32 has one order of bytes, so bgrOrder makes no difference there.
+// alpha gives a byte of A for each pixel, its rows alphaStride bytes apart; a null one writes
+// nothing. ARGB32 has one order of bytes, so bgrOrder makes no difference there.
 QVX_API void YUY2ToRGB888(int width, int height, const void* src, void* dst, int dstStride,
                           int bgrOrder);
 QVX_API void YVY2ToRGB888(int width, int height, const void* src, void* dst, int dstStride,

@@ -196,7 +196,6 @@ void ServerEngine::DestroyAll() {
     DestroyClient(client);
   }
   server_.mClientArray.DeleteAll();
-  server_.mClientCount = 0;
 }
 
 }  // namespace qvx::net
