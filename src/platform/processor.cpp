@@ -20,6 +20,7 @@ constexpr unsigned kFma = 1u << 12;
 constexpr unsigned kOsKeepsRegisters = 1u << 27;
 constexpr unsigned kAvx = 1u << 28;
 // Leaf 7, registers b and c.
+constexpr unsigned kFastStringMove = 1u << 9;
 constexpr unsigned kAvx2AndBmi = 1u << 3 | 1u << 5 | 1u << 8;
 constexpr unsigned kAvx512 = 1u << 16 | 1u << 30;    // F and BW
 constexpr unsigned kAvx512Vbmi = 1u << 1 | 1u << 6;  // and VBMI2
@@ -70,6 +71,9 @@ CarrylessMultiply AskForCarrylessMultiply() {
   const bool is_512 = HasAll(leaf.b, kAvx512) && SystemKeeps(kVector512Registers);
   return is_512 ? CarrylessMultiply::k512 : CarrylessMultiply::k256;
 }
+bool AskForFastStringMove() {
+  return HasAll(Ask(7).b, kFastStringMove);
+}
 #else
 Vectors AskForVectors() {
   return Vectors::kBaseline;
@@ -77,6 +81,10 @@ Vectors AskForVectors() {
 
 CarrylessMultiply AskForCarrylessMultiply() {
   return CarrylessMultiply::kNone;
+}
+
+bool AskForFastStringMove() {
+  return false;
 }
 #endif
 
@@ -96,6 +104,11 @@ CarrylessMultiply WidestCarrylessMultiply() noexcept {
   if (widest_allowed == Vectors::kBaseline) return CarrylessMultiply::kNone;
   static const CarrylessMultiply widest = AskForCarrylessMultiply();
   return widest;
+}
+
+bool HasFastStringMove() noexcept {
+  static const bool is_fast = AskForFastStringMove();
+  return is_fast && widest_allowed != Vectors::kBaseline;
 }
 
 VectorLimit::VectorLimit(Vectors widest) noexcept {

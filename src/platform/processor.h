@@ -10,6 +10,10 @@ enum class Vectors { kBaseline, kAvx2, kAvx512 };
 Vectors WidestVectors() noexcept;
 bool HasAvx2() noexcept;
 
+// Whether the instruction that moves a string of bytes is as quick as the best loop; no for a
+// processor that counts as one of the baseline.
+bool HasFastStringMove() noexcept;
+
 #if defined(__x86_64__)
 // Before functions that only run where the vectors are kAvx512. Small ones become part of callers
 // that have it too.
